@@ -1,0 +1,17 @@
+# Project-wide compile options and the test helper used by every subsystem.
+add_compile_options(-Wall -Wextra)
+
+if(VQFE_SANITIZE)
+  list(JOIN VQFE_SANITIZE "," _vqfe_sanitizers)
+  add_compile_options(-fsanitize=${_vqfe_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${_vqfe_sanitizers})
+endif()
+
+# vqfe_add_test(<name> SOURCES <files...> [LIBS <libs...>])
+# One GoogleTest executable, registered with CTest test by test.
+function(vqfe_add_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE vqfe_core GTest::gtest_main GTest::gmock ${ARG_LIBS})
+  gtest_discover_tests(${name} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} DISCOVERY_TIMEOUT 60)
+endfunction()
