@@ -10,4 +10,5 @@
 #include "Vantor/VantorAlgorithmSystem.h"
 #include "Vantor/VantorBuffer.h"
 #include "Vantor/VantorErrorCode.h"
+#include "Vantor/VantorPlatform.h"
 #include "Vantor/VantorResourceFinder.h"

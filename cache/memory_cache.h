@@ -1,0 +1,37 @@
+// MemoryCache: the library's bounded least-recently-used cache of Results, in memory.
+//
+// Keys are asset id + algorithm key. Only clearAll clears; the selective clears are
+// no-ops here (they mean something only for host caches). Results are shared, never
+// copied. Not synchronised: even a query reorders the recency list, so callers that
+// share one instance across threads serialise their calls.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cache/cache_adapter.h"
+#include "cache/lru_cache.h"
+
+namespace VQFeature {
+
+class MemoryCache : public CacheAdapter {
+public:
+    // capacity: the most entries kept. A negative capacity never evicts.
+    // Throws std::invalid_argument for capacity 0 (a cache that can hold nothing).
+    explicit MemoryCache(int capacity);
+
+    std::vector<std::shared_ptr<Result>> query(const std::shared_ptr<Input>& input) override;
+    std::shared_ptr<Result> query(const std::string& assetId, const std::string& algorithmKey) override;
+    void save(const std::vector<std::shared_ptr<Result>>& results) override;
+    void save(const std::shared_ptr<Result>& result) override;
+    void clear(const std::vector<std::string>& assetIds) override;
+    void clearTypes(const std::vector<Vantor::AlgorithmType>& types) override;
+    void clearTypes(const std::vector<std::string>& types) override;
+    void clearAll() override;
+
+private:
+    LRUCache<std::string, std::shared_ptr<Result>> cache_;
+};
+
+}  // namespace VQFeature

@@ -1,0 +1,56 @@
+// Wire rules of the result schema, checked on hand-derived bytes.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "vqfe_results.pb-c.h"
+
+namespace {
+
+template <typename Message>
+std::vector<uint8_t> pack(const Message& message) {
+    std::vector<uint8_t> bytes(protobuf_c_message_get_packed_size(&message.base));
+    EXPECT_EQ(protobuf_c_message_pack(&message.base, bytes.data()), bytes.size());
+    return bytes;
+}
+
+TEST(WireSchemaTest, RequiredZeroFieldsAndEmptyStringsAreWritten) {
+    CFaceBuffer face = C__FACE_BUFFER__INIT;
+    EXPECT_EQ(pack(face), (std::vector<uint8_t>{0x38, 0x00, 0x40, 0x00}));  // m_width, m_height
+
+    CSceneRecogInfo info = C__SCENE_RECOG_INFO__INIT;
+    char empty[] = "";
+    info.name = empty;
+    // prob (fixed32 0), satisfied (false), name (zero length)
+    EXPECT_EQ(pack(info), (std::vector<uint8_t>{0x0d, 0, 0, 0, 0, 0x10, 0x00, 0x1a, 0x00}));
+}
+
+TEST(WireSchemaTest, RepeatedScalarsAreUnpackedButPackedInputIsAccepted) {
+    int32_t values[] = {1, 2, 300};
+    CIntArray array = C__INT_ARRAY__INIT;
+    array.n_i = 3;
+    array.i = values;
+    EXPECT_EQ(pack(array), (std::vector<uint8_t>{0x08, 0x01, 0x08, 0x02, 0x08, 0xac, 0x02}));
+
+    const uint8_t packed[] = {0x0a, 0x04, 0x01, 0x02, 0xac, 0x02};
+    CIntArray* decoded = c__int_array__unpack(nullptr, sizeof packed, packed);
+    ASSERT_NE(decoded, nullptr);
+    ASSERT_EQ(decoded->n_i, 3u);
+    EXPECT_EQ(decoded->i[2], 300);
+    c__int_array__free_unpacked(decoded, nullptr);
+}
+
+TEST(WireSchemaTest, BlobMissingARequiredFieldDoesNotUnpack) {
+    const uint8_t widthOnly[] = {0x38, 0x05};
+    EXPECT_EQ(c__face_buffer__unpack(nullptr, sizeof widthOnly, widthOnly), nullptr);
+    const uint8_t both[] = {0x38, 0x05, 0x40, 0x07};
+    CFaceBuffer* face = c__face_buffer__unpack(nullptr, sizeof both, both);
+    ASSERT_NE(face, nullptr);
+    EXPECT_EQ(face->m_width, 5);
+    EXPECT_EQ(face->m_height, 7);
+    c__face_buffer__free_unpacked(face, nullptr);
+    const uint8_t truncated[] = {0x38};
+    EXPECT_EQ(c__face_buffer__unpack(nullptr, sizeof truncated, truncated), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+// Extractor: the engine's facade. Runs algorithm kinds over lists of assets through the
+// framework, encodes each output into a result blob, and answers from and fills its two
+// caches: `cache` (consulted before running when asked, receives clears) and the
+// optional `storeCache` (receives every new result, read only by queryFeatures).
+//
+// Thread safety: any thread may call. Framework runs (both extractFeatures and
+// extractFeatureByVantor) are serialised by an internal gate; queryFeatures, the clears
+// and init are not gated, so caches shared across threads must be safe on their own and
+// init must not overlap a run. Failures never throw: they land in the error pair (the
+// last failure of a call wins; the pair is never cleared by the engine).
+// REQUIRES: init() before any extraction.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "Vantor/AlgorithmType.h"
+#include "Vantor/VantorAlgorithmInput.h"
+#include "cache/cache_adapter.h"
+#include "extractor/config.h"
+#include "extractor/input.h"
+#include "extractor/multi_result.h"
+#include "extractor/result.h"
+
+namespace VQFeature {
+
+using ErrorPair = std::pair<int, std::string>;
+
+class Extractor {
+public:
+    class ExtractorImpl;
+
+    // modelDir, frameworkConfigPath and initFlag go unchanged to the framework wrapper.
+    Extractor(std::shared_ptr<Config>& config, std::shared_ptr<CacheAdapter> cache,
+              std::shared_ptr<CacheAdapter> storeCache, const std::string& modelDir,
+              const std::string& frameworkConfigPath, bool initFlag);
+    Extractor(const Extractor&) = delete;
+    Extractor& operator=(const Extractor&) = delete;
+    ~Extractor();
+
+    // Constructs in one shared allocation; does not call init.
+    static std::shared_ptr<Extractor> makeInstance(std::shared_ptr<Config>& config,
+                                                   std::shared_ptr<CacheAdapter>& cache,
+                                                   std::shared_ptr<CacheAdapter>& storeCache,
+                                                   const std::string& modelDir,
+                                                   const std::string& frameworkConfigPath, bool initFlag);
+
+    // 0, or the framework wrapper's error code.
+    int init();
+
+    // One Result per resource, in resource order (a failed or skipped asset gives a
+    // Result without blob).
+    std::vector<std::shared_ptr<Result>> extractFeatures(const std::shared_ptr<Input>& input, bool useCache,
+                                                         ErrorPair* error = nullptr);
+    // One MultiResult per resource, in resource order; one framework run per asset.
+    std::vector<std::shared_ptr<MultiResult>> extractFeatures(const std::shared_ptr<MultiAlgorithmInput>& input,
+                                                              bool useCache, ErrorPair* error = nullptr);
+    // Cache read only; with firstCacheOnly false also the store cache, de-duplicated.
+    std::vector<std::shared_ptr<Result>> queryFeatures(const std::shared_ptr<Input>& input,
+                                                       bool firstCacheOnly = true);
+    // The raw framework output of one run (owned by the framework), or null.
+    void* extractFeatureByVantor(const Vantor::VantorAlgorithmInput& input, Vantor::AlgorithmType type,
+                                 std::string graph, IntParams intParams, FloatParams floatParams,
+                                 StringParams stringParams);
+
+    void clearAll();
+    void clearAssets(const std::vector<std::string>& assetIds);
+    void clearTypes(const std::vector<std::string>& types);
+    void clearTypes(const std::vector<Vantor::AlgorithmType>& types);
+
+private:
+    std::unique_ptr<ExtractorImpl> impl_;
+};
+
+}  // namespace VQFeature

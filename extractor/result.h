@@ -1,0 +1,71 @@
+// Result: one result blob for one asset and one algorithm kind.
+//
+// The blob (result, resultLength) is a malloc block owned by the Result. The first
+// matching typed accessor decodes it, keeps the decoded message and frees the blob, so
+// afterwards only the decoded message remains (single owner: a blob never has two).
+// Shared between the engine and the caches through shared_ptr; not synchronised.
+#pragma once
+
+#include <string>
+
+#include "Vantor/AlgorithmType.h"
+#include "extractor/iresult.h"
+
+namespace VQFeature {
+
+class Result : public IResult {
+public:
+    Result();
+    Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type);
+    // Take ownership of the blob. The length passes through a signed 32-bit int and is
+    // widened with its sign, as the binding always did.
+    Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type, void* result,
+           int length);
+    // A string-kind result: algorithmType is -1.
+    Result(const std::string& assetId, const std::string& algorithmKey, const std::string& algorithmStringType,
+           void* result, int length);
+    Result(const Result&) = delete;
+    Result& operator=(const Result&) = delete;
+    ~Result() override;
+
+    void freeResult();       // frees the blob; resultLength unchanged
+    void resetData();        // forgets the blob without freeing (it was handed elsewhere)
+    // Stores a malloc copy of size bytes; resultLength and an earlier blob are left as
+    // they are (the caller sets the length).
+    void setResultNative(const char* data, unsigned long size);
+    // Copies size bytes of the blob into dest; the caller sizes dest.
+    void memcpyStructResult(char* dest, unsigned long size);
+    bool freeStringTypeResult();
+    void freeStructResult();
+
+    CAfterEffectBuffer* afterEffectBuffer() override;
+    CSceneRecogBuffer* sceneRecogBuffer() override;
+    CSceneRecogV3Buffer* sceneRecogV3Buffer() override;
+    CFaceVerifyBuffer* faceVerifyBuffer() override;
+    CPornClsBuffer* pornClsBuffer() override;
+    CSimilarityBuffer* similarityBuffer() override;
+    CFaceBuffer* faceBuffer() override;
+    CFaceAttributeBuffer* faceAttributeBuffer() override;
+    CNHClassificationBuffer* relationRecogBuffer() override;
+    CNHClassificationBuffer* c300Buffer() override;
+    CNHClassificationBuffer* clip128Buffer() override;
+    CNHClassificationBuffer* nHClassificationBuffer() override;
+    CPetMattingBuffer* petMattingBuffer() override;
+    CFacePetDetectBuffer* facePetDetectBuffer() override;
+    CSaliencySegInfo* saliencySegInfo() override;
+    CSkeletonBuffer* skeletonBuffer() override;
+    CMattingResult* mattingResult() override;
+    CFaceClustingBuffer* faceClustingBuffer() override;
+
+    unsigned long resultLength;
+    void* result;
+    std::string assetId;
+    std::string algorithmStringType;
+    Vantor::AlgorithmType algorithmType;
+    std::string algorithmKey;
+
+private:
+    void* decoded_;
+};
+
+}  // namespace VQFeature
