@@ -85,8 +85,8 @@ TEST(ResultTest, ConstructorsAndBlobOperations) {
     copy.setResultNative(bytes, sizeof bytes);  // replaces the earlier copy
     EXPECT_EQ(copy.resultLength, 0u);            // the caller sets the length
     copy.resultLength = sizeof bytes;
-    char out[sizeof bytes] = {};
-    copy.memcpyStructResult(out, sizeof out);
+    char out[sizeof bytes + 4] = {};
+    copy.memcpyStructResult(out, sizeof out);  // stops at the blob's end
     EXPECT_EQ(std::memcmp(out, bytes, sizeof bytes), 0);
     ASSERT_NE(copy.pornClsBuffer(), nullptr);
     EXPECT_EQ(copy.pornClsBuffer()->confidence, 0.5f);
@@ -121,6 +121,11 @@ TEST(ResultTest, ClassificationKindsAndStringKinds) {
     EXPECT_EQ(relation.nHClassificationBuffer()->m_buffersize, 4u);
     relation.freeStructResult();
     EXPECT_EQ(relation.nHClassificationBuffer(), nullptr);
+    const Packed droppedBlob = classificationBlob(7);
+    {
+        Result dropped("a", "k", AlgorithmType::RelationRecog, droppedBlob.blob, droppedBlob.length);
+        ASSERT_NE(dropped.nHClassificationBuffer(), nullptr);
+    }  // released by the destructor
 
     const Packed stringKindBlob = classificationBlob(5);
     Result stringKind("a", "k", std::string(AlgorithmTypeC300), stringKindBlob.blob, stringKindBlob.length);
