@@ -6,6 +6,8 @@
 #include <new>
 #include <stdexcept>
 
+#include <opencv2/core/ocl.hpp>
+
 #include "execute_counter.h"
 #include "graph_spec.h"
 #include "image_input.h"
@@ -254,6 +256,9 @@ std::vector<bool> OpenAlgorithmSystem::nodesToRun(int32_t type) const {
 VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, AlgorithmType algorithmType) {
     ExecuteCounter counting;
     ++executeCount_;
+    // The open framework computes on the CPU. Without this, OpenCV's first transparent-API
+    // call would load the OpenCL runtime into the process (per calling thread setting).
+    cv::ocl::setUseOpenCL(false);
     clearResults();
     const int32_t type = static_cast<int32_t>(algorithmType);
     if (type != -1) {

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include <opencv2/core/ocl.hpp>
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/ml.hpp>
@@ -64,6 +65,7 @@ int vtx_ai_image_quality_enhancement_vida_create(void** handle, const vtx_ai_ima
 // clamped to [0, 1]. The two integers are accepted and unused.
 int vtx_ai_image_quality_enhancement_vida_process(void* handle, const char* image_path, int, int, float* score) {
     if (handle == nullptr || image_path == nullptr || score == nullptr) return -1;
+    cv::ocl::setUseOpenCL(false);  // CPU only, as the algorithm system
     cv::Mat image;
     try {
         image = cv::imread(image_path, cv::IMREAD_COLOR);

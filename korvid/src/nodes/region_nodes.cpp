@@ -78,8 +78,8 @@ SalientRegion salientRegion(const cv::Mat& small) {
 // GrabCut draws its initial clusters from OpenCV's thread RNG, so the RNG is reseeded
 // to make equal images give equal masks.
 cv::Mat grabCut(const cv::Mat& small, cv::Mat seed, int iterations) {
-    if (cv::countNonZero(seed == cv::GC_BGD | seed == cv::GC_PR_BGD) == 0 ||
-        cv::countNonZero(seed == cv::GC_FGD | seed == cv::GC_PR_FGD) == 0) {
+    if (cv::countNonZero((seed == cv::GC_BGD) | (seed == cv::GC_PR_BGD)) == 0 ||
+        cv::countNonZero((seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD)) == 0) {
         return cv::Mat::zeros(small.size(), CV_8U);
     }
     cv::theRNG().state = 0x4b6f72766964ULL;
