@@ -84,6 +84,20 @@ TEST(DecodeHelpersTest, MalformedOrMissingBlobsDecodeToNull) {
     const uint8_t missingRequired[] = {0x08, 0x01};  // is_porn without confidence
     EXPECT_EQ(porn_cls_buffer_alloc(missingRequired, sizeof missingRequired), nullptr);
     face_buffer_free(nullptr);
+
+    // Field number 0 written as a two-byte tag (0x85 0x00: number 0, fixed32), at the top
+    // level and inside a cluster; without it the same blobs decode.
+    const uint8_t porn[] = {0x08, 0x01, 0x15, 0, 0, 0x80, 0x3f, 0x85, 0x00, 1, 2, 3, 4};
+    CPornClsBuffer* valid = porn_cls_buffer_alloc(porn, 7);
+    ASSERT_NE(valid, nullptr);
+    porn_cls_buffer_free(valid);
+    EXPECT_EQ(porn_cls_buffer_alloc(porn, sizeof porn), nullptr);
+    const uint8_t cluster[] = {0x18, 0x01, 0x12, 0x02, 0x08, 0x07};
+    const uint8_t clusters[] = {0x18, 0x01, 0x12, 0x08, 0x08, 0x07, 0x85, 0x00, 1, 2, 3, 4};
+    CFaceClustingBuffer* plain = face_clusting_buffer_alloc(cluster, sizeof cluster);
+    ASSERT_NE(plain, nullptr);
+    face_clusting_buffer_free(plain);
+    EXPECT_EQ(face_clusting_buffer_alloc(clusters, sizeof clusters), nullptr);
 }
 
 TEST(CoverUtilBlobTest, CopiesIntoAnArrayAndReleasesWithFree) {

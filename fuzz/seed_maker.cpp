@@ -1,0 +1,98 @@
+// Writes the seed corpora of the fuzz targets (fuzz/corpus/<target>/), from real data:
+//   decoders/  every built-in template run by the open framework on small copies of the
+//              test photographs, each result packed by the blob encoders, behind the
+//              decoder's index byte (decoder_table.h); plus each decoder's empty blob;
+//   graph/     the built-in templates and the two named graphs;
+//   config/    the empty configuration and one with every kind of fault.
+// Run it from a default build: cmake --build --preset default --target fuzz_seed_maker
+// && build/bin/fuzz_seed_maker. Files are named by content, so reruns replace them.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <opencv2/imgproc.hpp>
+
+#include "decoder_table.h"
+#include "extractor/extractor_impl.h"
+#include "testing/builtin_templates.h"
+#include "testing/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void writeFile(const fs::path& path, const std::string& bytes) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+    std::printf("%8zu  %s\n", bytes.size(), path.string().c_str());
+}
+
+const vqfe_fuzz::Decoder* decoderOfKind(int kind, size_t& index) {
+    for (index = 0; index < vqfe_fuzz::kDecoderCount; ++index) {
+        if (vqfe_fuzz::kDecoders[index].kind == kind || (kind == 130 && vqfe_fuzz::kDecoders[index].kind == 121)) {
+            return &vqfe_fuzz::kDecoders[index];
+        }
+    }
+    return nullptr;
+}
+
+// The kinds a template's run yields a blob for (template 9 produces the attributes of 46).
+int resultKind(int templateKind) { return templateKind == 9 ? 46 : templateKind; }
+
+void writeBlobs(const fs::path& dir) {
+    kv::testing::SystemHarness h;
+    const char* images[] = {"astronaut.jpg", "chelsea.jpg", "coffee.jpg"};
+    for (const auto& [kind, graph] : kv::testing::builtinTemplates()) {
+        if (h->loadGraph(graph) != Vantor::NO_ERROR) {
+            std::fprintf(stderr, "template %d does not load: %s\n", kind, h->getLastErrorMessage().c_str());
+            continue;
+        }
+        const int type = resultKind(kind);
+        size_t index;
+        const vqfe_fuzz::Decoder* decoder = decoderOfKind(type, index);
+        if (decoder == nullptr) continue;
+        for (const char* file : images) {
+            // Copies large enough for the detectors to find faces, and small ones where the
+            // result holds a mask or map, keep every seed at a few kilobytes.
+            const bool map = type == 12 || type == 60 || type == 121;
+            const int width = map ? 48 : type == 71 ? 120 : type == 95 ? 200 : 400;
+            cv::Mat photo = kv::testing::loadTestImage(file), small;
+            cv::resize(photo, small, cv::Size(width, photo.rows * width / photo.cols), 0, 0, cv::INTER_AREA);
+            auto input = kv::testing::rgbaInput(small);
+            if (h->execute(input->buffer, static_cast<Vantor::AlgorithmType>(type)) != Vantor::NO_ERROR) continue;
+            unsigned long size = 0;
+            void* blob = VQFeature::Extractor::ExtractorImpl::resultConvert(
+                static_cast<Vantor::AlgorithmType>(type), h->getResult(static_cast<Vantor::AlgorithmType>(type)), &size);
+            if (blob == nullptr) continue;
+            std::string bytes(1, static_cast<char>(index));
+            bytes.append(static_cast<const char*>(blob), size);
+            std::free(blob);
+            writeFile(dir / (std::string(decoder->name) + "-" + std::to_string(kind) + "-" + fs::path(file).stem().string() + ".bin"), bytes);
+        }
+    }
+    for (size_t i = 0; i < vqfe_fuzz::kDecoderCount; ++i) {
+        writeFile(dir / (std::string(vqfe_fuzz::kDecoders[i].name) + "-empty.bin"), std::string(1, static_cast<char>(i)));
+    }
+}
+
+void writeGraphs(const fs::path& dir) {
+    for (const auto& [kind, graph] : kv::testing::builtinTemplates()) writeFile(dir / ("template-" + std::to_string(kind) + ".json"), graph);
+    writeFile(dir / "grading.json", kv::testing::kGradingGraph);
+    writeFile(dir / "recognition.json", kv::testing::kRecognitionGraph);
+}
+
+void writeConfigs(const fs::path& dir) {
+    writeFile(dir / "empty.json", "{}");
+    writeFile(dir / "faults.json", R"({"faults": {"25": {"execute": 4}, "33": {"result": null}, "58": {"throw": "boom"}}, "device": [1, 2.5e3, true, false, "x\u00e9\n"]})");
+}
+
+}  // namespace
+
+int main() {
+    const fs::path corpus = VQFE_FUZZ_CORPUS;
+    writeBlobs(corpus / "decoders");
+    writeGraphs(corpus / "graph");
+    writeConfigs(corpus / "config");
+    return 0;
+}
