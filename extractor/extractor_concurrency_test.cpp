@@ -40,13 +40,13 @@ TEST(ExtractorConcurrencyTest, RunsNeverOverlapInsideTheFramework) {
             for (int round = 0; round < kRounds; ++round) {
                 if (round % 4 == 3) {
                     auto multi = std::make_shared<MultiAlgorithmInput>(
-                        ResourceList{asset("m", 10 + t)}, "", std::vector<AlgorithmType>{AlgorithmType::PornCls},
+                        ResourceList{asset("m", 100 + t)}, "", std::vector<AlgorithmType>{AlgorithmType::PornCls},
                         std::vector<std::string>{"ClassificationPostProcess_c300"});
                     auto out = extractor.extractFeatures(multi, false, nullptr);
                     blobs[t] += out[0]->resultCount() == 2 ? 1 : 0;
                     continue;
                 }
-                auto input = std::make_shared<Input>(ResourceList{asset("a", 10 + t), asset("b", 20 + t)}, "",
+                auto input = std::make_shared<Input>(ResourceList{asset("a", 100 + t), asset("b", 200 + t)}, "",
                                                      IntParams{}, AlgorithmType::PornCls);
                 ErrorPair error;
                 for (const auto& result : extractor.extractFeatures(input, false, &error)) {

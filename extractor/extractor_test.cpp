@@ -339,15 +339,11 @@ TEST(ExtractorInitTest, InitAppliesTheConfigGraphOnlyAfterSuccess) {
 
     // A re-init replaces the wrapper; a failing framework init returns its code and
     // neither installs the finder nor loads the configured graph.
-    ScopedAlgorithmSystemFactory failing(
-        [] {
-            auto* system = new FakeAlgorithmSystem;
-            system->initCode = Vantor::INVALID_CONFIG;
-            return system;
-        },
-        [](Vantor::VantorAlgorithmSystem* system) { delete system; });
+    factory.initCodeForNew = Vantor::INVALID_CONFIG;
     EXPECT_EQ(extractor->init(), Vantor::INVALID_CONFIG);
-    EXPECT_EQ(factory.alive(), 0u);  // the first wrapper was destroyed
+    EXPECT_EQ(factory.alive(), 1u);  // the first wrapper was destroyed, the new one kept
+    EXPECT_TRUE(factory.latest().graphs.empty());
+    EXPECT_EQ(factory.latest().finderInstalls, 0);
     // Runs before a successful init do not crash.
     Extractor fresh(config, cache, none, "models", "vantor.json", false);
     ErrorPair error;

@@ -129,6 +129,7 @@ public:
         : scope_(
               [this] {
                   systems_.push_back(new FakeAlgorithmSystem);
+                  systems_.back()->initCode = initCodeForNew;
                   return systems_.back();
               },
               [this](Vantor::VantorAlgorithmSystem* system) {
@@ -138,6 +139,9 @@ public:
 
     FakeAlgorithmSystem& latest() { return *systems_.back(); }
     size_t alive() const { return systems_.size(); }
+
+    // What initialise answers on the systems created from now on.
+    Vantor::VantorErrorCode initCodeForNew = Vantor::NO_ERROR;
 
 private:
     std::vector<FakeAlgorithmSystem*> systems_;
