@@ -86,7 +86,6 @@ TEST_F(FrameworkExtractorTest, EveryTemplateKindGivesADecodableBlob) {
                 continue;
             }
             ASSERT_NE(result->result, nullptr) << "kind " << kind << " " << result->assetId;
-            EXPECT_GT(result->resultLength, 0u) << "kind " << kind;
             EXPECT_TRUE(decodes(*result)) << "kind " << kind << " " << result->assetId;
         }
         // Now cached: a second walk answers without running.
