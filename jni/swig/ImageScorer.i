@@ -14,7 +14,11 @@
     try {
       System.loadLibrary("ExtractorJni");
     } catch (UnsatisfiedLinkError e) {
-      // Already loaded by the host under another name or path.
+      try {
+        delete_ImageScorer(0);  // loaded by the host already?
+      } catch (UnsatisfiedLinkError notLoaded) {
+        throw e;
+      }
     }
   }
 %}

@@ -12,15 +12,19 @@
 // setter is refused like any other null reference instead of being dereferenced.
 %naturalvar;
 
-// The JNI class loads libExtractorJni.so itself (a host that loaded it already, e.g.
-// through System.load, loses nothing) before SWIG's static block runs swig_module_init.
+// The JNI class loads libExtractorJni.so itself before SWIG's static block runs
+// swig_module_init. A host that loaded the library already (System.load with a path)
+// loses nothing; if the library is really missing, the loader's own error is thrown.
 %pragma(java) jniclasscode=%{
   static {
     try {
       System.loadLibrary("ExtractorJni");
     } catch (UnsatisfiedLinkError e) {
-      // Already loaded by the host under another name or path; swig_module_init below
-      // fails loudly if it is not.
+      try {
+        AlgorithmTypeC300_get();
+      } catch (UnsatisfiedLinkError notLoaded) {
+        throw e;
+      }
     }
   }
 %}
@@ -29,6 +33,52 @@
 // "BigInteger null"; wider values keep their low 64 bits); signed ones as long.
 %apply unsigned long long { unsigned long };
 %apply const unsigned long long & { const unsigned long & };
+// The conversion itself: the number's two's-complement big-endian bytes (toByteArray),
+// the first sign-extended, each further one shifted in, low 64 bits kept. Written out
+// (rather than SWIG's) to check for an exception from toByteArray before going on.
+%typemap(in) unsigned long {
+  $1 = 0;
+  if (!$input) {
+    SWIG_JavaThrowException(jenv, SWIG_JavaNullPointerException, "BigInteger null");
+    return $null;
+  }
+  if (!vqfe_BigIntegerToUnsigned(jenv, $input, &$1)) return $null;
+}
+%typemap(in) const unsigned long & ($*1_ltype temp) {
+  temp = 0;
+  if (!$input) {
+    SWIG_JavaThrowException(jenv, SWIG_JavaNullPointerException, "BigInteger null");
+    return $null;
+  }
+  if (!vqfe_BigIntegerToUnsigned(jenv, $input, &temp)) return $null;
+  $1 = &temp;
+}
+%{
+// False when Java raised an exception (left pending for the caller).
+static bool vqfe_BigIntegerToUnsigned(JNIEnv* jenv, jobject number, unsigned long* out) {
+  jclass clazz = jenv->GetObjectClass(number);
+  jmethodID toByteArray = jenv->GetMethodID(clazz, "toByteArray", "()[B");
+  jenv->DeleteLocalRef(clazz);
+  if (!toByteArray) return false;
+  jbyteArray bytes = (jbyteArray)jenv->CallObjectMethod(number, toByteArray);
+  if (jenv->ExceptionCheck() || !bytes) return false;
+  jsize size = jenv->GetArrayLength(bytes);
+  jbyte* elements = jenv->GetByteArrayElements(bytes, 0);
+  if (!elements) {
+    jenv->DeleteLocalRef(bytes);
+    return false;
+  }
+  unsigned long value = 0;
+  if (size > 0) {
+    value = (unsigned long)(long)elements[0];
+    for (jsize i = 1; i < size; i++) value = (value << 8) | (unsigned long)(unsigned char)elements[i];
+  }
+  jenv->ReleaseByteArrayElements(bytes, elements, 0);
+  jenv->DeleteLocalRef(bytes);
+  *out = value;
+  return true;
+}
+%}
 %apply long long { long };
 %apply const long long & { const long & };
 
