@@ -1,7 +1,5 @@
 # The JDK the binding builds with: javac/jar/java for the proxies and the JVM tests, and
-# the JNI headers for every native that talks to a virtual machine (the binding and
-# the desktop asset manager). Included from the top level before the subsystems, so
-# all of them see JNI_FOUND. FindJNI does not look beside javac without JAVA_HOME.
+# the JNI headers. FindJNI does not look beside javac without JAVA_HOME.
 find_package(Java 17 REQUIRED COMPONENTS Development Runtime)
 if(NOT JAVA_HOME AND NOT DEFINED ENV{JAVA_HOME})
   get_filename_component(_vqfe_javac "${Java_JAVAC_EXECUTABLE}" REALPATH)
