@@ -3,7 +3,9 @@
 //              test photographs, each result packed by the blob encoders, behind the
 //              decoder's index byte (decoder_table.h); plus each decoder's empty blob;
 //   graph/     the built-in templates and the two named graphs;
-//   config/    the empty configuration and one with every kind of fault.
+//   config/    the empty configuration and one with every kind of fault;
+//   model_name/ every default model name, and versioned, suffixed and directory forms;
+//   string_utils/ the default model list and short texts.
 // Run it from a default build: cmake --build --preset default --target fuzz_seed_maker
 // && build/bin/fuzz_seed_maker. Files are named by content, so reruns replace them.
 #include <cstdio>
@@ -15,8 +17,9 @@
 
 #include "decoder_table.h"
 #include "extractor/extractor_impl.h"
-#include "testing/builtin_templates.h"
+#include "jni/string_utils.h"
 #include "testing/test_support.h"
+#include "vantor/cover_util.h"
 
 namespace {
 
@@ -40,10 +43,20 @@ const vqfe_fuzz::Decoder* decoderOfKind(int kind, size_t& index) {
 // The kinds a template's run yields a blob for (template 9 produces the attributes of 46).
 int resultKind(int templateKind) { return templateKind == 9 ? 46 : templateKind; }
 
+// (kind, text) of every built-in template.
+std::vector<std::pair<int, std::string>> templates() {
+    std::vector<std::pair<int, std::string>> out;
+    for (int kind = 4; kind <= 130; ++kind) {
+        std::string text = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind));
+        if (!text.empty()) out.emplace_back(kind, std::move(text));
+    }
+    return out;
+}
+
 void writeBlobs(const fs::path& dir) {
     kv::testing::SystemHarness h;
     const char* images[] = {"astronaut.jpg", "chelsea.jpg", "coffee.jpg"};
-    for (const auto& [kind, graph] : kv::testing::builtinTemplates()) {
+    for (const auto& [kind, graph] : templates()) {
         if (h->loadGraph(graph) != Vantor::NO_ERROR) {
             std::fprintf(stderr, "template %d does not load: %s\n", kind, h->getLastErrorMessage().c_str());
             continue;
@@ -77,9 +90,24 @@ void writeBlobs(const fs::path& dir) {
 }
 
 void writeGraphs(const fs::path& dir) {
-    for (const auto& [kind, graph] : kv::testing::builtinTemplates()) writeFile(dir / ("template-" + std::to_string(kind) + ".json"), graph);
-    writeFile(dir / "grading.json", kv::testing::kGradingGraph);
-    writeFile(dir / "recognition.json", kv::testing::kRecognitionGraph);
+    for (const auto& [kind, graph] : templates()) writeFile(dir / ("template-" + std::to_string(kind) + ".json"), graph);
+    writeFile(dir / "grading.json", VQFeature::VantorGraph::gradingGraph());
+    writeFile(dir / "recognition.json", VQFeature::VantorGraph::recognitionGraph());
+}
+
+void writeModelNames(const fs::path& dir) {
+    for (const std::string& name : VQFeature::split(VQFeature::CoverUtil::getDefaultModels(), ",")) {
+        writeFile(dir / name, name);
+        writeFile(dir / (name + "-forms"), "models/" + name + "_v2.0.model");
+    }
+    const char* forms[] = {"qm_face_extra_v10.model", "qm_sim.dat", "qm_matting_model", "x-y_v1.model", "a.b", ""};
+    for (size_t i = 0; i < sizeof forms / sizeof forms[0]; ++i) writeFile(dir / ("form-" + std::to_string(i)), forms[i]);
+}
+
+void writeTexts(const fs::path& dir) {
+    writeFile(dir / "default-models", VQFeature::CoverUtil::getDefaultModels());
+    writeFile(dir / "blank", std::string("a b\0a", 5) + std::string(1, '\x01'));
+    writeFile(dir / "contains", std::string("abababc\0ababc\0", 14) + std::string(2, '\x03'));
 }
 
 void writeConfigs(const fs::path& dir) {
@@ -94,5 +122,7 @@ int main() {
     writeBlobs(corpus / "decoders");
     writeGraphs(corpus / "graph");
     writeConfigs(corpus / "config");
+    writeModelNames(corpus / "model_name");
+    writeTexts(corpus / "string_utils");
     return 0;
 }

@@ -1,9 +1,10 @@
 #include "vantor/resource_finder.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <regex>
 
 #include "vantor/asset_manager_holder.h"
 #include "vantor/vantor_log.h"
@@ -13,14 +14,16 @@ namespace VQFeature {
 namespace {
 
 // Reads the file whole into a zero-filled malloc block of size + 1 bytes. *size gets the
-// file's length as soon as it is known. Null when the file cannot be opened or read whole.
+// file's length as soon as it is known. Null when the file cannot be opened or read whole,
+// or is not a regular file (a directory opens, and its "length" is LONG_MAX).
 void* readWholeFile(const std::string& path, uint64_t* size) {
     FILE* file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
         return nullptr;
     }
     void* block = nullptr;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
+    struct stat info;
+    if (fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) && std::fseek(file, 0, SEEK_END) == 0) {
         long length = std::ftell(file);
         if (length >= 0) {
             *size = static_cast<uint64_t>(length);
@@ -53,7 +56,10 @@ bool VantorResourceFinderImpl::findResource(Vantor::VantorAlgorithmModel& model)
     logVantorDebug(path);
 
     void* block = nullptr;
-    if (AAssetManager* manager = AssetManagerHolder::getInstance().get()) {
+    if (path.find('\0') != std::string::npos) {
+        // A name with a NUL in it names no file: the C functions would stop at the NUL
+        // and open another one (found by fuzz/model_name_fuzzer.cpp).
+    } else if (AAssetManager* manager = AssetManagerHolder::getInstance().get()) {
         size_t length = 0;
         block = readWholeAsset(manager, path, &length);
         model.size = length;
@@ -78,19 +84,58 @@ bool VantorResourceFinderImpl::releaseResource(Vantor::VantorAlgorithmModel& mod
     return true;
 }
 
-std::string VantorResourceFinderImpl::getNormalizedNameOfModel(const std::string& name) {
-    static const std::regex kVersion("([[:w:]]+)(_v[0-9])+.*", std::regex::ECMAScript);
-    static const std::regex kSuffix("([[:w:]]+)((\\.model)+|(_model)+|(\\.dat)+)", std::regex::ECMAScript);
+namespace {
 
+// The word class [[:w:]] of the "C" locale: ASCII letters, digits and '_'.
+bool isWordChar(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+bool hasAt(const std::string& text, size_t at, const char* piece) {
+    return text.compare(at, std::strlen(piece), piece) == 0;
+}
+
+// First capture of the leftmost ECMAScript match of "([[:w:]]+)X...", where follows(p)
+// says whether X matches at p. The match starts at the first word run [run, end) that
+// has such a p with run < p <= end, and the greedy capture ends at the largest one.
+template <typename Follows>
+bool captureWordRun(const std::string& text, Follows follows, std::string& capture) {
+    size_t run = 0;
+    while (run < text.size()) {
+        if (!isWordChar(text[run])) {
+            ++run;
+            continue;
+        }
+        size_t end = run;
+        while (end < text.size() && isWordChar(text[end])) ++end;
+        for (size_t p = end; p > run; --p) {
+            if (follows(p)) {
+                capture = text.substr(run, p - run);
+                return true;
+            }
+        }
+        run = end;
+    }
+    return false;
+}
+
+}  // namespace
+
+// Matches the version pattern "([[:w:]]+)(_v[0-9])+.*" and then the suffix pattern
+// "([[:w:]]+)((\.model)+|(_model)+|(\.dat)+)" as std::regex_search would, keeping the
+// first capture of each, in linear time and constant stack: std::regex's backtracking
+// recursed once per character and overflowed the stack on names of a few ten thousand
+// bytes (found by fuzz/model_name_fuzzer.cpp, which checks this against std::regex).
+std::string VantorResourceFinderImpl::getNormalizedNameOfModel(const std::string& name) {
     const size_t slash = name.rfind('/');
     std::string text = slash == std::string::npos ? name : name.substr(slash + 1);
-    std::smatch match;
-    if (std::regex_search(text, match, kVersion)) {
-        text = match[1].str();
-    }
-    if (std::regex_search(text, match, kSuffix)) {
-        text = match[1].str();
-    }
+    std::string capture;
+    auto version = [&text](size_t p) {
+        return hasAt(text, p, "_v") && p + 2 < text.size() && text[p + 2] >= '0' && text[p + 2] <= '9';
+    };
+    if (captureWordRun(text, version, capture)) text = capture;
+    auto suffix = [&text](size_t p) { return hasAt(text, p, ".model") || hasAt(text, p, "_model") || hasAt(text, p, ".dat"); };
+    if (captureWordRun(text, suffix, capture)) text = capture;
     return text;
 }
 

@@ -23,6 +23,13 @@ TEST(ResourceFinderTest, NormalisesModelNames) {
     EXPECT_EQ(normalise("a.b"), "a.b");
     EXPECT_EQ(normalise("a/b/c/qm_face.model.model"), "qm_face");
     EXPECT_EQ(normalise(""), "");
+    // The leftmost word run that can take a version wins, and its capture is greedy.
+    EXPECT_EQ(normalise("_v1.a_v2_v3x.model"), "a_v2");
+    EXPECT_EQ(normalise("qm.dat.model"), "qm");
+    EXPECT_EQ(normalise("qm_face\n_v1"), "qm_face\n_v1");  // a version needs a stem before it
+    // Names far longer than a file name neither exhaust the stack nor lose the stem.
+    EXPECT_EQ(normalise(std::string(1 << 20, 'a') + "_v1.model"), std::string(1 << 20, 'a'));
+    EXPECT_EQ(normalise("qm_face_v2." + std::string(1 << 20, '.')), "qm_face");
 }
 
 class FinderFileTest : public ::testing::Test {
@@ -59,6 +66,12 @@ TEST_F(FinderFileTest, BuildsPathsFromNames) {
     EXPECT_EQ(load(""), "nameless");
     EXPECT_EQ(load("qm_matting_model"), "matting");  // no dot: not normalised
     EXPECT_EQ(load("qm_missing"), "<none>");
+    // A NUL would cut the path short and open another file; a directory is no model.
+    dir.write("models/plain", "not a model");
+    EXPECT_EQ(load(std::string("plain\0", 6)), "<none>");
+    EXPECT_EQ(load(std::string("\0", 1)), "<none>");
+    dir.write("models/folder.model/inside", "x");
+    EXPECT_EQ(load("folder"), "<none>");
 }
 
 TEST_F(FinderFileTest, EmptyModelFileIsASuccess) {
