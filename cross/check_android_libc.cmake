@@ -1,0 +1,21 @@
+# Fails when an object of ARCHIVE references a C library function of DENYLIST (functions
+# Android's libc lacks at API 21 or that only glibc has). Run with cmake -P:
+#   -DNM=<nm> -DARCHIVE=<static library> -DDENYLIST=<file>
+execute_process(COMMAND ${NM} -u --format=posix ${ARCHIVE} OUTPUT_VARIABLE undefined RESULT_VARIABLE nm_result)
+if(NOT nm_result EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${ARCHIVE}")
+endif()
+file(STRINGS ${DENYLIST} entries REGEX "^[A-Za-z_]")
+set(found "")
+foreach(entry IN LISTS entries)
+  string(REGEX REPLACE "[ \t#].*" "" name "${entry}")
+  string(REGEX MATCH "(^|\n)${name}(@[^ ]*)? U" hit "${undefined}")
+  if(hit)
+    list(APPEND found ${name})
+  endif()
+endforeach()
+if(found)
+  message(FATAL_ERROR "not available in Android's libc at API 21: ${found}")
+endif()
+list(LENGTH entries checked)
+message(STATUS "none of ${checked} functions missing from Android's libc at API 21 is used")
