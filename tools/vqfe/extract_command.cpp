@@ -1,0 +1,252 @@
+#include "tools/vqfe/extract_command.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "cache/memory_cache.h"
+#include "cache/sqlite_cache.h"
+#include "encoding/message_json.h"
+#include "extractor/extractor.h"
+#include "tools/vqfe/annotate.h"
+#include "tools/vqfe/graph_merge.h"
+#include "tools/vqfe/image_io.h"
+#include "tools/vqfe/progress.h"
+#include "tools/vqfe/summary.h"
+#include "vantor/cover_util.h"
+#include "vantor/vantor_system.h"
+
+namespace vqfe {
+namespace {
+
+using VQFeature::CacheAdapter;
+using VQFeature::Extractor;
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') out += '\\', out += static_cast<char>(c);
+        else if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else out += static_cast<char>(c);
+    }
+    return out + "\"";
+}
+
+// The graph of one kind: its built-in template, with the post-processor renamed to the
+// output-node name for a string kind.
+std::string graphOfKind(const Kind& kind) {
+    std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind.templateKind));
+    if (!kind.stringType.empty()) graph = renameNode(graph, "ClassificationPostProcess", kind.stringType);
+    return graph;
+}
+
+std::string requestGraph(const ExtractOptions& options) {
+    if (!options.graphFile.empty()) {
+        std::ifstream in(options.graphFile);
+        if (!in) throw std::runtime_error("cannot read graph file " + options.graphFile);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    std::vector<std::string> graphs;
+    for (const Kind& kind : options.kinds) {
+        std::string graph = graphOfKind(kind);
+        if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(graph);
+    }
+    return graphs.size() == 1 ? graphs.front() : mergeGraphs(graphs);
+}
+
+bool isSingleKindRequest(const ExtractOptions& options) {
+    return options.kinds.size() == 1 && options.kinds.front().stringType.empty();
+}
+
+// One blob per kind for one image, however it was obtained.
+struct ImageOutcome {
+    LoadedImage image;
+    std::map<std::string, std::pair<const void*, unsigned long>> blobs;  // by kind name
+    std::vector<std::shared_ptr<void>> keepAlive;                        // owners of the blobs
+    VQFeature::ErrorPair error{0, ""};
+    bool fromStore = false;
+    double milliseconds = 0;
+};
+
+class Worker {
+public:
+    Worker(const ExtractOptions& options, const std::string& graph, std::shared_ptr<CacheAdapter> store)
+        : options_(options), graph_(graph) {
+        auto config = std::make_shared<VQFeature::Config>();
+        std::shared_ptr<CacheAdapter> first = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
+        extractor_ = Extractor::makeInstance(config, first, store, options.modelDir, options.frameworkConfig, false);
+        initCode_ = extractor_->init();
+        store_ = store;
+    }
+    int initCode() const { return initCode_; }
+
+    void run(ImageOutcome& outcome) {
+        auto resource = std::make_shared<VQFeature::Resource>(outcome.image.assetId, outcome.image.path,
+                                                              outcome.image.buffer);
+        if (isSingleKindRequest(options_)) {
+            const Kind& kind = options_.kinds.front();
+            auto input = std::make_shared<VQFeature::Input>(VQFeature::ResourceList{resource}, graph_,
+                                                            VQFeature::IntParams{},
+                                                            static_cast<Vantor::AlgorithmType>(kind.number));
+            outcome.fromStore = store_ && store_->query(resource->assetId, input->algorithmKey()) != nullptr;
+            auto results = extractor_->extractFeatures(input, true, &outcome.error);
+            auto result = results.at(0);
+            outcome.keepAlive.push_back(result);
+            outcome.blobs[kind.name] = {result->result, result->resultLength};
+            return;
+        }
+        std::vector<Vantor::AlgorithmType> types;
+        std::vector<std::string> stringTypes;
+        for (const Kind& kind : options_.kinds) {
+            if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
+            else stringTypes.push_back(kind.stringType);
+        }
+        auto input = std::make_shared<VQFeature::MultiAlgorithmInput>(VQFeature::ResourceList{resource}, graph_,
+                                                                      types, stringTypes);
+        if (store_) {
+            outcome.fromStore = true;
+            for (auto type : types) outcome.fromStore &= store_->query(resource->assetId, input->algorithmKey(type)) != nullptr;
+            for (auto& name : stringTypes) outcome.fromStore &= store_->query(resource->assetId, input->algorithmKey(name)) != nullptr;
+        }
+        auto results = extractor_->extractFeatures(input, true, &outcome.error);
+        auto multi = results.at(0);
+        outcome.keepAlive.push_back(multi);
+        for (const Kind& kind : options_.kinds) {
+            auto item = kind.stringType.empty()
+                            ? multi->getResultItem(static_cast<Vantor::AlgorithmType>(kind.number))
+                            : multi->getResultItem(kind.stringType);
+            if (item) outcome.blobs[kind.name] = {item->data, item->size};
+        }
+    }
+
+private:
+    const ExtractOptions& options_;
+    std::string graph_;
+    std::shared_ptr<Extractor> extractor_;
+    std::shared_ptr<CacheAdapter> store_;
+    int initCode_ = 0;
+};
+
+void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, std::ostream& out) {
+    const std::string head = "{\"image\":" + jsonString(outcome.image.path) +
+                             ",\"asset\":" + jsonString(outcome.image.assetId);
+    char timing[64];
+    std::snprintf(timing, sizeof timing, ",\"store\":%s,\"ms\":%.2f", outcome.fromStore ? "true" : "false",
+                  outcome.milliseconds);
+    for (const Kind& kind : options.kinds) {
+        std::string line = head + ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + jsonString(kind.name) + timing;
+        auto found = outcome.blobs.find(kind.name);
+        std::string error;
+        std::string json;
+        if (found != outcome.blobs.end() && found->second.first != nullptr) {
+            const int blobKind = kind.stringType.empty() ? kind.number : 121;
+            json = VQFeature::blobToJson(blobKind, found->second.first, found->second.second, &error);
+        }
+        if (!json.empty()) line += ",\"result\":" + json;
+        else line += ",\"result\":null";
+        if (outcome.error.first != 0 || !outcome.error.second.empty()) {
+            line += ",\"error\":{\"code\":" + std::to_string(outcome.error.first) +
+                    ",\"message\":" + jsonString(outcome.error.second) + "}";
+        } else if (!error.empty()) {
+            line += ",\"error\":{\"code\":0,\"message\":" + jsonString(error) + "}";
+        } else if (json.empty() && kind.number == 9) {
+            line += ",\"note\":\"kind 9 has no blob format\"";
+        }
+        out << line << "}\n";
+    }
+}
+
+void printFailure(const std::string& path, const std::string& message, std::ostream& out) {
+    out << "{\"image\":" << jsonString(path) << ",\"error\":{\"code\":-1,\"message\":" << jsonString(message) << "}}\n";
+}
+
+}  // namespace
+
+int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err) {
+    std::vector<std::string> problems;
+    const std::vector<std::string> files = collectImages(options.inputs, &problems);
+    for (const auto& problem : problems) err << "vqfe extract: " << problem << "\n";
+    if (files.empty()) {
+        err << "vqfe extract: no images to analyse\n";
+        return 1;
+    }
+    std::shared_ptr<CacheAdapter> store;
+    std::string graph;
+    try {
+        if (!options.storePath.empty()) store = std::make_shared<VQFeature::SqliteCache>(options.storePath);
+        graph = requestGraph(options);
+    } catch (const std::exception& e) {
+        err << "vqfe extract: " << e.what() << "\n";
+        return 1;
+    }
+
+    const int jobs = std::max(1, std::min<int>(options.jobs, static_cast<int>(files.size())));
+    std::vector<std::unique_ptr<Worker>> workers;
+    for (int j = 0; j < jobs; ++j) {
+        workers.push_back(std::make_unique<Worker>(options, graph, store));
+        if (workers.back()->initCode() != 0) {
+            err << "vqfe extract: the framework did not initialise (code " << workers.back()->initCode() << ", "
+                << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(workers.back()->initCode()))
+                << "); check --models and --framework-config\n";
+            return 1;
+        }
+    }
+
+    Progress progress(files.size());
+    Summary summary;
+    std::mutex outputMutex;
+    std::atomic<size_t> next{0};
+    auto work = [&](Worker& worker) {
+        for (size_t i = next++; i < files.size(); i = next++) {
+            std::string error;
+            auto image = loadImage(files[i], &error);
+            if (!image) {
+                std::lock_guard<std::mutex> lock(outputMutex);
+                printFailure(files[i], error, out);
+                summary.addFailure(files[i], error);
+                progress.advance();
+                continue;
+            }
+            ImageOutcome outcome;
+            outcome.image = std::move(*image);
+            const auto start = std::chrono::steady_clock::now();
+            try {
+                worker.run(outcome);
+            } catch (const std::exception& e) {
+                outcome.error = {-1, e.what()};
+            }
+            outcome.milliseconds =
+                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+            std::string drawError;
+            if (!options.drawDir.empty()) drawAnnotations(outcome.image, outcome.blobs, options.drawDir, &drawError);
+            std::lock_guard<std::mutex> lock(outputMutex);
+            printOutcome(options, outcome, out);
+            if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
+            summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
+                        outcome.error.second);
+            progress.advance();
+        }
+    };
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::thread> threads;
+    for (int j = 1; j < jobs; ++j) threads.emplace_back(work, std::ref(*workers[j]));
+    work(*workers[0]);
+    for (auto& thread : threads) thread.join();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    out.flush();
+    if (options.summary) summary.print(err, seconds);
+    return 0;
+}
+
+}  // namespace vqfe
