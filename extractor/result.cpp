@@ -1,0 +1,231 @@
+#include "extractor/result.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "encoding/decode_helpers.h"
+#include "extractor/algorithm_types.h"
+
+namespace VQFeature {
+
+using Vantor::AlgorithmType;
+
+namespace {
+
+// The shared accessor recipe: a kind that is not the Result's own gives null; a
+// decoded slot is answered as is; otherwise the blob is decoded into the slot and, the
+// decoded message being its successor, the blob is freed (resultLength stays).
+template <typename Message>
+Message* decodeOnce(bool kindMatches, void*& slot, void*& blob, unsigned long length,
+                    Message* (*alloc)(const uint8_t*, size_t)) {
+    if (!kindMatches) return nullptr;
+    if (slot != nullptr) return static_cast<Message*>(slot);
+    slot = alloc(static_cast<const uint8_t*>(blob), length);
+    if (blob != nullptr) {
+        std::free(blob);
+        blob = nullptr;
+    }
+    return static_cast<Message*>(slot);
+}
+
+// Lengths pass through a signed 32-bit int and are widened with their sign.
+unsigned long widenLength(int length) { return static_cast<unsigned long>(static_cast<long>(length)); }
+
+}  // namespace
+
+Result::Result() : resultLength(0), result(nullptr), algorithmType(static_cast<AlgorithmType>(0)), decoded_(nullptr) {}
+
+Result::Result(const std::string& assetId, const std::string& algorithmKey, AlgorithmType type)
+    : resultLength(0),
+      result(nullptr),
+      assetId(assetId),
+      algorithmType(type),
+      algorithmKey(algorithmKey),
+      decoded_(nullptr) {}
+
+Result::Result(const std::string& assetId, const std::string& algorithmKey, AlgorithmType type, void* result,
+               int length)
+    : resultLength(widenLength(length)),
+      result(result),
+      assetId(assetId),
+      algorithmType(type),
+      algorithmKey(algorithmKey),
+      decoded_(nullptr) {}
+
+Result::Result(const std::string& assetId, const std::string& algorithmKey, const std::string& algorithmStringType,
+               void* result, int length)
+    : resultLength(widenLength(length)),
+      result(result),
+      assetId(assetId),
+      algorithmStringType(algorithmStringType),
+      algorithmType(AlgorithmType::AllNodes),
+      algorithmKey(algorithmKey),
+      decoded_(nullptr) {}
+
+Result::~Result() {
+    freeStructResult();
+    std::free(result);
+}
+
+void Result::freeResult() {
+    if (result == nullptr) return;
+    std::free(result);
+    result = nullptr;
+}
+
+void Result::resetData() {
+    resultLength = 0;
+    result = nullptr;
+}
+
+void Result::setResultNative(const char* data, unsigned long size) {
+    void* copy = std::malloc(size > 0 ? size : 1);
+    if (size > 0) {
+        if (data != nullptr) {
+            std::memcpy(copy, data, size);
+        } else {
+            std::memset(copy, 0, size);
+        }
+    }
+    // An earlier blob is still ours (a blob handed elsewhere is forgotten through
+    // resetData first), so release it rather than lose it.
+    std::free(result);
+    result = copy;
+}
+
+void Result::memcpyStructResult(char* dest, unsigned long size) {
+    if (dest == nullptr || result == nullptr || size == 0) return;
+    std::memcpy(dest, result, size);
+}
+
+bool Result::freeStringTypeResult() {
+    const char* const kinds[] = {AlgorithmTypeClip128, AlgorithmTypeC300, AlgorithmTypeRelation};
+    for (const char* kind : kinds) {
+        if (algorithmStringType == kind) {
+            nhclassification_buffer_free(static_cast<CNHClassificationBuffer*>(decoded_));
+            // Cleared so that the destructor cannot release the record a second time;
+            // the slot is private, so nothing else can tell.
+            decoded_ = nullptr;
+            return true;
+        }
+    }
+    return false;
+}
+
+void Result::freeStructResult() {
+    if (decoded_ == nullptr) return;
+    if (freeStringTypeResult()) return;
+    switch (algorithmType) {
+        case AlgorithmType::Face: face_buffer_free(static_cast<CFaceBuffer*>(decoded_)); break;
+        case AlgorithmType::Skeleton: skeleton_buffer_free(static_cast<CSkeletonBuffer*>(decoded_)); break;
+        case AlgorithmType::FaceVerify: face_verify_buffer_free(static_cast<CFaceVerifyBuffer*>(decoded_)); break;
+        case AlgorithmType::FaceClusting:
+            face_clusting_buffer_free(static_cast<CFaceClustingBuffer*>(decoded_));
+            break;
+        case AlgorithmType::Matting: matting_result_free(static_cast<CMattingResult*>(decoded_)); break;
+        case AlgorithmType::SceneRecog: scene_recog_buffer_free(static_cast<CSceneRecogBuffer*>(decoded_)); break;
+        case AlgorithmType::Similarity: similarity_buffer_free(static_cast<CSimilarityBuffer*>(decoded_)); break;
+        case AlgorithmType::AfterEffect: after_effect_buffer_free(static_cast<CAfterEffectBuffer*>(decoded_)); break;
+        case AlgorithmType::PornCls: porn_cls_buffer_free(static_cast<CPornClsBuffer*>(decoded_)); break;
+        case AlgorithmType::FaceAttribute:
+            face_attribute_buffer_free(static_cast<CFaceAttributeBuffer*>(decoded_));
+            break;
+        case AlgorithmType::SceneRecogV3:
+            scene_recog_v3_buffer_free(static_cast<CSceneRecogV3Buffer*>(decoded_));
+            break;
+        case AlgorithmType::SaliencySeg: saliency_seg_info_free(static_cast<CSaliencySegInfo*>(decoded_)); break;
+        case AlgorithmType::PetMatting: pet_matting_buffer_free(static_cast<CPetMattingBuffer*>(decoded_)); break;
+        case AlgorithmType::FacePetDetect:
+            face_pet_detect_buffer_free(static_cast<CFacePetDetectBuffer*>(decoded_));
+            break;
+        case AlgorithmType::NHClassification:
+        // Kind 130 was historically dropped here without release; its record is released
+        // all the same (the slot is emptied either way, so no caller can tell).
+        case AlgorithmType::RelationRecog:
+            nhclassification_buffer_free(static_cast<CNHClassificationBuffer*>(decoded_));
+            break;
+        default: break;  // no accessor of another kind ever fills the slot
+    }
+    decoded_ = nullptr;
+}
+
+CAfterEffectBuffer* Result::afterEffectBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::AfterEffect, decoded_, result, resultLength,
+                      after_effect_buffer_alloc);
+}
+
+CSceneRecogBuffer* Result::sceneRecogBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::SceneRecog, decoded_, result, resultLength,
+                      scene_recog_buffer_alloc);
+}
+
+CSceneRecogV3Buffer* Result::sceneRecogV3Buffer() {
+    return decodeOnce(algorithmType == AlgorithmType::SceneRecogV3, decoded_, result, resultLength,
+                      scene_recog_v3_buffer_alloc);
+}
+
+CFaceVerifyBuffer* Result::faceVerifyBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::FaceVerify, decoded_, result, resultLength,
+                      face_verify_buffer_alloc);
+}
+
+CPornClsBuffer* Result::pornClsBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::PornCls, decoded_, result, resultLength,
+                      porn_cls_buffer_alloc);
+}
+
+CSimilarityBuffer* Result::similarityBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::Similarity, decoded_, result, resultLength,
+                      similarity_buffer_alloc);
+}
+
+CFaceBuffer* Result::faceBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::Face, decoded_, result, resultLength, face_buffer_alloc);
+}
+
+CFaceAttributeBuffer* Result::faceAttributeBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::FaceAttribute, decoded_, result, resultLength,
+                      face_attribute_buffer_alloc);
+}
+
+// The three string-kind accessors answer only on a MultiResult.
+CNHClassificationBuffer* Result::relationRecogBuffer() { return nullptr; }
+CNHClassificationBuffer* Result::c300Buffer() { return nullptr; }
+CNHClassificationBuffer* Result::clip128Buffer() { return nullptr; }
+
+CNHClassificationBuffer* Result::nHClassificationBuffer() {
+    const bool classification =
+        algorithmType == AlgorithmType::NHClassification || algorithmType == AlgorithmType::RelationRecog;
+    return decodeOnce(classification, decoded_, result, resultLength, nhclassification_buffer_alloc);
+}
+
+CPetMattingBuffer* Result::petMattingBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::PetMatting, decoded_, result, resultLength,
+                      pet_matting_buffer_alloc);
+}
+
+CFacePetDetectBuffer* Result::facePetDetectBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::FacePetDetect, decoded_, result, resultLength,
+                      face_pet_detect_buffer_alloc);
+}
+
+CSaliencySegInfo* Result::saliencySegInfo() {
+    return decodeOnce(algorithmType == AlgorithmType::SaliencySeg, decoded_, result, resultLength,
+                      saliency_seg_info_alloc);
+}
+
+CSkeletonBuffer* Result::skeletonBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::Skeleton, decoded_, result, resultLength,
+                      skeleton_buffer_alloc);
+}
+
+CMattingResult* Result::mattingResult() {
+    return decodeOnce(algorithmType == AlgorithmType::Matting, decoded_, result, resultLength, matting_result_alloc);
+}
+
+CFaceClustingBuffer* Result::faceClustingBuffer() {
+    return decodeOnce(algorithmType == AlgorithmType::FaceClusting, decoded_, result, resultLength,
+                      face_clusting_buffer_alloc);
+}
+
+}  // namespace VQFeature
