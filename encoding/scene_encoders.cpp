@@ -18,12 +18,9 @@ namespace {
 
 void freeAEScoreInfo(CAEScoreInfo* info) { std::free(info); }
 
-void freeSceneRecogInfo(CSceneRecogInfo* info) {
-    std::free(info->name);
-    std::free(info);
-}
-
-void freeSceneRecogV3Info(CSceneRecogV3Info* info) {
+// The scene entries of both generations own one strdup name.
+template <typename Record>
+void freeNamedRecord(Record* info) {
     std::free(info->name);
     std::free(info);
 }
@@ -71,7 +68,7 @@ void* convertToBlob(Vantor::SceneRecogBuffer* buffer, unsigned long* size) {
 
     void* blob = records::packBlob(&message.base, size);
 
-    freeRecords(message.m_scenerecoginfo, message.n_m_scenerecoginfo, freeSceneRecogInfo);
+    freeRecords(message.m_scenerecoginfo, message.n_m_scenerecoginfo, freeNamedRecord<CSceneRecogInfo>);
     return blob;
 }
 
@@ -92,7 +89,7 @@ void* convertToBlob(Vantor::SceneRecogV3Buffer* buffer, unsigned long* size) {
 
     void* blob = records::packBlob(&message.base, size);
 
-    freeRecords(message.m_scenerecogv3info, message.n_m_scenerecogv3info, freeSceneRecogV3Info);
+    freeRecords(message.m_scenerecogv3info, message.n_m_scenerecogv3info, freeNamedRecord<CSceneRecogV3Info>);
     std::free(message.c3_feature);
     return blob;
 }

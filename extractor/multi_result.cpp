@@ -26,8 +26,9 @@ ResultItem::~ResultItem() {
 }
 
 void ResultItem::memcpyStructResult(char* dest, unsigned long count) {
-    if (dest == nullptr || data == nullptr || count == 0) return;
-    std::memcpy(dest, data, count);
+    if (dest == nullptr || data == nullptr) return;
+    const unsigned long n = count < size ? count : size;  // never read past the blob
+    if (n > 0) std::memcpy(dest, data, n);
 }
 
 namespace {

@@ -94,8 +94,10 @@ void Result::setResultNative(const char* data, unsigned long size) {
 }
 
 void Result::memcpyStructResult(char* dest, unsigned long size) {
-    if (dest == nullptr || result == nullptr || size == 0) return;
-    std::memcpy(dest, result, size);
+    if (dest == nullptr || result == nullptr) return;
+    // Never read past the blob, whatever the caller asks for.
+    const unsigned long n = size < resultLength ? size : resultLength;
+    if (n > 0) std::memcpy(dest, result, n);
 }
 
 bool Result::freeStringTypeResult() {

@@ -1,0 +1,103 @@
+// The encoder dispatch by algorithm kind, the decode helpers on bad input, and the blob
+// memory helpers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "encoding/encoder_test_support.h"
+#include "extractor/extractor_impl.h"
+#include "vantor/cover_util.h"
+
+namespace VQFeature {
+namespace {
+
+using namespace testing_support;
+using Vantor::AlgorithmType;
+
+Blob convert(AlgorithmType type, void* buffer) {
+    Blob blob;
+    blob.data = Extractor::ExtractorImpl::resultConvert(type, buffer, &blob.size);
+    return blob;
+}
+
+TEST(ResultConvertTest, DispatchesByKind) {
+    Vantor::PornClsBuffer porn;
+    porn.isPorn = 1;
+    porn.confidence = 0.5f;
+    Blob blob = convert(AlgorithmType::PornCls, &porn);
+    auto decoded = decode(blob, porn_cls_buffer_alloc, porn_cls_buffer_free);
+    ASSERT_NE(decoded, nullptr);
+    EXPECT_EQ(decoded->confidence, 0.5f);
+
+    Vantor::FaceClustingBuffer clusters;
+    clusters.results = {4};
+    Blob clusterBlob = convert(AlgorithmType::FaceClusting, &clusters);
+    auto c = decode(clusterBlob, face_clusting_buffer_alloc, face_clusting_buffer_free);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(c->m_results[0], 4);
+
+    Vantor::VantorBuffer saliency(Vantor::BUFFER_TYPE_SALIENCY_SEG);
+    saliency.infos = {Glintcore::makeShared<Vantor::SaliencySegInfo>()};
+    Blob saliencyBlob = convert(AlgorithmType::SaliencySeg, &saliency);
+    EXPECT_NE(decode(saliencyBlob, saliency_seg_info_alloc, saliency_seg_info_free), nullptr);
+    Vantor::VantorBuffer generic;
+    EXPECT_EQ(convert(AlgorithmType::SaliencySeg, &generic).data, nullptr);
+}
+
+TEST(ResultConvertTest, KindsWithoutEncoderAndNullBuffersGiveNull) {
+    Vantor::PornClsBuffer porn;
+    for (int kind : {-1, 0, 3, 9, 11, 47, 120, 131, 1000}) {
+        unsigned long size = 1234;
+        EXPECT_EQ(Extractor::ExtractorImpl::resultConvert(static_cast<AlgorithmType>(kind), &porn, &size), nullptr)
+            << kind;
+        EXPECT_EQ(size, 1234u) << kind;
+    }
+    for (int kind : {4, 7, 8, 10, 12, 25, 29, 30, 33, 46, 58, 60, 71, 95, 121, 130}) {
+        unsigned long size = 0;
+        EXPECT_EQ(Extractor::ExtractorImpl::resultConvert(static_cast<AlgorithmType>(kind), nullptr, &size), nullptr)
+            << kind;
+    }
+}
+
+TEST(ResultConvertTest, ClassificationKindsShareOneEncoding) {
+    Vantor::NHClassificationBuffer buffer;
+    buffer.bufferSize = 1;
+    buffer.infos[0] = Glintcore::makeShared<Vantor::NHClassificationInfo>();
+    buffer.infos[0]->exceedThresh = {-1};
+    buffer.features[0] = Glintcore::makeShared<Vantor::NHClassificationFeature>();
+    buffer.features[0]->features = {0.5f, 0.25f};
+    buffer.labels = {"relation"};
+    Blob nh = convert(AlgorithmType::NHClassification, &buffer);
+    Blob relation = convert(AlgorithmType::RelationRecog, &buffer);
+    ASSERT_NE(nh.data, nullptr);
+    ASSERT_EQ(nh.size, relation.size);
+    EXPECT_EQ(std::memcmp(nh.data, relation.data, nh.size), 0);
+}
+
+TEST(DecodeHelpersTest, MalformedOrMissingBlobsDecodeToNull) {
+    const uint8_t garbage[] = {0xff, 0xff, 0xff, 0xff, 0xff};
+    EXPECT_EQ(face_buffer_alloc(garbage, sizeof garbage), nullptr);
+    EXPECT_EQ(nhclassification_buffer_alloc(garbage, sizeof garbage), nullptr);
+    EXPECT_EQ(porn_cls_buffer_alloc(nullptr, 0), nullptr);
+    EXPECT_EQ(after_effect_buffer_alloc(nullptr, 16), nullptr);
+    const uint8_t missingRequired[] = {0x08, 0x01};  // is_porn without confidence
+    EXPECT_EQ(porn_cls_buffer_alloc(missingRequired, sizeof missingRequired), nullptr);
+    face_buffer_free(nullptr);
+}
+
+TEST(CoverUtilBlobTest, CopiesIntoAnArrayAndReleasesWithFree) {
+    char source[] = {1, 2, 3, 4};
+    char* copy = CoverUtil::getMemoryAddress(source, sizeof source);
+    EXPECT_EQ(std::memcmp(copy, source, sizeof source), 0);
+    delete[] copy;
+    char* empty = CoverUtil::getMemoryAddress(nullptr, 3);
+    EXPECT_EQ(std::vector<char>(empty, empty + 3), std::vector<char>(3, 0));
+    delete[] empty;
+
+    CoverUtil::releaseObject(static_cast<char*>(std::malloc(8)), 999);  // size ignored
+    CoverUtil::releaseObject(nullptr, 0);
+}
+
+}  // namespace
+}  // namespace VQFeature

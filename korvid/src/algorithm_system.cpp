@@ -1,0 +1,383 @@
+#include "algorithm_system.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <new>
+#include <stdexcept>
+
+#include <opencv2/core/ocl.hpp>
+
+#include "execute_counter.h"
+#include "graph_spec.h"
+#include "image_input.h"
+
+namespace kv {
+
+using namespace Vantor;
+
+OpenAlgorithmSystem::~OpenAlgorithmSystem() { uninit(); }
+
+VantorErrorCode OpenAlgorithmSystem::fail(VantorErrorCode code, const std::string& message) {
+    lastError_ = message;
+    return code;
+}
+
+VantorErrorCode OpenAlgorithmSystem::initFromText(const char* data, size_t length) {
+    FrameworkConfig config;
+    std::string error;
+    if (!parseFrameworkConfig(data, length, config, error)) return fail(INVALID_CONFIG, error);
+    config_ = std::move(config);
+    initialized_ = true;
+    lastError_.clear();
+    return NO_ERROR;
+}
+
+// The flag has no meaning in the open implementation; it is accepted and ignored.
+VantorErrorCode OpenAlgorithmSystem::initFromFile(bool, const std::string& configPath) {
+    FILE* f = std::fopen(configPath.c_str(), "rb");
+    if (f == nullptr) return fail(INVALID_CONFIG, "cannot open configuration \"" + configPath + "\"");
+    std::string text;
+    char chunk[4096];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) {
+        text.append(chunk, n);
+        if (text.size() > (8u << 20)) break;
+    }
+    bool readError = std::ferror(f) != 0;
+    std::fclose(f);
+    if (readError) return fail(INVALID_CONFIG, "cannot read configuration \"" + configPath + "\"");
+    return initFromText(text.data(), text.size());
+}
+
+VantorErrorCode OpenAlgorithmSystem::initFromMemory(bool, char* data, int32_t length) {
+    // The block is ours whatever happens: it came from malloc.
+    std::unique_ptr<char, decltype(&std::free)> owned(data, &std::free);
+    if (data == nullptr || length < 0) return fail(INVALID_CONFIG, "no configuration bytes");
+    return initFromText(data, static_cast<size_t>(length));
+}
+
+VantorErrorCode OpenAlgorithmSystem::setResourceFinder(const VantorResourceFinderConfig& config) {
+    if (!initialized_) return fail(NOT_INIT, "setResourceFinder before a successful initialise");
+    if (config.finder == nullptr) return fail(INVALID_RES_FINDER, "no resource finder given");
+    finder_ = config.finder;
+    return NO_ERROR;
+}
+
+VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models) {
+    size_t wanted = 0;
+    for (const auto& [key, value] : node.params.strings) wanted += isModelParameter(key) ? 1 : 0;
+    node.models.reserve(wanted);
+    for (const auto& [key, value] : node.params.strings) {
+        if (!isModelParameter(key)) continue;
+        if (finder_ == nullptr) return fail(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
+        VantorAlgorithmModel model;
+        model.name = value;
+        bool found = finder_->findResource(model);
+        VantorAlgorithmModelEvent event;
+        event.modelName = value;
+        if (!found || model.data == nullptr) {
+            if (model.data != nullptr) finder_->releaseResource(model);
+            event.type = MODEL_EVENT_LOAD_FAILED;
+            event.code = INVALID_MODEL;
+            finder_->reportEvent(event);
+            return fail(INVALID_MODEL, "model \"" + value + "\" of node \"" + node.name + "\" not found");
+        }
+        event.type = MODEL_EVENT_LOADED;
+        finder_->reportEvent(event);
+        node.models.push_back(model);
+        models[key] = ModelBlob{value, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size)};
+    }
+    return NO_ERROR;
+}
+
+VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
+    GraphSpec spec;
+    std::string error;
+    if (!parseGraphSpec(graphJson, spec, error)) return fail(INVALID_GRAPH, error);
+
+    std::map<std::string, size_t> index;
+    std::vector<LoadedNode> declared(spec.nodes.size());
+    for (size_t i = 0; i < spec.nodes.size(); ++i) {
+        NodeSpec& n = spec.nodes[i];
+        if (!index.emplace(n.name, i).second) return fail(INVALID_GRAPH, "duplicate node name \"" + n.name + "\"");
+        const NodeType* type = findNodeType(n.type);
+        if (type == nullptr) return fail(INVALID_GRAPH, "unknown node type \"" + n.type + "\"");
+        declared[i].name = n.name;
+        declared[i].type = type;
+        declared[i].params = std::move(n.params);
+        declared[i].slotSources.assign(type->inputs.size(), -1);
+    }
+    for (const LinkSpec& l : spec.links) {
+        auto from = index.find(l.fromNode), to = index.find(l.toNode);
+        if (from == index.end() || to == index.end()) {
+            return fail(INVALID_GRAPH, "link between \"" + l.fromNode + "\" and \"" + l.toNode + "\" names a missing node");
+        }
+        LoadedNode& src = declared[from->second];
+        LoadedNode& dst = declared[to->second];
+        if (l.fromIndex != 0 || src.type->output == Port::None) {
+            return fail(INVALID_GRAPH, "node \"" + src.name + "\" has no output " + std::to_string(l.fromIndex));
+        }
+        if (l.toIndex < 0 || l.toIndex >= static_cast<int64_t>(dst.slotSources.size())) {
+            return fail(INVALID_GRAPH, "node \"" + dst.name + "\" has no input slot " + std::to_string(l.toIndex));
+        }
+        const size_t slot = static_cast<size_t>(l.toIndex);
+        if (dst.slotSources[slot] != -1) {
+            return fail(INVALID_GRAPH, "input slot " + std::to_string(slot) + " of \"" + dst.name + "\" is linked twice");
+        }
+        if (dst.type->inputs[slot].accepts != src.type->output) {
+            return fail(INVALID_GRAPH, "\"" + src.name + "\" cannot feed slot " + std::to_string(slot) + " of \"" + dst.name + "\"");
+        }
+        dst.slotSources[slot] = static_cast<int>(from->second);
+    }
+    for (const LoadedNode& n : declared) {
+        for (size_t s = 0; s < n.slotSources.size(); ++s) {
+            if (n.type->inputs[s].required && n.slotSources[s] == -1) {
+                return fail(INVALID_GRAPH, "input slot " + std::to_string(s) + " of \"" + n.name + "\" is not linked");
+            }
+        }
+    }
+
+    // Dependency order (Kahn); declaration order among nodes that are ready together.
+    std::vector<size_t> order;
+    std::vector<bool> placed(declared.size(), false);
+    while (order.size() < declared.size()) {
+        bool progress = false;
+        for (size_t i = 0; i < declared.size(); ++i) {
+            if (placed[i]) continue;
+            bool ready = true;
+            for (int src : declared[i].slotSources) ready = ready && (src == -1 || placed[static_cast<size_t>(src)]);
+            if (!ready) continue;
+            placed[i] = true;
+            order.push_back(i);
+            progress = true;
+        }
+        if (!progress) return fail(INVALID_GRAPH, "graph has a cycle");
+    }
+    std::vector<int> position(declared.size());
+    for (size_t k = 0; k < order.size(); ++k) position[order[k]] = static_cast<int>(k);
+    nodes_.reserve(declared.size());
+    for (size_t k : order) {
+        LoadedNode& n = declared[k];
+        for (int& src : n.slotSources) {
+            if (src != -1) {
+                n.upstreamTypes.push_back(declared[static_cast<size_t>(src)].type->name);
+                src = position[static_cast<size_t>(src)];
+            }
+        }
+        nodes_.push_back(std::move(n));
+    }
+
+    for (LoadedNode& n : nodes_) {
+        ModelSet models;
+        VantorErrorCode code = acquireModels(n, models);
+        if (code != NO_ERROR) return code;
+        if (n.type->create == nullptr) continue;
+        n.node = n.type->create();
+        n.node->upstreamTypes = n.upstreamTypes;
+        try {
+            n.node->load(n.params, models);
+        } catch (const NodeFailure& e) {
+            return fail(e.code, "node \"" + n.name + "\": " + e.what());
+        } catch (const cv::Exception& e) {
+            return fail(INVALID_MODEL, "node \"" + n.name + "\": " + e.what());
+        }
+    }
+    return NO_ERROR;
+}
+
+VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
+    releaseGraph();
+    VantorErrorCode code;
+    if (!initialized_) {
+        code = fail(NOT_INIT, "loadGraph before a successful initialise");
+    } else {
+        try {
+            code = buildGraph(graphJson);
+        } catch (const std::bad_alloc&) {
+            code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
+        }
+    }
+    if (code != NO_ERROR) {
+        releaseGraph();
+        loadError_ = code;
+    } else {
+        lastError_.clear();
+    }
+    return code;
+}
+
+void OpenAlgorithmSystem::releaseGraph() {
+    for (LoadedNode& n : nodes_) {
+        n.output.reset();
+        n.node.reset();
+        for (VantorAlgorithmModel& m : n.models) {
+            if (finder_ == nullptr) continue;
+            finder_->releaseResource(m);
+            VantorAlgorithmModelEvent event;
+            event.modelName = m.name;
+            event.type = MODEL_EVENT_RELEASED;
+            finder_->reportEvent(event);
+        }
+    }
+    nodes_.clear();
+    loadError_ = NO_ERROR;
+}
+
+bool OpenAlgorithmSystem::nodeProduces(const LoadedNode& node, int32_t type) const {
+    if (node.node == nullptr) return false;
+    for (int32_t t : node.node->producedTypes(node.params, node.upstreamTypes)) {
+        if (t == type) return true;
+    }
+    return false;
+}
+
+bool OpenAlgorithmSystem::producesType(AlgorithmType type) const {
+    if (type == AlgorithmType::AllNodes) return hasGraph();
+    for (const LoadedNode& n : nodes_) {
+        if (nodeProduces(n, static_cast<int32_t>(type))) return true;
+    }
+    return false;
+}
+
+std::vector<bool> OpenAlgorithmSystem::nodesToRun(int32_t type) const {
+    std::vector<bool> run(nodes_.size(), type == -1);
+    if (type == -1) return run;
+    for (size_t i = nodes_.size(); i-- > 0;) {
+        if (nodeProduces(nodes_[i], type)) run[i] = true;
+        if (!run[i]) continue;
+        for (int src : nodes_[i].slotSources) {
+            if (src != -1) run[static_cast<size_t>(src)] = true;
+        }
+    }
+    return run;
+}
+
+VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, AlgorithmType algorithmType) {
+    ExecuteCounter counting;
+    ++executeCount_;
+    // The open framework computes on the CPU. Without this, OpenCV's first transparent-API
+    // call would load the OpenCL runtime into the process (per calling thread setting).
+    cv::ocl::setUseOpenCL(false);
+    clearResults();
+    const int32_t type = static_cast<int32_t>(algorithmType);
+    if (type != -1) {
+        auto fault = config_.faults.find(type);
+        if (fault != config_.faults.end()) {
+            switch (fault->second.kind) {
+                case Fault::Kind::ExecuteCode:
+                    lastError_ = "injected execute fault";
+                    return static_cast<VantorErrorCode>(fault->second.code);
+                case Fault::Kind::NullResult: lastError_.clear(); return NO_ERROR;
+                case Fault::Kind::Throw: throw std::runtime_error(fault->second.text);
+            }
+        }
+    }
+    if (!initialized_) return fail(NOT_INIT, "execute before a successful initialise");
+    if (loadError_ != NO_ERROR) return loadError_;
+    if (nodes_.empty()) return fail(INVALID_GRAPH, "no graph loaded");
+    std::vector<bool> run = nodesToRun(type);
+    bool any = false;
+    for (bool r : run) any = any || r;
+    if (!any) return fail(INVALID_TYPE, "the graph does not produce type " + std::to_string(type));
+
+    cv::Mat image;
+    std::string error;
+    if (toUprightBgr(input, image, error) != NO_ERROR) return fail(INVALID_FORMAT, error);
+
+    VantorErrorCode code = NO_ERROR;
+    try {
+        for (size_t i = 0; i < nodes_.size() && code == NO_ERROR; ++i) {
+            if (!run[i]) continue;
+            LoadedNode& n = nodes_[i];
+            if (n.node == nullptr) {
+                auto out = std::make_unique<ImageOutput>();
+                out->bgr = image;
+                n.output = std::move(out);
+                continue;
+            }
+            std::vector<NodeOutput*> inputs;
+            for (int src : n.slotSources) inputs.push_back(src == -1 ? nullptr : nodes_[static_cast<size_t>(src)].output.get());
+            try {
+                n.output = n.node->run(n.params, inputs);
+            } catch (const NodeFailure& e) {
+                code = fail(e.code, "node \"" + n.name + "\": " + e.what());
+            } catch (const cv::Exception& e) {
+                code = fail(INVALID_NODE, "node \"" + n.name + "\": " + e.what());
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        code = fail(INTERNAL_ERROR, "out of memory while running the graph");
+    }
+    if (code != NO_ERROR) {
+        clearResults();
+        return code;
+    }
+    lastError_.clear();
+    return NO_ERROR;
+}
+
+void* OpenAlgorithmSystem::getResult(const AlgorithmType& type) {
+    for (LoadedNode& n : nodes_) {
+        if (n.output == nullptr) continue;
+        if (void* p = n.output->result(static_cast<int32_t>(type))) return p;
+    }
+    return nullptr;
+}
+
+void* OpenAlgorithmSystem::getResultByName(const std::string& name) {
+    for (LoadedNode& n : nodes_) {
+        if (n.name == name) return n.output == nullptr ? nullptr : n.output->mainResult();
+    }
+    return nullptr;
+}
+
+void OpenAlgorithmSystem::clearResults() {
+    for (LoadedNode& n : nodes_) n.output.reset();
+}
+
+template <typename Map, typename Apply>
+int32_t OpenAlgorithmSystem::overrideParams(AlgorithmType type, const Map& params, Apply apply) {
+    if (params.empty()) return NO_ERROR;
+    if (nodes_.empty()) return fail(INVALID_GRAPH, "no graph loaded");
+    bool applied = false;
+    for (LoadedNode& n : nodes_) {
+        if (n.node == nullptr) continue;
+        if (type != AlgorithmType::AllNodes && !nodeProduces(n, static_cast<int32_t>(type))) continue;
+        for (const auto& [key, value] : params) apply(n.params, key, value);
+        applied = true;
+    }
+    return applied ? NO_ERROR : fail(INVALID_TYPE, "no node produces type " + std::to_string(static_cast<int32_t>(type)));
+}
+
+int32_t OpenAlgorithmSystem::setIntParams(AlgorithmType type, const std::unordered_map<std::string, long>& params) {
+    return overrideParams(type, params, [](NodeParams& p, const std::string& k, long v) { p.ints[k] = v; });
+}
+
+int32_t OpenAlgorithmSystem::setFloatParams(AlgorithmType type, const std::unordered_map<std::string, float>& params) {
+    return overrideParams(type, params, [](NodeParams& p, const std::string& k, float v) { p.floats[k] = v; });
+}
+
+int32_t OpenAlgorithmSystem::setStringParams(AlgorithmType type,
+                                             const std::unordered_map<std::string, std::string>& params) {
+    return overrideParams(type, params, [](NodeParams& p, const std::string& k, const std::string& v) { p.strings[k] = v; });
+}
+
+const char* OpenAlgorithmSystem::getVersion() const { return "korvid-open 1.0"; }
+
+void OpenAlgorithmSystem::uninit() {
+    releaseGraph();
+    finder_ = nullptr;
+    config_ = FrameworkConfig();
+    initialized_ = false;
+}
+
+}  // namespace kv
+
+namespace Vantor {
+
+VantorAlgorithmSystem* VantorAlgorithmFactory::CreateAlgorithmSystem() { return new kv::OpenAlgorithmSystem(); }
+
+void VantorAlgorithmFactory::DestroyAlgorithmSystem(VantorAlgorithmSystem* system) { delete system; }
+
+}  // namespace Vantor

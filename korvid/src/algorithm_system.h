@@ -1,0 +1,80 @@
+// kv::OpenAlgorithmSystem: the open desktop implementation of
+// Vantor::VantorAlgorithmSystem. It parses graphs of the framework's JSON dialect, builds
+// OpenCV-based nodes (node.h), requests their models through the installed resource
+// finder and runs every node of a graph in dependency order.
+//
+// Ownership: the system owns its graph, node outputs and result buffers; model blocks
+// belong to the resource finder and are handed back to it when the graph is released.
+// Thread safety: none, as for the device framework; execute() entries are counted for
+// tests (Korvid/Diagnostics.h).
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Vantor/VantorAlgorithmSystem.h"
+#include "framework_config.h"
+#include "node.h"
+
+namespace kv {
+
+class OpenAlgorithmSystem : public Vantor::VantorAlgorithmSystem {
+public:
+    OpenAlgorithmSystem() = default;
+    ~OpenAlgorithmSystem() override;
+
+    Vantor::VantorErrorCode initFromFile(bool flag, const std::string& configPath) override;
+    Vantor::VantorErrorCode initFromMemory(bool flag, char* data, int32_t length) override;
+    Vantor::VantorErrorCode setResourceFinder(const Vantor::VantorResourceFinderConfig& config) override;
+    Vantor::VantorErrorCode loadGraph(const std::string& graphJson) override;
+    void releaseGraph() override;
+    Vantor::VantorErrorCode execute(const Vantor::VantorAlgorithmInput& input, Vantor::AlgorithmType type) override;
+    void* getResult(const Vantor::AlgorithmType& type) override;
+    bool isInitialized() const override { return initialized_; }
+    bool hasGraph() const override { return !nodes_.empty(); }
+    int32_t setIntParams(Vantor::AlgorithmType type, const std::unordered_map<std::string, long>& params) override;
+    int32_t setFloatParams(Vantor::AlgorithmType type, const std::unordered_map<std::string, float>& params) override;
+    int32_t setStringParams(Vantor::AlgorithmType type,
+                            const std::unordered_map<std::string, std::string>& params) override;
+    int32_t getNodeCount() const override { return static_cast<int32_t>(nodes_.size()); }
+    bool producesType(Vantor::AlgorithmType type) const override;
+    std::string getLastErrorMessage() const override { return lastError_; }
+    void* getResultByName(const std::string& name) override;
+    void clearResults() override;
+    uint64_t getExecuteCount() const override { return executeCount_; }
+    const char* getVersion() const override;
+    void uninit() override;
+
+private:
+    struct LoadedNode {
+        std::string name;
+        const NodeType* type = nullptr;
+        NodeParams params;
+        std::unique_ptr<Node> node;            // null for the image producer
+        std::vector<int> slotSources;          // node index feeding each slot, -1 if none
+        std::vector<std::string> upstreamTypes;
+        std::vector<Vantor::VantorAlgorithmModel> models;
+        std::unique_ptr<NodeOutput> output;
+    };
+
+    Vantor::VantorErrorCode initFromText(const char* data, size_t length);
+    Vantor::VantorErrorCode fail(Vantor::VantorErrorCode code, const std::string& message);
+    Vantor::VantorErrorCode buildGraph(const std::string& graphJson);
+    Vantor::VantorErrorCode acquireModels(LoadedNode& node, ModelSet& models);
+    bool nodeProduces(const LoadedNode& node, int32_t type) const;
+    // Indices of the nodes an execute of type must run (every node for -1).
+    std::vector<bool> nodesToRun(int32_t type) const;
+    template <typename Map, typename Apply>
+    int32_t overrideParams(Vantor::AlgorithmType type, const Map& params, Apply apply);
+
+    bool initialized_ = false;
+    FrameworkConfig config_;
+    Vantor::VantorResourceFinder* finder_ = nullptr;
+    std::vector<LoadedNode> nodes_;  // dependency order
+    Vantor::VantorErrorCode loadError_ = Vantor::NO_ERROR;
+    std::string lastError_;
+    uint64_t executeCount_ = 0;
+};
+
+}  // namespace kv

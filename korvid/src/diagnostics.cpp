@@ -1,0 +1,27 @@
+#include "Korvid/Diagnostics.h"
+
+#include "execute_counter.h"
+
+namespace kv {
+
+std::atomic<int> ExecuteCounter::current{0};
+std::atomic<int> ExecuteCounter::maximum{0};
+
+ExecuteCounter::ExecuteCounter() {
+    int now = current.fetch_add(1) + 1;
+    int seen = maximum.load();
+    while (now > seen && !maximum.compare_exchange_weak(seen, now)) {
+    }
+}
+
+ExecuteCounter::~ExecuteCounter() { current.fetch_sub(1); }
+
+}  // namespace kv
+
+namespace Korvid {
+
+int maxConcurrentExecutes() { return kv::ExecuteCounter::maximum.load(); }
+int currentExecutes() { return kv::ExecuteCounter::current.load(); }
+void resetExecuteCounters() { kv::ExecuteCounter::maximum.store(kv::ExecuteCounter::current.load()); }
+
+}  // namespace Korvid

@@ -1,0 +1,80 @@
+#include "framework_config.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+#include "json.h"
+
+namespace kv {
+
+namespace {
+
+bool parseType(const std::string& key, int32_t& type) {
+    if (key.empty() || key.size() > 11) return false;
+    for (size_t i = 0; i < key.size(); ++i) {
+        if (!(key[i] >= '0' && key[i] <= '9') && !(i == 0 && key[i] == '-' && key.size() > 1)) return false;
+    }
+    errno = 0;
+    long long v = std::strtoll(key.c_str(), nullptr, 10);
+    if (errno == ERANGE || v < INT32_MIN || v > INT32_MAX) return false;
+    type = static_cast<int32_t>(v);
+    return true;
+}
+
+bool parseFault(const JsonValue& v, Fault& fault) {
+    if (!v.isObject() || v.members.size() != 1) return false;
+    const auto& [key, value] = v.members.front();
+    if (key == "execute" && value.isInt() && value.integer >= INT32_MIN && value.integer <= INT32_MAX) {
+        fault.kind = Fault::Kind::ExecuteCode;
+        fault.code = static_cast<int32_t>(value.integer);
+        return true;
+    }
+    if (key == "result" && value.kind == JsonValue::Kind::Null) {
+        fault.kind = Fault::Kind::NullResult;
+        return true;
+    }
+    if (key == "throw" && value.isString()) {
+        fault.kind = Fault::Kind::Throw;
+        fault.text = value.text;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out, std::string& error) {
+    out = FrameworkConfig();
+    JsonValue root;
+    if (!parseJson(data, length, root, error)) {
+        error = "configuration: " + error;
+        return false;
+    }
+    if (!root.isObject()) {
+        error = "configuration is not a JSON object";
+        return false;
+    }
+    if (const JsonValue* faults = root.find("faults")) {
+        if (!faults->isObject()) {
+            error = "\"faults\" is not an object";
+            return false;
+        }
+        for (const auto& [key, value] : faults->members) {
+            int32_t type;
+            Fault fault;
+            if (!parseType(key, type)) {
+                error = "fault key \"" + key + "\" is not a decimal algorithm type";
+                return false;
+            }
+            if (!parseFault(value, fault)) {
+                error = "fault for type " + key + " is not {\"execute\": CODE}, {\"result\": null} or {\"throw\": TEXT}";
+                return false;
+            }
+            out.faults[type] = fault;
+        }
+    }
+    return true;
+}
+
+}  // namespace kv

@@ -1,0 +1,31 @@
+// kv::FrameworkConfig: the framework configuration, a JSON object ("{}" is valid).
+//
+// Recognised key: "faults", an object keyed by decimal algorithm type whose values are
+//   {"execute": CODE}   execute of that type returns CODE without running
+//   {"result": null}    execute of that type succeeds, every result fetch gives null
+//   {"throw": "TEXT"}   execute of that type throws std::runtime_error("TEXT")
+// Other keys are ignored so that configurations written for the device framework load.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace kv {
+
+struct Fault {
+    enum class Kind { ExecuteCode, NullResult, Throw };
+    Kind kind = Kind::ExecuteCode;
+    int32_t code = 0;
+    std::string text;
+};
+
+struct FrameworkConfig {
+    std::map<int32_t, Fault> faults;  // by algorithm type
+};
+
+// False with a description in error when the text is not a valid configuration.
+bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out, std::string& error);
+
+}  // namespace kv

@@ -1,0 +1,142 @@
+#include "graph_spec.h"
+
+#include <cmath>
+#include <limits>
+
+#include "json.h"
+
+namespace kv {
+
+long NodeParams::intOr(const std::string& key, long fallback) const {
+    auto it = ints.find(key);
+    return it == ints.end() ? fallback : it->second;
+}
+
+float NodeParams::floatOr(const std::string& key, float fallback) const {
+    auto it = floats.find(key);
+    if (it != floats.end()) return it->second;
+    auto jt = ints.find(key);
+    return jt == ints.end() ? fallback : static_cast<float>(jt->second);
+}
+
+std::string NodeParams::stringOr(const std::string& key, const std::string& fallback) const {
+    auto it = strings.find(key);
+    return it == strings.end() ? fallback : it->second;
+}
+
+bool isModelParameter(const std::string& key) {
+    auto endsWith = [&key](const std::string& suffix) {
+        return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
+    };
+    return key == "model_name" || endsWith("_model_key") || endsWith("_model_dir");
+}
+
+namespace {
+
+bool readParams(const JsonValue& config, const std::string& node, NodeParams& out, std::string& error) {
+    if (!config.isObject()) {
+        error = "config of node \"" + node + "\" is not an object";
+        return false;
+    }
+    // Both spellings occur in real graphs; one parameter object per node.
+    const JsonValue* maps = config.find("keymaps");
+    if (maps == nullptr) maps = config.find("keyMaps");
+    if (maps == nullptr) return true;
+    if (!maps->isObject()) {
+        error = "parameters of node \"" + node + "\" are not an object";
+        return false;
+    }
+    for (const auto& [kind, map] : maps->members) {
+        if (kind != "intParam" && kind != "floatParam" && kind != "stringParam") continue;
+        if (!map.isObject()) {
+            error = kind + " of node \"" + node + "\" is not an object";
+            return false;
+        }
+        for (const auto& [key, value] : map.members) {
+            if (kind == "intParam") {
+                if (!value.isInt()) {
+                    error = "intParam \"" + key + "\" of node \"" + node + "\" is not an integer";
+                    return false;
+                }
+                out.ints[key] = static_cast<long>(value.integer);
+            } else if (kind == "floatParam") {
+                if (!value.isNumber() || std::abs(value.number()) > std::numeric_limits<float>::max()) {
+                    error = "floatParam \"" + key + "\" of node \"" + node + "\" is not a float";
+                    return false;
+                }
+                out.floats[key] = static_cast<float>(value.number());
+            } else {
+                if (!value.isString()) {
+                    error = "stringParam \"" + key + "\" of node \"" + node + "\" is not a string";
+                    return false;
+                }
+                out.strings[key] = value.text;
+            }
+        }
+    }
+    return true;
+}
+
+bool readText(const JsonValue& object, const char* key, std::string& out) {
+    const JsonValue* v = object.find(key);
+    if (v == nullptr || !v->isString() || v->text.empty()) return false;
+    out = v->text;
+    return true;
+}
+
+bool readIndex(const JsonValue& object, const char* key, int64_t& out) {
+    const JsonValue* v = object.find(key);
+    if (v == nullptr || !v->isInt()) return false;
+    out = v->integer;
+    return true;
+}
+
+}  // namespace
+
+bool parseGraphSpec(const std::string& text, GraphSpec& out, std::string& error) {
+    out = GraphSpec();
+    JsonValue root;
+    if (!parseJson(text.data(), text.size(), root, error)) {
+        error = "graph text: " + error;
+        return false;
+    }
+    if (!root.isObject()) {
+        error = "graph text is not an object";
+        return false;
+    }
+    const JsonValue* nodes = root.find("nodes");
+    if (nodes == nullptr || !nodes->isArray() || nodes->items.empty()) {
+        error = "graph has no \"nodes\" array";
+        return false;
+    }
+    for (const JsonValue& n : nodes->items) {
+        NodeSpec spec;
+        if (!n.isObject() || !readText(n, "name", spec.name) || !readText(n, "type", spec.type)) {
+            error = "a node lacks its \"name\" or \"type\"";
+            return false;
+        }
+        if (const JsonValue* config = n.find("config")) {
+            if (!readParams(*config, spec.name, spec.params, error)) return false;
+        }
+        out.nodes.push_back(std::move(spec));
+    }
+    const JsonValue* links = root.find("links");
+    if (links != nullptr) {
+        if (!links->isArray()) {
+            error = "\"links\" is not an array";
+            return false;
+        }
+        for (const JsonValue& l : links->items) {
+            LinkSpec spec;
+            if (!l.isObject() || !readText(l, "fromNode", spec.fromNode) || !readText(l, "toNode", spec.toNode) ||
+                !readIndex(l, "fromIndex", spec.fromIndex) || !readIndex(l, "toIndex", spec.toIndex)) {
+                error = "a link lacks \"fromNode\", \"fromIndex\", \"toNode\" or \"toIndex\"";
+                return false;
+            }
+            out.links.push_back(std::move(spec));
+        }
+    }
+    return true;
+}
+
+}  // namespace kv

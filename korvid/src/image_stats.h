@@ -1,0 +1,49 @@
+// Whole-image statistics shared by the statistics-based nodes (scene labels, aesthetics,
+// sensitive content, node-hub classification), and the named cues derived from them.
+// Everything is computed on a copy scaled to at most 256 pixels on its longer side, so
+// the values hardly depend on the input resolution. Pure functions, thread-safe.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace kv {
+
+struct ImageStats {
+    double brightness = 0;     // mean HSV value, 0..1
+    double contrast = 0;       // standard deviation of grey / 128, clamped to 1
+    double saturation = 0;     // mean HSV saturation, 0..1
+    double colourfulness = 0;  // Hasler-Suesstrunk colourfulness / 100, clamped to 1
+    double sharpness = 0;      // variance of the Laplacian of grey (raw)
+    double edgeDensity = 0;    // fraction of Canny edge pixels
+    double skinRatio = 0;      // fraction of skin-coloured pixels (see skinMask)
+    double skyRatio = 0;       // fraction of the top third that is sky blue
+    double greenRatio = 0;     // fraction of vegetation green
+    double warmRatio = 0;      // fraction of the top half in saturated red/orange/yellow
+    double waterRatio = 0;     // fraction of the bottom half that is blue
+    double darkRatio = 0;      // fraction with value below 50/255
+    double whiteRatio = 0;     // fraction bright (value > 200) and unsaturated (< 30)
+    double entropy = 0;        // grey histogram entropy in bits / 8
+};
+
+ImageStats computeImageStats(const cv::Mat& bgr);
+
+// Skin-coloured pixels (255) by the YCrCb rule 133 <= Cr <= 173, 77 <= Cb <= 127.
+cv::Mat skinMask(const cv::Mat& bgr);
+
+// The variance of the Laplacian mapped to 0..1 as v / (v + 100).
+double sharpnessScore(double laplacianVariance);
+
+// Named cues, each a probability-like value in 0..1 from the statistics (documented in
+// korvid/README.md): "sky", "greenery", "water", "night", "snow", "sunset", "document",
+// "people", "solid_colour", "colourful".
+const std::vector<std::string>& cueNames();
+// The value of a cue; false when the name is not a cue.
+bool cueValue(const std::string& name, const ImageStats& stats, double& value);
+
+// Splits text on commas (an empty text gives an empty list).
+std::vector<std::string> splitList(const std::string& text);
+
+}  // namespace kv

@@ -1,0 +1,46 @@
+#include "model_loading.h"
+
+namespace kv {
+
+cv::FileStorage openModelStorage(const ModelBlob& blob) {
+    if (blob.data == nullptr || blob.size == 0) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is empty");
+    try {
+        cv::FileStorage fs(std::string(reinterpret_cast<const char*>(blob.data), blob.size),
+                           cv::FileStorage::READ | cv::FileStorage::MEMORY);
+        if (fs.isOpened()) return fs;
+    } catch (const cv::Exception&) {
+    }
+    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not readable");
+}
+
+void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
+    cv::FileStorage fs = openModelStorage(blob);
+    bool ok = false;
+    try {
+        ok = out.read(fs.getFirstTopLevelNode()) && !out.empty();
+    } catch (const cv::Exception&) {
+        ok = false;
+    }
+    if (!ok) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade");
+}
+
+cv::FileStorage openParams(const ModelBlob& blob, const std::string& kind) {
+    cv::FileStorage fs = openModelStorage(blob);
+    std::string format, fileKind;
+    try {
+        fs["format"] >> format;
+        fs["kind"] >> fileKind;
+    } catch (const cv::Exception&) {
+    }
+    if (format != "korvid-params" || fileKind != kind) {
+        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a " + kind + " parameter file");
+    }
+    return fs;
+}
+
+double paramOr(const cv::FileStorage& fs, const char* key, double fallback) {
+    cv::FileNode n = fs[key];
+    return n.isReal() || n.isInt() ? static_cast<double>(n) : fallback;
+}
+
+}  // namespace kv

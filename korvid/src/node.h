@@ -1,0 +1,132 @@
+// kv::Node: one analysis step of a processing graph, and the registry of node types.
+//
+// A node is built when its graph is loaded, receives the models its parameters name
+// (load), and then runs once per execute on the outputs of the nodes linked to its input
+// slots (run). Outputs live until the next execute; result buffers inside them are what
+// getResult hands out. Nodes are used by one thread at a time (the system's caller).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "Vantor/VantorBuffer.h"
+#include "Vantor/VantorErrorCode.h"
+#include "graph_spec.h"
+
+namespace kv {
+
+// What travels along a link; an input slot accepts one kind.
+enum class Port { None, Image, Faces, FaceFeatures, FaceAttributes, Transformed, Tensor, Scores };
+
+// Result of one node for one execute.
+class NodeOutput {
+public:
+    virtual ~NodeOutput() = default;
+    // The buffer served for an algorithm type, or null when this output has none.
+    virtual void* result(int32_t type) { (void)type; return nullptr; }
+    // The node's own result buffer, served by node name; null for pure intermediates.
+    virtual void* mainResult() { return nullptr; }
+};
+
+// An output holding one framework buffer B, served for the listed algorithm types.
+template <typename B>
+class BufferOutput : public NodeOutput {
+public:
+    explicit BufferOutput(std::vector<int32_t> types, std::unique_ptr<B> buffer = std::make_unique<B>())
+        : buffer(std::move(buffer)), types_(std::move(types)) {}
+    void* result(int32_t type) override {
+        for (int32_t t : types_) {
+            if (t == type) return static_cast<void*>(buffer.get());
+        }
+        return nullptr;
+    }
+    void* mainResult() override { return static_cast<void*>(buffer.get()); }
+    std::unique_ptr<B> buffer;
+
+private:
+    std::vector<int32_t> types_;
+};
+
+// The upright 8-bit BGR image every analysis starts from.
+class ImageOutput : public NodeOutput {
+public:
+    cv::Mat bgr;
+};
+
+// Model bytes delivered by the resource finder; valid while the graph is loaded.
+struct ModelBlob {
+    std::string name;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+};
+using ModelSet = std::map<std::string, ModelBlob>;  // by parameter key
+
+// A failure inside load or run, with the framework code to report.
+class NodeFailure : public std::runtime_error {
+public:
+    NodeFailure(Vantor::VantorErrorCode code, const std::string& what) : std::runtime_error(what), code(code) {}
+    Vantor::VantorErrorCode code;
+};
+
+class Node {
+public:
+    virtual ~Node() = default;
+    // Reads the models named by the parameters. Throws NodeFailure(INVALID_MODEL) when a
+    // model's content is unusable and NodeFailure(INVALID_GRAPH) when a required one is
+    // not named at all.
+    virtual void load(const NodeParams& params, const ModelSet& models) { (void)params; (void)models; }
+    // inputs[i] is the output linked to slot i, null for an unlinked optional slot.
+    // Throws NodeFailure (INVALID_NODE for unusable parameters or data).
+    virtual std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) = 0;
+    // Algorithm types this node serves; upstream lists the types of the nodes feeding it.
+    virtual std::vector<int32_t> producedTypes(const NodeParams& params, const std::vector<std::string>& upstream) const {
+        (void)params;
+        (void)upstream;
+        return {};
+    }
+
+    // Types of the nodes linked to this node's input slots; set when the graph is built.
+    std::vector<std::string> upstreamTypes;
+};
+
+struct SlotSpec {
+    Port accepts;
+    bool required;
+};
+
+struct NodeType {
+    const char* name;
+    std::vector<SlotSpec> inputs;
+    Port output;
+    std::function<std::unique_ptr<Node>()> create;
+};
+
+// The node type of that name, or null.
+const NodeType* findNodeType(const std::string& name);
+
+// Node type tables of each family, gathered by findNodeType.
+std::vector<NodeType> faceNodeTypes();
+std::vector<NodeType> sceneNodeTypes();
+std::vector<NodeType> regionNodeTypes();
+std::vector<NodeType> nodeHubNodeTypes();
+
+// The input of slot i as T; throws NodeFailure(INVALID_NODE) when missing or of another kind.
+template <typename T>
+T& inputAs(const std::vector<NodeOutput*>& inputs, size_t i) {
+    T* p = i < inputs.size() ? dynamic_cast<T*>(inputs[i]) : nullptr;
+    if (p == nullptr) throw NodeFailure(Vantor::INVALID_NODE, "input slot " + std::to_string(i) + " is missing");
+    return *p;
+}
+
+// The model bytes for a parameter key; throws NodeFailure(INVALID_GRAPH) when the graph
+// names no model under that key.
+const ModelBlob& requireModel(const ModelSet& models, const std::string& key);
+
+}  // namespace kv

@@ -1,0 +1,382 @@
+// Face family: face (kind 4), face_verify (8), face_clusting (10), expression_detect
+// (46 and 9). Detection is a Haar cascade with an eye cascade inside each face; identity
+// features are uniform-LBP histograms of normalised crops; attributes come from a smile
+// cascade and crop statistics. See korvid/README.md for what each field holds.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+#include <tuple>
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
+
+#include "face_output.h"
+#include "image_stats.h"
+#include "model_loading.h"
+
+namespace kv {
+
+using Vantor::AlgorithmType;
+
+namespace {
+
+constexpr int kDetectSide = 640;  // faces are searched on a copy at most this large
+
+float neighbourScore(int neighbours) { return neighbours <= 0 ? 0.f : neighbours / (neighbours + 10.f); }
+
+Glintcore::Rect normalised(const cv::Rect& r, const cv::Size& image) {
+    return Glintcore::Rect{float(r.x) / image.width, float(r.y) / image.height, float(r.width) / image.width,
+                           float(r.height) / image.height};
+}
+
+Glintcore::Vector2f normalised(const cv::Point2f& p, const cv::Size& image) {
+    return Glintcore::Vector2f{p.x / image.width, p.y / image.height};
+}
+
+cv::Point2f centre(const cv::Rect& r) { return cv::Point2f(r.x + r.width / 2.f, r.y + r.height / 2.f); }
+
+// Detections of cascade on grey, largest first, in pixels of grey.
+std::vector<std::pair<cv::Rect, int>> detect(cv::CascadeClassifier& cascade, const cv::Mat& gray, double scale,
+                                             int minNeighbours, cv::Size minSize) {
+    std::vector<cv::Rect> rects;
+    std::vector<int> neighbours;
+    cascade.detectMultiScale(gray, rects, neighbours, scale, minNeighbours, 0, minSize);
+    std::vector<std::pair<cv::Rect, int>> found;
+    for (size_t i = 0; i < rects.size(); ++i) found.emplace_back(rects[i], i < neighbours.size() ? neighbours[i] : 0);
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+        if (a.first.area() != b.first.area()) return a.first.area() > b.first.area();
+        return std::tie(a.first.y, a.first.x) < std::tie(b.first.y, b.first.x);
+    });
+    return found;
+}
+
+class FaceNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        loadCascade(requireModel(models, "face_base_model_key"), faces_);
+        if (models.count("face_extra_model_key")) {
+            loadCascade(models.at("face_extra_model_key"), eyes_);
+            hasEyes_ = true;
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        const long maxNum = params.intOr("face_max_num", 5);
+        if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_max_num out of range");
+        auto out = std::make_unique<FaceOutput>();
+        out->bgr = bgr;
+        cv::Mat gray;
+        cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+        const double shrink = std::min(1.0, double(kDetectSide) / std::max(gray.cols, gray.rows));
+        cv::Mat small;
+        cv::resize(gray, small, cv::Size(), shrink, shrink, cv::INTER_AREA);
+        cv::equalizeHist(small, small);
+        for (const auto& [r, n] : detect(faces_, small, 1.1, 3, cv::Size(24, 24))) {
+            if (static_cast<long>(out->faces.size()) >= maxNum) break;
+            DetectedFace face;
+            face.box = cv::Rect(int(r.x / shrink), int(r.y / shrink), int(r.width / shrink), int(r.height / shrink)) &
+                       cv::Rect(0, 0, bgr.cols, bgr.rows);
+            face.neighbours = n;
+            face.score = neighbourScore(n);
+            if (hasEyes_) findEyes(gray, face);
+            out->faces.push_back(face);
+        }
+        fillBuffer(*out, bgr.size());
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return {static_cast<int32_t>(AlgorithmType::Face)};
+    }
+
+private:
+    // Eyes are searched in the upper 60% of the face; the two largest distinct ones count.
+    void findEyes(const cv::Mat& gray, DetectedFace& face) {
+        cv::Rect upper(face.box.x, face.box.y, face.box.width, face.box.height * 6 / 10);
+        cv::Mat roi = gray(upper).clone();
+        cv::equalizeHist(roi, roi);
+        const int minSide = std::max(8, face.box.width / 8);
+        for (const auto& [r, n] : detect(eyes_, roi, 1.1, 3, cv::Size(minSide, minSide))) {
+            cv::Rect eye(r.x + upper.x, r.y + upper.y, r.width, r.height);
+            bool distinct = true;
+            for (const cv::Rect& e : face.eyes) distinct = distinct && std::abs(centre(e).x - centre(eye).x) > face.box.width / 5.f;
+            if (distinct) face.eyes.push_back(eye);
+            if (face.eyes.size() == 2) break;
+        }
+        std::sort(face.eyes.begin(), face.eyes.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.x < b.x; });
+        if (face.eyes.size() == 2) {
+            face.hasEyes = true;
+            face.leftEye = centre(face.eyes[0]);
+            face.rightEye = centre(face.eyes[1]);
+        }
+    }
+
+    static void fillBuffer(FaceOutput& out, const cv::Size& size) {
+        Vantor::FaceBuffer& buf = *out.buffer;
+        buf.imageWidth = size.width;
+        buf.imageHeight = size.height;
+        for (size_t i = 0; i < out.faces.size(); ++i) {
+            const DetectedFace& f = out.faces[i];
+            auto face = Glintcore::makeShared<Vantor::Face106>();
+            face->rect = normalised(f.box, size);
+            face->score = f.score;
+            face->id = static_cast<int32_t>(i);
+            if (f.hasEyes) {
+                face->points.push_back(normalised(f.leftEye, size));
+                face->points.push_back(normalised(f.rightEye, size));
+                face->visibility = {1.f, 1.f};
+                const cv::Point2f d = f.rightEye - f.leftEye;
+                face->eyeDist = std::sqrt(d.x * d.x + d.y * d.y) / size.width;
+                face->roll = static_cast<float>(std::atan2(d.y, d.x) * 180.0 / CV_PI);
+            }
+            buf.faces.push_back(face);
+
+            auto extra = Glintcore::makeShared<Vantor::FaceExtra>();
+            extra->eyeCount = static_cast<int32_t>(f.eyes.size());
+            for (size_t e = 0; e < f.eyes.size(); ++e) {
+                auto& target = e == 0 ? extra->eyeLeft : extra->eyeRight;
+                const cv::Rect& r = f.eyes[e];
+                for (cv::Point2f p : {cv::Point2f(r.x, r.y), cv::Point2f(r.x + r.width, r.y),
+                                      cv::Point2f(r.x + r.width, r.y + r.height), cv::Point2f(r.x, r.y + r.height)}) {
+                    target.push_back(normalised(p, size));
+                }
+            }
+            buf.extras.push_back(extra);
+        }
+    }
+
+    cv::CascadeClassifier faces_;
+    cv::CascadeClassifier eyes_;
+    bool hasEyes_ = false;
+};
+
+// Uniform LBP: the 58 patterns with at most two 0/1 transitions get their own bin,
+// every other pattern shares bin 58.
+const std::array<uint8_t, 256>& uniformLbpBins() {
+    static const std::array<uint8_t, 256> table = [] {
+        std::array<uint8_t, 256> t{};
+        uint8_t next = 0;
+        for (int p = 0; p < 256; ++p) {
+            int transitions = 0;
+            for (int b = 0; b < 8; ++b) transitions += ((p >> b) & 1) != ((p >> ((b + 1) % 8)) & 1);
+            t[p] = transitions <= 2 ? next++ : 58;
+        }
+        return t;
+    }();
+    return table;
+}
+
+// Concatenated uniform-LBP histograms over grid x grid cells, square-rooted and
+// L2-normalised (Hellinger), so that a dot product compares two crops.
+std::vector<float> lbpFeature(const cv::Mat& crop, int grid) {
+    const auto& bins = uniformLbpBins();
+    std::vector<float> feature(static_cast<size_t>(grid * grid * 59), 0.f);
+    const int cellW = (crop.cols - 2) / grid, cellH = (crop.rows - 2) / grid;
+    for (int y = 1; y < crop.rows - 1; ++y) {
+        for (int x = 1; x < crop.cols - 1; ++x) {
+            const uint8_t c = crop.at<uint8_t>(y, x);
+            static const int dx[8] = {-1, 0, 1, 1, 1, 0, -1, -1}, dy[8] = {-1, -1, -1, 0, 1, 1, 1, 0};
+            int code = 0;
+            for (int k = 0; k < 8; ++k) code |= (crop.at<uint8_t>(y + dy[k], x + dx[k]) >= c) << k;
+            const int gx = std::min(grid - 1, (x - 1) / std::max(1, cellW));
+            const int gy = std::min(grid - 1, (y - 1) / std::max(1, cellH));
+            feature[static_cast<size_t>((gy * grid + gx) * 59 + bins[code])] += 1.f;
+        }
+    }
+    double norm = 0;
+    for (float& v : feature) {
+        v = std::sqrt(v);
+        norm += double(v) * v;
+    }
+    norm = std::sqrt(norm);
+    if (norm > 0) {
+        for (float& v : feature) v = static_cast<float>(v / norm);
+    }
+    return feature;
+}
+
+class FaceVerifyNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "face_verify_model_key"), "face_verify");
+        cropSize_ = static_cast<int>(paramOr(fs, "crop_size", 64));
+        grid_ = static_cast<int>(paramOr(fs, "grid", 4));
+        fs["model_version"] >> version_;
+        if (cropSize_ < 16 || cropSize_ > 512 || grid_ < 1 || grid_ > 16 || cropSize_ / grid_ < 4) {
+            throw NodeFailure(Vantor::INVALID_MODEL, "face_verify parameters out of range");
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        FaceOutput& faces = inputAs<FaceOutput>(inputs, 1);
+        auto out = std::make_unique<BufferOutput<Vantor::FaceVerifyBuffer>>(
+            std::vector<int32_t>{static_cast<int32_t>(AlgorithmType::FaceVerify)});
+        for (size_t i = 0; i < faces.faces.size(); ++i) {
+            const DetectedFace& f = faces.faces[i];
+            auto info = Glintcore::makeShared<Vantor::FaceVerifyInfo>();
+            std::vector<float> feature = lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
+            info->features = Glintcore::PrimitiveVector<float>(feature.begin(), feature.end());
+            info->face = *faces.buffer->faces[i];
+            info->id = static_cast<int32_t>(i);
+            info->rect = info->face.rect;
+            info->faceStatus = 1;
+            info->modelVersion = version_;
+            out->buffer->faceVerifyInfos.push_back(info);
+        }
+        out->buffer->validFaceNum = static_cast<int32_t>(faces.faces.size());
+        out->buffer->needUpdate = !faces.faces.empty();
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return {static_cast<int32_t>(AlgorithmType::FaceVerify)};
+    }
+
+private:
+    int cropSize_ = 64;
+    int grid_ = 4;
+    std::string version_;
+};
+
+class FaceClustingNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "face_clusting_model_key"), "face_clusting");
+        threshold_ = static_cast<float>(paramOr(fs, "similarity_threshold", 0.8));
+    }
+
+    // Single-link clustering of this image's faces: two faces join when the dot product
+    // of their features reaches the threshold ("face_clusting_thres" overrides it).
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        auto& verify = inputAs<BufferOutput<Vantor::FaceVerifyBuffer>>(inputs, 0);
+        const auto& infos = verify.buffer->faceVerifyInfos;
+        const float threshold = params.floatOr("face_clusting_thres", threshold_);
+        std::vector<size_t> parent(infos.size());
+        std::iota(parent.begin(), parent.end(), 0);
+        auto root = [&parent](size_t i) {
+            while (parent[i] != i) i = parent[i] = parent[parent[i]];
+            return i;
+        };
+        for (size_t a = 0; a < infos.size(); ++a) {
+            for (size_t b = a + 1; b < infos.size(); ++b) {
+                const auto& fa = infos[a]->features;
+                const auto& fb = infos[b]->features;
+                float dot = 0.f;
+                for (size_t k = 0; k < std::min(fa.size(), fb.size()); ++k) dot += fa[k] * fb[k];
+                if (dot >= threshold) parent[root(b)] = root(a);
+            }
+        }
+        auto out = std::make_unique<BufferOutput<Vantor::FaceClustingBuffer>>(
+            std::vector<int32_t>{static_cast<int32_t>(AlgorithmType::FaceClusting)});
+        std::vector<int> clusterOf(infos.size(), -1);
+        for (size_t i = 0; i < infos.size(); ++i) {
+            size_t r = root(i);
+            if (clusterOf[r] == -1) {
+                clusterOf[r] = static_cast<int>(out->buffer->clusters.size());
+                out->buffer->clusters.emplace_back();
+            }
+            out->buffer->results.push_back(clusterOf[r]);
+            out->buffer->clusters[static_cast<size_t>(clusterOf[r])].push_back(static_cast<int32_t>(i));
+        }
+        out->buffer->clustingInfo.flag = infos.empty() ? 0 : 1;
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return {static_cast<int32_t>(AlgorithmType::FaceClusting)};
+    }
+
+private:
+    float threshold_ = 0.8f;
+};
+
+class ExpressionNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        auto smile = models.find("face_attr_expression_model_dir");
+        if (smile != models.end()) {
+            loadCascade(smile->second, smile_);
+            hasSmile_ = true;
+        }
+        for (const char* key : {"face_attr_age_gender_model_dir", "face_attr_extra_model_dir"}) {
+            if (models.count(key)) openParams(models.at(key), "face_attribute");
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        FaceOutput& faces = inputAs<FaceOutput>(inputs, 1);
+        auto out = std::make_unique<BufferOutput<Vantor::FaceAttributeBuffer>>(std::vector<int32_t>{
+            static_cast<int32_t>(AlgorithmType::FaceAttribute), static_cast<int32_t>(AlgorithmType::FaceExpression)});
+        cv::Mat gray;
+        cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+        for (const DetectedFace& f : faces.faces) {
+            auto attr = Glintcore::makeShared<Vantor::FaceAttribute>();
+            float happy = 0.f;
+            if (hasSmile_) {
+                cv::Rect lower(f.box.x, f.box.y + f.box.height / 2, f.box.width, f.box.height - f.box.height / 2);
+                cv::Mat roi = gray(lower).clone();
+                cv::equalizeHist(roi, roi);
+                auto smiles = detect(smile_, roi, 1.1, 3, cv::Size(std::max(8, f.box.width / 4), std::max(4, f.box.height / 8)));
+                int best = 0;
+                for (const auto& s : smiles) best = std::max(best, s.second);
+                happy = best / (best + 20.f);
+            }
+            attr->happyScore = happy;
+            attr->expType = happy >= 0.5f ? 1 : 0;
+            attr->expProbs = {1.f - happy, happy};
+            cv::Mat crop = gray(f.box);
+            cv::Mat lap;
+            cv::Laplacian(crop, lap, CV_64F);
+            cv::Scalar m, sd;
+            cv::meanStdDev(lap, m, sd);
+            attr->quality = static_cast<float>(sharpnessScore(sd[0] * sd[0]) * std::min(1.0, f.box.width / 80.0));
+            cv::Rect core(f.box.x + f.box.width / 5, f.box.y + f.box.height / 5, f.box.width * 3 / 5, f.box.height * 3 / 5);
+            cv::Mat skin = skinMask(bgr(core));
+            attr->realFaceProb = skin.empty() ? 0.f : float(cv::countNonZero(skin)) / float(skin.total());
+            out->buffer->attributes.push_back(attr);
+        }
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return {static_cast<int32_t>(AlgorithmType::FaceAttribute), static_cast<int32_t>(AlgorithmType::FaceExpression)};
+    }
+
+private:
+    cv::CascadeClassifier smile_;
+    bool hasSmile_ = false;
+};
+
+}  // namespace
+
+cv::Mat normalisedFaceCrop(const cv::Mat& bgr, const DetectedFace& face, int side) {
+    cv::Mat gray;
+    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    if (face.hasEyes) {
+        const cv::Point2f d = face.rightEye - face.leftEye;
+        const cv::Point2f mid = (face.leftEye + face.rightEye) * 0.5f;
+        cv::Mat rot = cv::getRotationMatrix2D(mid, std::atan2(d.y, d.x) * 180.0 / CV_PI, 1.0);
+        cv::warpAffine(gray, gray, rot, gray.size(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    }
+    cv::Mat crop;
+    cv::resize(gray(face.box & cv::Rect(0, 0, gray.cols, gray.rows)), crop, cv::Size(side, side), 0, 0, cv::INTER_AREA);
+    cv::equalizeHist(crop, crop);
+    return crop;
+}
+
+std::vector<NodeType> faceNodeTypes() {
+    return {
+        {"face", {{Port::Image, true}}, Port::Faces, [] { return std::make_unique<FaceNode>(); }},
+        {"face_verify", {{Port::Image, true}, {Port::Faces, true}}, Port::FaceFeatures,
+         [] { return std::make_unique<FaceVerifyNode>(); }},
+        {"face_clusting", {{Port::FaceFeatures, true}}, Port::None, [] { return std::make_unique<FaceClustingNode>(); }},
+        {"expression_detect", {{Port::Image, true}, {Port::Faces, true}}, Port::FaceAttributes,
+         [] { return std::make_unique<ExpressionNode>(); }},
+    };
+}
+
+}  // namespace kv

@@ -1,0 +1,373 @@
+// Node-hub family: nh_image_transform, nh_convert_to_tensor, nh_inference,
+// relation_recog and nh_classification (kinds 121 and 130). The "inference" steps are
+// documented statistics pipelines, not neural networks: nh_inference computes a
+// colour/texture descriptor and per-class values from the statistic named for each class
+// in its model file; relation_recog scores relations from the detected faces.
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include <opencv2/imgproc.hpp>
+
+#include "Vantor/SceneBuffers.h"
+#include "face_output.h"
+#include "image_stats.h"
+#include "model_loading.h"
+
+namespace kv {
+
+using Vantor::AlgorithmType;
+
+namespace {
+
+// nh_image_transform output: the converted image and the 8-bit BGR view it came from.
+class TransformedOutput : public NodeOutput {
+public:
+    cv::Mat converted;
+    cv::Mat view;
+};
+
+// nh_convert_to_tensor output: CHW floats of the converted image, and the view.
+class TensorOutput : public NodeOutput {
+public:
+    std::vector<float> values;
+    std::vector<int> shape;  // channels, height, width
+    cv::Mat view;
+};
+
+// Named float tensors of an inference step.
+class ScoresOutput : public NodeOutput {
+public:
+    std::map<std::string, std::vector<float>> tensors;
+};
+
+std::vector<std::string> splitOn(const std::string& text, char sep) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find(sep, start);
+        if (end == std::string::npos) end = text.size();
+        if (end > start) out.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return out;
+}
+
+float logit(double p) {
+    p = std::min(1.0 - 1e-4, std::max(1e-4, p));
+    return static_cast<float>(std::log(p / (1.0 - p)));
+}
+
+// Steps named in "transforms" (colon list) in order: "cvt_color" ("cvt_color_code" 0
+// keeps BGR, 1 gives RGB, 2 grey), "resize" ("resize_width" x "resize_height"),
+// "data_convert" (OpenCV depth "data_convert_rtype", value * alpha + beta).
+class ImageTransformNode : public Node {
+public:
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        auto out = std::make_unique<TransformedOutput>();
+        cv::Mat m = inputAs<ImageOutput>(inputs, 0).bgr;
+        cv::Mat view = m;
+        for (const std::string& step : splitOn(params.stringOr("transforms", ""), ':')) {
+            if (step == "cvt_color") {
+                const long code = params.intOr("cvt_color_code", 0);
+                if (code == 1) cv::cvtColor(m, m, cv::COLOR_BGR2RGB);
+                else if (code == 2) cv::cvtColor(m, m, cv::COLOR_BGR2GRAY);
+                else if (code != 0) throw NodeFailure(Vantor::INVALID_NODE, "unknown cvt_color_code");
+            } else if (step == "resize") {
+                const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
+                if (w < 8 || h < 8 || w > 4096 || h > 4096) throw NodeFailure(Vantor::INVALID_NODE, "resize size out of range");
+                cv::resize(m, m, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+                cv::resize(view, view, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+            } else if (step == "data_convert") {
+                const long depth = params.intOr("data_convert_rtype", CV_32F);
+                if (depth < CV_8U || depth > CV_64F) throw NodeFailure(Vantor::INVALID_NODE, "unknown data_convert_rtype");
+                m.convertTo(m, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
+            } else {
+                throw NodeFailure(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
+            }
+        }
+        out->converted = m;
+        out->view = view;
+        return out;
+    }
+};
+
+class ToTensorNode : public Node {
+public:
+    std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
+        TransformedOutput& in = inputAs<TransformedOutput>(inputs, 0);
+        auto out = std::make_unique<TensorOutput>();
+        cv::Mat f;
+        in.converted.convertTo(f, CV_32F);
+        std::vector<cv::Mat> planes;
+        cv::split(f, planes);
+        out->shape = {int(planes.size()), f.rows, f.cols};
+        for (const cv::Mat& p : planes) {
+            for (int r = 0; r < p.rows; ++r) out->values.insert(out->values.end(), p.ptr<float>(r), p.ptr<float>(r) + p.cols);
+        }
+        out->view = in.view;
+        return out;
+    }
+};
+
+void normaliseL1(std::vector<float>& v, size_t from, size_t count) {
+    double sum = 0;
+    for (size_t i = from; i < from + count; ++i) sum += v[i];
+    if (sum > 0) {
+        for (size_t i = from; i < from + count; ++i) v[i] = static_cast<float>(v[i] / sum);
+    }
+}
+
+// "stats1280": 256 HSV joint-histogram bins (16 hue x 4 saturation x 4 value), 512
+// gradient-orientation bins (8 x 8 cells x 8 orientations, magnitude weighted), and
+// two 256-bin LBP histograms (radius 1 and 2), each block L1-normalised.
+// "hsv128": 128 HSV bins (8 x 4 x 4).
+std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
+    cv::Mat hsv, gray;
+    cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);
+    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    const int hueBins = layout == "hsv128" ? 8 : 16;
+    std::vector<float> f(static_cast<size_t>(hueBins * 16), 0.f);
+    for (int y = 0; y < hsv.rows; ++y) {
+        for (int x = 0; x < hsv.cols; ++x) {
+            const cv::Vec3b p = hsv.at<cv::Vec3b>(y, x);
+            const int h = std::min(hueBins - 1, p[0] * hueBins / 180), s = p[1] / 64, v = p[2] / 64;
+            f[static_cast<size_t>((h * 4 + s) * 4 + v)] += 1.f;
+        }
+    }
+    normaliseL1(f, 0, f.size());
+    if (layout == "hsv128") return f;
+
+    cv::Mat gx, gy, mag, angle;
+    cv::Sobel(gray, gx, CV_32F, 1, 0);
+    cv::Sobel(gray, gy, CV_32F, 0, 1);
+    cv::cartToPolar(gx, gy, mag, angle);
+    const size_t hogStart = f.size();
+    f.resize(hogStart + 512, 0.f);
+    for (int y = 0; y < gray.rows; ++y) {
+        for (int x = 0; x < gray.cols; ++x) {
+            const int cell = (y * 8 / gray.rows) * 8 + (x * 8 / gray.cols);
+            const int bin = std::min(7, int(std::fmod(angle.at<float>(y, x), float(CV_PI)) / float(CV_PI) * 8));
+            f[hogStart + static_cast<size_t>(cell * 8 + bin)] += mag.at<float>(y, x);
+        }
+    }
+    for (size_t c = 0; c < 64; ++c) normaliseL1(f, hogStart + c * 8, 8);
+    for (int radius : {1, 2}) {
+        const size_t start = f.size();
+        f.resize(start + 256, 0.f);
+        static const int dx[8] = {-1, 0, 1, 1, 1, 0, -1, -1}, dy[8] = {-1, -1, -1, 0, 1, 1, 1, 0};
+        for (int y = radius; y < gray.rows - radius; ++y) {
+            for (int x = radius; x < gray.cols - radius; ++x) {
+                const uint8_t c = gray.at<uint8_t>(y, x);
+                int code = 0;
+                for (int k = 0; k < 8; ++k) code |= (gray.at<uint8_t>(y + dy[k] * radius, x + dx[k] * radius) >= c) << k;
+                f[start + static_cast<size_t>(code)] += 1.f;
+            }
+        }
+        normaliseL1(f, start, 256);
+    }
+    return f;
+}
+
+class InferenceNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "nodehub_inference");
+        fs["feature_layout"] >> layout_;
+        fs["feature_output"] >> featureName_;
+        fs["score_output"] >> scoreName_;
+        if (layout_ != "stats1280" && layout_ != "hsv128") throw NodeFailure(Vantor::INVALID_MODEL, "unknown feature layout");
+        cv::FileNode classes = fs["class_statistic"];
+        if (!classes.empty() && classes.type() == cv::FileNode::SEQ) {
+            for (const auto& n : classes) cueOf_.push_back(static_cast<std::string>(n));
+        }
+        ImageStats probe;
+        double unused;
+        for (const std::string& c : cueOf_) {
+            if (c != "none" && !cueValue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        TensorOutput& tensor = inputAs<TensorOutput>(inputs, 0);
+        if (tensor.values.empty()) throw NodeFailure(Vantor::INVALID_NODE, "empty tensor");
+        auto out = std::make_unique<ScoresOutput>();
+        std::vector<float> scores;
+        const ImageStats s = computeImageStats(tensor.view);
+        for (const std::string& cue : cueOf_) {
+            double v = 0;
+            if (cue != "none") cueValue(cue, s, v);
+            scores.push_back(logit(v));
+        }
+        std::vector<std::string> wanted = splitOn(params.stringOr("output_names", featureName_ + ":" + scoreName_), ':');
+        for (const std::string& name : wanted) {
+            if (name == featureName_) out->tensors[name] = descriptor(tensor.view, layout_);
+            else if (name == scoreName_ && !scoreName_.empty()) out->tensors[name] = scores;
+            else throw NodeFailure(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
+        }
+        return out;
+    }
+
+private:
+    std::string layout_, featureName_, scoreName_;
+    std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
+};
+
+// Relation scores from the faces: "people" (any face), "couple" (two faces of similar
+// size), "friend" (two to four faces, raised by smiles), "family" (three or more faces
+// of clearly different sizes); every other relation of the model is "none" (0).
+class RelationNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "relation");
+        fs["score_output"] >> output_;
+        for (const auto& n : fs["class_rule"]) rules_.push_back(static_cast<std::string>(n));
+        for (const std::string& r : rules_) {
+            if (r != "people" && r != "couple" && r != "friend" && r != "family" && r != "none") {
+                throw NodeFailure(Vantor::INVALID_MODEL, "unknown relation rule \"" + r + "\"");
+            }
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        inputAs<TensorOutput>(inputs, 0);
+        std::vector<double> sizes, scores;
+        if (inputs.size() > 1 && inputs[1] != nullptr) {
+            for (const DetectedFace& f : inputAs<FaceOutput>(inputs, 1).faces) {
+                sizes.push_back(f.box.width);
+                scores.push_back(f.score);
+            }
+        }
+        double happy = 0;
+        if (inputs.size() > 2 && inputs[2] != nullptr) {
+            auto& attrs = inputAs<BufferOutput<Vantor::FaceAttributeBuffer>>(inputs, 2).buffer->attributes;
+            for (const auto& a : attrs) happy += a->happyScore;
+            if (!attrs.empty()) happy /= double(attrs.size());
+        }
+        const size_t n = sizes.size();
+        const double maxSize = n ? *std::max_element(sizes.begin(), sizes.end()) : 0;
+        const double minSize = n ? *std::min_element(sizes.begin(), sizes.end()) : 0;
+        const double spread = maxSize > 0 ? 1.0 - minSize / maxSize : 0;
+        std::vector<float> logits;
+        for (const std::string& r : rules_) {
+            double p = 0;
+            if (r == "people" && n > 0) p = *std::max_element(scores.begin(), scores.end());
+            else if (r == "couple" && n == 2) p = 1.0 - spread;
+            else if (r == "friend" && n >= 2 && n <= 4) p = 0.5 + 0.5 * happy;
+            else if (r == "family" && n >= 3) p = std::min(1.0, spread * 2);
+            logits.push_back(logit(p));
+        }
+        auto out = std::make_unique<ScoresOutput>();
+        for (const std::string& name : splitOn(params.stringOr("output_names", output_), ':')) {
+            if (name != output_) throw NodeFailure(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
+            out->tensors[name] = logits;
+        }
+        return out;
+    }
+
+private:
+    std::string output_;
+    std::vector<std::string> rules_;
+};
+
+std::vector<float> parseFloats(const std::string& text) {
+    std::vector<float> out;
+    for (const std::string& item : splitList(text)) {
+        char* end = nullptr;
+        float v = std::strtof(item.c_str(), &end);
+        if (end == item.c_str() || *end != '\0' || !std::isfinite(v)) throw NodeFailure(Vantor::INVALID_NODE, "bad threshold \"" + item + "\"");
+        out.push_back(v);
+    }
+    return out;
+}
+
+class ClassificationNode : public Node {
+public:
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        ScoresOutput& in = inputAs<ScoresOutput>(inputs, 0);
+        const long numClasses = params.intOr("num_classes", 0);
+        const std::string scoreName = params.stringOr("output_names", "");
+        auto scores = in.tensors.find(scoreName);
+        if (scores == in.tensors.end()) throw NodeFailure(Vantor::INVALID_NODE, "no input tensor \"" + scoreName + "\"");
+        std::vector<float> conf = scores->second;
+        if (numClasses <= 0 || static_cast<size_t>(numClasses) != conf.size()) {
+            throw NodeFailure(Vantor::INVALID_NODE, "num_classes does not match the scores");
+        }
+        // The labels are read from "class_labels" only.
+        std::vector<std::string> labels = splitList(params.stringOr("class_labels", ""));
+        std::vector<float> thresholds = parseFloats(params.stringOr("class_thresholds", ""));
+        if ((!labels.empty() && labels.size() != conf.size()) || (!thresholds.empty() && thresholds.size() != conf.size())) {
+            throw NodeFailure(Vantor::INVALID_NODE, "class labels or thresholds do not match num_classes");
+        }
+        const long activation = params.intOr("do_soft_max", 0);
+        if (activation == 1) {
+            const float top = *std::max_element(conf.begin(), conf.end());
+            double sum = 0;
+            for (float& c : conf) sum += (c = std::exp(c - top));
+            for (float& c : conf) c = static_cast<float>(c / sum);
+        } else if (activation == 2) {
+            for (float& c : conf) c = 1.f / (1.f + std::exp(-c));
+        }
+        auto info = Glintcore::makeShared<Vantor::NHClassificationInfo>();
+        info->numClasses = static_cast<int32_t>(numClasses);
+        std::vector<int32_t> order(conf.size());
+        std::iota(order.begin(), order.end(), 0);
+        auto exceeds = [&](int32_t i) { return !thresholds.empty() && conf[size_t(i)] >= thresholds[size_t(i)]; };
+        if (params.intOr("sort_by_threshold", 0) == 1) {
+            std::stable_sort(order.begin(), order.end(), [&](int32_t a, int32_t b) {
+                if (exceeds(a) != exceeds(b)) return exceeds(a);
+                return conf[size_t(a)] > conf[size_t(b)];
+            });
+        }
+        for (int32_t i : order) {
+            info->id.push_back(i);
+            info->confidence.push_back(conf[size_t(i)]);
+            info->exceedThresh.push_back(exceeds(i) ? 1 : 0);
+        }
+        const bool fedByRelation = producesRelation(upstreamTypes);
+        auto out = std::make_unique<BufferOutput<Vantor::NHClassificationBuffer>>(
+            std::vector<int32_t>{fedByRelation ? 130 : 121},
+            std::make_unique<Vantor::NHClassificationBuffer>(fedByRelation ? 130 : 121));
+        Vantor::NHClassificationBuffer& buf = *out->buffer;
+        buf.bufferSize = 1;
+        buf.infos[0] = info;
+        if (params.intOr("feature_mode", 0) == 1) {
+            const std::string featureName = params.stringOr("feature_name", "");
+            auto feature = in.tensors.find(featureName);
+            if (feature == in.tensors.end() || feature->second.size() != static_cast<size_t>(params.intOr("feature_dim", 0))) {
+                throw NodeFailure(Vantor::INVALID_NODE, "feature \"" + featureName + "\" missing or not feature_dim long");
+            }
+            auto f = Glintcore::makeShared<Vantor::NHClassificationFeature>();
+            f->features = Glintcore::PrimitiveVector<float>(feature->second.begin(), feature->second.end());
+            buf.features[0] = f;
+        }
+        buf.labels = labels;
+        buf.thresh = Glintcore::PrimitiveVector<float>(thresholds.begin(), thresholds.end());
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>& upstream) const override {
+        return {producesRelation(upstream) ? static_cast<int32_t>(AlgorithmType::RelationRecog)
+                                           : static_cast<int32_t>(AlgorithmType::NHClassification)};
+    }
+
+private:
+    static bool producesRelation(const std::vector<std::string>& upstream) {
+        return std::find(upstream.begin(), upstream.end(), "relation_recog") != upstream.end();
+    }
+};
+
+}  // namespace
+
+std::vector<NodeType> nodeHubNodeTypes() {
+    return {
+        {"nh_image_transform", {{Port::Image, true}}, Port::Transformed, [] { return std::make_unique<ImageTransformNode>(); }},
+        {"nh_convert_to_tensor", {{Port::Transformed, true}}, Port::Tensor, [] { return std::make_unique<ToTensorNode>(); }},
+        {"nh_inference", {{Port::Tensor, true}}, Port::Scores, [] { return std::make_unique<InferenceNode>(); }},
+        {"relation_recog", {{Port::Tensor, true}, {Port::Faces, false}, {Port::FaceAttributes, false}}, Port::Scores,
+         [] { return std::make_unique<RelationNode>(); }},
+        {"nh_classification", {{Port::Scores, true}}, Port::None, [] { return std::make_unique<ClassificationNode>(); }},
+    };
+}
+
+}  // namespace kv

@@ -1,0 +1,281 @@
+// Every node's output on real photographs (testdata/), through the built-in templates
+// and the built model directory, and determinism of every result.
+#include <cmath>
+#include <numeric>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "testing/builtin_templates.h"
+#include "testing/test_support.h"
+
+namespace kv::testing {
+namespace {
+
+using namespace Vantor;
+
+template <typename B>
+B* run(SystemHarness& h, int kind, const std::string& image, int type = 0) {
+    int code = h.run(builtinTemplate(kind), image, type == 0 ? kind : type);
+    EXPECT_EQ(code, NO_ERROR) << h->getLastErrorMessage();
+    return code == NO_ERROR ? static_cast<B*>(h->getResult(static_cast<AlgorithmType>(type == 0 ? kind : type))) : nullptr;
+}
+
+bool inUnit(float v) { return v >= 0.f && v <= 1.f; }
+
+TEST(Nodes, FaceFindsTheAstronautWithEyes) {
+    SystemHarness h;
+    auto* faces = run<FaceBuffer>(h, 4, "astronaut.jpg");
+    ASSERT_NE(faces, nullptr);
+    EXPECT_EQ(faces->getType(), 4);
+    EXPECT_EQ(faces->imageWidth, 384);
+    ASSERT_EQ(faces->faces.size(), 1u);
+    const Face106& f = *faces->faces[0];
+    EXPECT_GT(f.score, 0.5f);
+    EXPECT_NEAR(f.rect.x + f.rect.width / 2, 0.435f, 0.06f);  // the face is left of centre, upper third
+    EXPECT_NEAR(f.rect.y + f.rect.height / 2, 0.22f, 0.06f);
+    ASSERT_EQ(f.points.size(), 2u);
+    EXPECT_LT(f.points[0].x, f.points[1].x);
+    EXPECT_GT(f.eyeDist, 0.04f);
+    EXPECT_LT(f.eyeDist, f.rect.width);
+    ASSERT_EQ(faces->extras.size(), 1u);
+    EXPECT_EQ(faces->extras[0]->eyeCount, 2);
+    EXPECT_EQ(faces->extras[0]->eyeLeft.size(), 4u);
+
+    EXPECT_TRUE(run<FaceBuffer>(h, 4, "coffee.jpg")->faces.empty());
+    EXPECT_TRUE(run<FaceBuffer>(h, 4, "rocket.jpg")->faces.empty());
+}
+
+TEST(Nodes, VerificationClusteringAndAttributes) {
+    SystemHarness h;
+    auto* verify = run<FaceVerifyBuffer>(h, 8, "astronaut.jpg");
+    ASSERT_NE(verify, nullptr);
+    ASSERT_EQ(verify->faceVerifyInfos.size(), 1u);
+    const FaceVerifyInfo& info = *verify->faceVerifyInfos[0];
+    ASSERT_EQ(info.features.size(), 16u * 59u);
+    double norm = 0;
+    for (float v : info.features) norm += double(v) * v;
+    EXPECT_NEAR(norm, 1.0, 1e-4);
+    EXPECT_EQ(info.modelVersion, "korvid-lbp-64x4");
+    EXPECT_EQ(info.faceStatus, 1);
+    EXPECT_TRUE(verify->needUpdate);
+    EXPECT_EQ(verify->validFaceNum, 1);
+    EXPECT_FLOAT_EQ(info.rect.x, info.face.rect.x);
+
+    auto* clusters = run<FaceClustingBuffer>(h, 10, "astronaut.jpg");
+    ASSERT_NE(clusters, nullptr);
+    ASSERT_EQ(clusters->results.size(), 1u);
+    EXPECT_EQ(clusters->results[0], 0);
+    ASSERT_EQ(clusters->clusters.size(), 1u);
+    EXPECT_EQ(clusters->clustingInfo.flag, 1);
+    EXPECT_TRUE(run<FaceClustingBuffer>(h, 10, "coffee.jpg")->clusters.empty());
+
+    auto* attrs = run<FaceAttributeBuffer>(h, 9, "astronaut.jpg", 46);
+    ASSERT_NE(attrs, nullptr);
+    EXPECT_EQ(attrs->getType(), 46);
+    EXPECT_EQ(static_cast<void*>(attrs), h->getResult(AlgorithmType::FaceExpression));
+    ASSERT_EQ(attrs->attributes.size(), 1u);
+    const FaceAttribute& a = *attrs->attributes[0];
+    EXPECT_GT(a.happyScore, 0.5f);  // she smiles
+    EXPECT_EQ(a.expType, 1);
+    ASSERT_EQ(a.expProbs.size(), 2u);
+    EXPECT_FLOAT_EQ(a.expProbs[0] + a.expProbs[1], 1.f);
+    EXPECT_TRUE(inUnit(a.quality) && a.quality > 0.f);
+    EXPECT_GT(a.realFaceProb, 0.3f);
+    EXPECT_EQ(a.age, 0.f);  // not estimated
+}
+
+TEST(Nodes, WholeImageStatistics) {
+    SystemHarness h;
+    auto* ae = run<AfterEffectBuffer>(h, 30, "astronaut.jpg");
+    ASSERT_NE(ae, nullptr);
+    ASSERT_EQ(ae->scores.size(), 1u);
+    const AEScoreInfo portrait = ae->scores[0];
+    for (float v : {portrait.score, portrait.faceScore, portrait.qualityScore, portrait.sharpnessScore,
+                    portrait.meaninglessScore, portrait.portraitScore}) {
+        EXPECT_TRUE(inUnit(v)) << v;
+    }
+    EXPECT_GT(portrait.portraitScore, 0.1f);
+    const AEScoreInfo rocket = run<AfterEffectBuffer>(h, 30, "rocket.jpg")->scores[0];
+    EXPECT_EQ(rocket.portraitScore, 0.f);
+    EXPECT_EQ(rocket.faceScore, 0.f);
+
+    auto* scene = run<SceneRecogBuffer>(h, 25, "rocket.jpg");
+    ASSERT_NE(scene, nullptr);
+    ASSERT_EQ(scene->infos.size(), 10u);
+    EXPECT_EQ(scene->infos[0]->name, "sky");
+    EXPECT_GT(scene->infos[0]->prob, 0.5f);  // a launch under a blue sky
+    EXPECT_TRUE(scene->infos[0]->satisfied);
+    ASSERT_GE(scene->choose, 0);
+    EXPECT_TRUE(scene->infos[static_cast<size_t>(scene->choose)]->satisfied);
+
+    auto* v3 = run<SceneRecogV3Buffer>(h, 58, "coffee.jpg");
+    ASSERT_NE(v3, nullptr);
+    ASSERT_EQ(v3->infos.size(), 10u);
+    EXPECT_EQ(v3->infos[3]->id, 3);
+    EXPECT_FLOAT_EQ(v3->infos[3]->thres, 0.5f);
+    EXPECT_EQ(v3->c3Feature.size(), 14u);
+
+    auto* porn = run<PornClsBuffer>(h, 33, "rocket.jpg");
+    ASSERT_NE(porn, nullptr);
+    EXPECT_EQ(porn->isPorn, 0);
+    EXPECT_TRUE(inUnit(porn->confidence));
+    EXPECT_LT(porn->confidence, 0.1f);
+
+    auto* sim = run<SimilarityBuffer>(h, 29, "coffee.jpg");
+    ASSERT_NE(sim, nullptr);
+    ASSERT_EQ(sim->feature.size(), 8u);
+    std::vector<uint8_t> coffee(sim->feature.begin(), sim->feature.end());
+    auto* other = run<SimilarityBuffer>(h, 29, "rocket.jpg");
+    int distance = 0;
+    for (size_t i = 0; i < 8; ++i) distance += __builtin_popcount(coffee[i] ^ other->feature[i]);
+    EXPECT_GT(distance, 10);
+}
+
+TEST(Nodes, RegionsMasksAndPets) {
+    SystemHarness h;
+    auto* generic = run<VantorBuffer>(h, 60, "coffee.jpg");
+    ASSERT_NE(generic, nullptr);
+    EXPECT_EQ(generic->getType(), BUFFER_TYPE_SALIENCY_SEG);
+    ASSERT_EQ(generic->infos.size(), 1u);
+    auto* sal = static_cast<SaliencySegInfo*>(generic->infos[0].get());
+    EXPECT_TRUE(sal->valid);
+    EXPECT_EQ(sal->realW, 400.f);
+    EXPECT_EQ(sal->alpha.size(), size_t(sal->imgW * sal->imgH));
+    EXPECT_EQ(sal->input.size(), sal->alpha.size());
+    EXPECT_GT(sal->bboxWidth, 0.f);
+    EXPECT_LE(sal->bboxCenterX + sal->bboxWidth / 2, 1.0001f);
+
+    auto* matting = run<MattingBuffer>(h, 12, "coffee.jpg");
+    ASSERT_NE(matting, nullptr);
+    const MattingResult& m = *matting->result;
+    ASSERT_EQ(m.mask.size(), size_t(m.width) * size_t(m.height));
+    const size_t fg = static_cast<size_t>(std::count(m.mask.begin(), m.mask.end(), 255));
+    EXPECT_GT(fg, m.mask.size() / 50);
+    EXPECT_LT(fg, m.mask.size());
+    EXPECT_GT(m.rect.width, 0.f);
+
+    auto* pets = run<FacePetDetectBuffer>(h, 95, "chelsea.jpg");
+    ASSERT_NE(pets, nullptr);
+    EXPECT_EQ(pets->getType(), 95);
+    ASSERT_EQ(pets->infos.size(), 1u);
+    EXPECT_EQ(pets->infos[0]->facePetType, 1);
+    EXPECT_NEAR(pets->infos[0]->rect.x + pets->infos[0]->rect.width / 2, 0.54f, 0.1f);
+    EXPECT_TRUE(run<FacePetDetectBuffer>(h, 95, "astronaut.jpg")->infos.empty());
+
+    auto* petMatting = run<PetMattingBuffer>(h, 71, "chelsea.jpg");
+    ASSERT_NE(petMatting, nullptr);
+    EXPECT_EQ(petMatting->getType(), 71);
+    const PetMattingInfo& pm = *petMatting->info;
+    EXPECT_EQ(pm.maskCount, 1);
+    ASSERT_EQ(pm.mask0.size(), size_t(pm.maskWidth) * size_t(pm.maskHeight));
+    EXPECT_GT(std::count(pm.mask0.begin(), pm.mask0.end(), 255), 100);
+    EXPECT_TRUE(pm.mask1.empty());
+    EXPECT_EQ(run<PetMattingBuffer>(h, 71, "coffee.jpg")->info->maskCount, 0);
+
+    auto* skeleton = run<SkeletonBuffer>(h, 7, "astronaut.jpg");
+    ASSERT_NE(skeleton, nullptr);
+    EXPECT_TRUE(skeleton->isExecuted);
+    EXPECT_EQ(skeleton->sourceWidth, 384);
+    for (const auto& person : skeleton->infos) {
+        EXPECT_EQ(person->keyPoints.size(), 5u);
+        EXPECT_EQ(person->keyPointsDetected.size(), 5u);
+    }
+}
+
+TEST(Nodes, ClassificationGraphs) {
+    SystemHarness h;
+    auto* c300 = run<NHClassificationBuffer>(h, 121, "rocket.jpg");
+    ASSERT_NE(c300, nullptr);
+    EXPECT_EQ(c300->getType(), 121);
+    EXPECT_EQ(c300->bufferSize, 1u);
+    ASSERT_TRUE(c300->infos[0]);
+    const NHClassificationInfo& info = *c300->infos[0];
+    EXPECT_EQ(info.numClasses, 208);
+    ASSERT_EQ(info.id.size(), 208u);
+    ASSERT_TRUE(c300->features[0]);
+    EXPECT_EQ(c300->features[0]->features.size(), 1280u);
+    EXPECT_FALSE(c300->features[1]);
+    EXPECT_EQ(c300->labels.size(), 208u);
+    EXPECT_EQ(c300->labels[0], "98_Shoes");
+    EXPECT_EQ(c300->thresh.size(), 208u);
+    // Sorted by threshold: every exceeding class comes before every other one.
+    bool seenBelow = false;
+    for (size_t i = 0; i < 208; ++i) {
+        if (!info.exceedThresh[i]) seenBelow = true;
+        else EXPECT_FALSE(seenBelow);
+        EXPECT_TRUE(inUnit(info.confidence[i]));
+    }
+    std::vector<int32_t> ids(info.id.begin(), info.id.end());
+    std::sort(ids.begin(), ids.end());
+    for (int32_t i = 0; i < 208; ++i) EXPECT_EQ(ids[size_t(i)], i);
+    EXPECT_EQ(h->getResultByName("ClassificationPostProcess"), static_cast<void*>(c300));
+
+    auto* relation = run<NHClassificationBuffer>(h, 130, "astronaut.jpg");
+    ASSERT_NE(relation, nullptr);
+    EXPECT_EQ(relation->getType(), 130);
+    EXPECT_EQ(relation->infos[0]->numClasses, 10);
+    EXPECT_EQ(relation->infos[0]->id[0], 0);  // unsorted: class order
+    EXPECT_GT(relation->infos[0]->confidence[0], 0.5f);  // "peopletype": a face is there
+    EXPECT_FALSE(relation->features[0]);
+    EXPECT_TRUE(relation->labels.empty());  // the template stores them under "_class_labels"
+    EXPECT_EQ(relation->thresh.size(), 10u);
+    EXPECT_EQ(h->getResult(AlgorithmType::NHClassification), nullptr);
+
+    // A caller-supplied graph serves the string kind by its post-processor's name.
+    std::string named = builtinTemplate(121);
+    for (size_t at; (at = named.find("\"ClassificationPostProcess\"")) != std::string::npos;) {
+        named.replace(at, 27, "\"ClassificationPostProcess_c300\"");
+    }
+    ASSERT_EQ(h->loadGraph(named), NO_ERROR);
+    ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::AllNodes), NO_ERROR);
+    EXPECT_NE(h->getResultByName("ClassificationPostProcess_c300"), nullptr);
+    EXPECT_EQ(h->getResultByName("ClassificationPostProcess_c300"), h->getResult(AlgorithmType::NHClassification));
+}
+
+// A text summary of every result of a whole-graph run, for comparing runs.
+std::string summary(SystemHarness& h) {
+    std::ostringstream out;
+    out.precision(9);
+    if (auto* f = static_cast<FaceBuffer*>(h->getResult(AlgorithmType::Face))) {
+        out << "faces=" << f->faces.size() << ';';
+        for (const auto& face : f->faces) out << face->rect.x << ',' << face->rect.y << ',' << face->score << ';';
+    }
+    if (auto* v = static_cast<FaceVerifyBuffer*>(h->getResult(AlgorithmType::FaceVerify))) {
+        for (const auto& i : v->faceVerifyInfos) out << std::accumulate(i->features.begin(), i->features.end(), 0.0) << ';';
+    }
+    if (auto* m = static_cast<MattingBuffer*>(h->getResult(AlgorithmType::Matting))) {
+        out << std::accumulate(m->result->mask.begin(), m->result->mask.end(), 0L) << ';';
+    }
+    if (auto* p = static_cast<PetMattingBuffer*>(h->getResult(AlgorithmType::PetMatting))) {
+        out << std::accumulate(p->info->mask0.begin(), p->info->mask0.end(), 0L) << ';';
+    }
+    if (auto* c = static_cast<NHClassificationBuffer*>(h->getResult(AlgorithmType::NHClassification))) {
+        for (float v : c->infos[0]->confidence) out << v << ',';
+        out << std::accumulate(c->features[0]->features.begin(), c->features[0]->features.end(), 0.0) << ';';
+    }
+    if (auto* a = static_cast<AfterEffectBuffer*>(h->getResult(AlgorithmType::AfterEffect))) out << a->scores[0].score << ';';
+    if (auto* s = static_cast<VantorBuffer*>(h->getResult(AlgorithmType::SaliencySeg))) {
+        auto* info = static_cast<SaliencySegInfo*>(s->infos[0].get());
+        out << info->bboxCenterX << ',' << info->bboxWidth << ';';
+    }
+    return out.str();
+}
+
+TEST(Nodes, SameImageSameResults) {
+    for (int kind : {8, 12, 30, 60, 71, 121}) {
+        for (const char* image : {"astronaut.jpg", "chelsea.jpg"}) {
+            SystemHarness first, second;
+            ASSERT_EQ(first.run(builtinTemplate(kind), image, -1), NO_ERROR);
+            ASSERT_EQ(second.run(builtinTemplate(kind), image, -1), NO_ERROR);
+            const std::string a = summary(first);
+            EXPECT_FALSE(a.empty()) << kind;
+            EXPECT_EQ(a, summary(second)) << kind << ' ' << image;
+            ASSERT_EQ(first->execute(first.input->buffer, AlgorithmType::AllNodes), NO_ERROR);
+            EXPECT_EQ(a, summary(first)) << kind << ' ' << image;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace kv::testing

@@ -1,0 +1,324 @@
+// Region family: saliency_seg (kind 60), matting (12), face_pet_detect (71 or 95) and
+// skeleton (7). Saliency is OpenCV's spectral-residual detector; matting and pet matting
+// are GrabCut seeded from saliency or from the cat-face box; pet faces and upper bodies
+// are Haar cascades. korvid/README.md says what each field holds.
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
+#include <opencv2/saliency.hpp>
+
+#include "Vantor/SegmentationBuffers.h"
+#include "model_loading.h"
+
+namespace kv {
+
+using Vantor::AlgorithmType;
+
+namespace {
+
+constexpr int kWorkSide = 256;  // masks are computed at most this large
+
+std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
+
+cv::Mat workCopy(const cv::Mat& bgr, int side) {
+    cv::Mat small = bgr;
+    const int longest = std::max(bgr.cols, bgr.rows);
+    if (longest > side) cv::resize(bgr, small, cv::Size(), double(side) / longest, double(side) / longest, cv::INTER_AREA);
+    return small;
+}
+
+Glintcore::Rect normalised(const cv::Rect& r, const cv::Size& size) {
+    return Glintcore::Rect{float(r.x) / size.width, float(r.y) / size.height, float(r.width) / size.width,
+                           float(r.height) / size.height};
+}
+
+struct SalientRegion {
+    cv::Mat gray;      // analysed grey image
+    cv::Mat saliency;  // 8-bit saliency map, same size
+    cv::Mat region;    // 255 on the largest salient component
+    cv::Rect box;      // its bounding box (empty when none)
+    cv::RotatedRect rotated;
+};
+
+// Spectral residual saliency, Otsu threshold, largest 8-connected component.
+SalientRegion salientRegion(const cv::Mat& small) {
+    SalientRegion s;
+    cv::cvtColor(small, s.gray, cv::COLOR_BGR2GRAY);
+    cv::saliency::StaticSaliencySpectralResidual detector;
+    cv::Mat map;
+    if (!detector.computeSaliency(s.gray, map)) throw NodeFailure(Vantor::INVALID_NODE, "saliency failed");
+    cv::normalize(map, map, 0, 255, cv::NORM_MINMAX);
+    map.convertTo(s.saliency, CV_8U);
+    cv::Mat binary;
+    cv::threshold(s.saliency, binary, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    cv::Mat labels, stats, centroids;
+    const int n = cv::connectedComponentsWithStats(binary, labels, stats, centroids, 8);
+    int best = 0, bestArea = 0;
+    for (int i = 1; i < n; ++i) {
+        if (stats.at<int>(i, cv::CC_STAT_AREA) > bestArea) {
+            bestArea = stats.at<int>(i, cv::CC_STAT_AREA);
+            best = i;
+        }
+    }
+    s.region = cv::Mat::zeros(s.gray.size(), CV_8U);
+    if (best > 0) {
+        s.region = labels == best;
+        s.box = cv::Rect(stats.at<int>(best, cv::CC_STAT_LEFT), stats.at<int>(best, cv::CC_STAT_TOP),
+                         stats.at<int>(best, cv::CC_STAT_WIDTH), stats.at<int>(best, cv::CC_STAT_HEIGHT));
+        std::vector<cv::Point> points;
+        cv::findNonZero(s.region, points);
+        s.rotated = cv::minAreaRect(points);
+    }
+    return s;
+}
+
+// GrabCut from a seed mask (GC_* values); the result is 255 on (probable) foreground.
+// GrabCut draws its initial clusters from OpenCV's thread RNG, so the RNG is reseeded
+// to make equal images give equal masks.
+cv::Mat grabCut(const cv::Mat& small, cv::Mat seed, int iterations) {
+    if (cv::countNonZero((seed == cv::GC_BGD) | (seed == cv::GC_PR_BGD)) == 0 ||
+        cv::countNonZero((seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD)) == 0) {
+        return cv::Mat::zeros(small.size(), CV_8U);
+    }
+    cv::theRNG().state = 0x4b6f72766964ULL;
+    cv::Mat bg, fg;
+    cv::grabCut(small, seed, cv::Rect(), bg, fg, iterations, cv::GC_INIT_WITH_MASK);
+    return (seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD);
+}
+
+cv::Rect boundingBox(const cv::Mat& mask) {
+    std::vector<cv::Point> points;
+    cv::findNonZero(mask, points);
+    return points.empty() ? cv::Rect() : cv::boundingRect(points);
+}
+
+class SaliencyNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        if (models.count("saliency_model_key")) {
+            cv::FileStorage fs = openParams(models.at("saliency_model_key"), "saliency");
+            side_ = static_cast<int>(paramOr(fs, "work_side", kWorkSide));
+            if (side_ < 32 || side_ > 1024) throw NodeFailure(Vantor::INVALID_MODEL, "saliency work_side out of range");
+        }
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        cv::Mat small = workCopy(bgr, side_);
+        SalientRegion s = salientRegion(small);
+        Glintcore::SharePtr<Vantor::SaliencySegInfo> info(new Vantor::SaliencySegInfo());
+        info->valid = !s.box.empty();
+        info->realW = float(bgr.cols);
+        info->realH = float(bgr.rows);
+        info->imgW = float(small.cols);
+        info->imgH = float(small.rows);
+        if (info->valid) {
+            info->bboxCenterX = (s.box.x + s.box.width / 2.f) / small.cols;
+            info->bboxCenterY = (s.box.y + s.box.height / 2.f) / small.rows;
+            info->bboxWidth = float(s.box.width) / small.cols;
+            info->bboxHeight = float(s.box.height) / small.rows;
+            info->bboxRotateAngle = s.rotated.angle;
+        }
+        info->modelIndex = static_cast<int32_t>(params.intOr("saliency_model_type", 0));
+        cv::Mat alpha;
+        s.saliency.copyTo(alpha, s.region);
+        info->alpha = Glintcore::PrimitiveVector<uint8_t>(alpha.datastart, alpha.dataend);
+        info->input = Glintcore::PrimitiveVector<uint8_t>(s.gray.datastart, s.gray.dataend);
+        auto out = std::make_unique<BufferOutput<Vantor::VantorBuffer>>(
+            typeList(AlgorithmType::SaliencySeg), std::make_unique<Vantor::VantorBuffer>(Vantor::BUFFER_TYPE_SALIENCY_SEG));
+        out->buffer->infos.push_back(Glintcore::SharePtr<Vantor::VantorBufferInfo>(info));
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::SaliencySeg);
+    }
+
+private:
+    int side_ = kWorkSide;
+};
+
+class MattingNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        if (models.count("matting_model_key")) {
+            cv::FileStorage fs = openParams(models.at("matting_model_key"), "matting");
+            iterations_ = static_cast<int>(paramOr(fs, "iterations", 3));
+        }
+    }
+
+    // Seed: the border is background, the salient region probable foreground, the rest
+    // of its (10% enlarged) box probable background.
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const int iterations = static_cast<int>(params.intOr("matting_iterations", iterations_));
+        if (iterations < 1 || iterations > 20) throw NodeFailure(Vantor::INVALID_NODE, "matting_iterations out of range");
+        cv::Mat small = workCopy(inputAs<ImageOutput>(inputs, 0).bgr, kWorkSide);
+        SalientRegion s = salientRegion(small);
+        cv::Mat seed(small.size(), CV_8U, cv::Scalar(cv::GC_BGD));
+        cv::Mat mask = cv::Mat::zeros(small.size(), CV_8U);
+        if (!s.box.empty()) {
+            const int dx = s.box.width / 10 + 1, dy = s.box.height / 10 + 1;
+            cv::Rect grown = cv::Rect(s.box.x - dx, s.box.y - dy, s.box.width + 2 * dx, s.box.height + 2 * dy) &
+                             cv::Rect(1, 1, small.cols - 2, small.rows - 2);
+            seed(grown).setTo(cv::GC_PR_BGD);
+            seed.setTo(cv::GC_PR_FGD, s.region);
+            seed.row(0).setTo(cv::GC_BGD);
+            seed.row(seed.rows - 1).setTo(cv::GC_BGD);
+            seed.col(0).setTo(cv::GC_BGD);
+            seed.col(seed.cols - 1).setTo(cv::GC_BGD);
+            mask = grabCut(small, seed, iterations);
+        }
+        auto out = std::make_unique<BufferOutput<Vantor::MattingBuffer>>(typeList(AlgorithmType::Matting));
+        Glintcore::SharePtr<Vantor::MattingResult> result(new Vantor::MattingResult());
+        result->width = small.cols;
+        result->height = small.rows;
+        result->mask = Glintcore::PrimitiveVector<uint8_t>(mask.datastart, mask.dataend);
+        result->rect = normalised(boundingBox(mask), small.size());
+        out->buffer->result = result;
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::Matting);
+    }
+
+private:
+    int iterations_ = 3;
+};
+
+class FacePetNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        loadCascade(requireModel(models, "face_pet_detect_model_key"), cats_);
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        const long maxNum = params.intOr("face_pet_detect_max_num", 5);
+        if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
+        cv::Mat small = workCopy(bgr, 640), gray;
+        cv::cvtColor(small, gray, cv::COLOR_BGR2GRAY);
+        const double scale = double(bgr.cols) / small.cols;
+        std::vector<cv::Rect> rects;
+        std::vector<int> neighbours;
+        cats_.detectMultiScale(gray, rects, neighbours, 1.05, 3, 0, cv::Size(24, 24));
+        std::vector<size_t> order(rects.size());
+        for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+        std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+            if (rects[a].area() != rects[b].area()) return rects[a].area() > rects[b].area();
+            return std::tie(rects[a].y, rects[a].x) < std::tie(rects[b].y, rects[b].x);
+        });
+        if (order.size() > static_cast<size_t>(maxNum)) order.resize(static_cast<size_t>(maxNum));
+
+        if (imageMode(params) == 1) {
+            auto out = std::make_unique<BufferOutput<Vantor::FacePetDetectBuffer>>(typeList(AlgorithmType::FacePetDetect));
+            for (size_t k = 0; k < order.size(); ++k) {
+                const cv::Rect& r = rects[order[k]];
+                auto info = Glintcore::makeShared<Vantor::FacePetInfo>();
+                info->facePetType = 1;  // the cascade finds cats only
+                cv::Rect full(int(r.x * scale), int(r.y * scale), int(r.width * scale), int(r.height * scale));
+                info->rect = normalised(full & cv::Rect(0, 0, bgr.cols, bgr.rows), bgr.size());
+                const int n = order[k] < neighbours.size() ? neighbours[order[k]] : 0;
+                info->score = n / (n + 10.f);
+                info->id = static_cast<int32_t>(k);
+                out->buffer->infos.push_back(info);
+            }
+            return out;
+        }
+
+        // Pet matting: GrabCut per cat (at most two), seeded with the face as probable
+        // foreground inside a box widened sideways and extended downwards for the body.
+        cv::Mat work = workCopy(bgr, kWorkSide);
+        const double toWork = double(work.cols) / small.cols;
+        auto out = std::make_unique<BufferOutput<Vantor::PetMattingBuffer>>(typeList(AlgorithmType::PetMatting));
+        Glintcore::SharePtr<Vantor::PetMattingInfo> info(new Vantor::PetMattingInfo());
+        info->maskWidth = work.cols;
+        info->maskHeight = work.rows;
+        for (size_t k = 0; k < order.size() && k < 2; ++k) {
+            const cv::Rect& r = rects[order[k]];
+            cv::Rect face(int(r.x * toWork), int(r.y * toWork), int(r.width * toWork), int(r.height * toWork));
+            cv::Rect body(face.x - face.width * 6 / 10, face.y - face.height * 4 / 10, face.width * 22 / 10, face.height * 3);
+            const cv::Rect inner(1, 1, work.cols - 2, work.rows - 2);
+            cv::Mat seed(work.size(), CV_8U, cv::Scalar(cv::GC_BGD));
+            seed(body & inner).setTo(cv::GC_PR_BGD);
+            seed(face & inner).setTo(cv::GC_PR_FGD);
+            cv::Mat mask = grabCut(work, seed, 3);
+            (k == 0 ? info->mask0 : info->mask1) = Glintcore::PrimitiveVector<uint8_t>(mask.datastart, mask.dataend);
+            ++info->maskCount;
+        }
+        out->buffer->info = info;
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams& params, const std::vector<std::string>&) const override {
+        return typeList(imageMode(params) == 1 ? AlgorithmType::FacePetDetect : AlgorithmType::PetMatting);
+    }
+
+private:
+    static long imageMode(const NodeParams& params) { return params.intOr("face_pet_detect_use_imagemode", 0); }
+
+    cv::CascadeClassifier cats_;
+};
+
+// Coarse skeleton: upper bodies from a cascade; five key points placed by fixed body
+// proportions inside each box (head, neck, right shoulder, left shoulder, chest).
+class SkeletonNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        loadCascade(requireModel(models, "skeleton_model_key"), bodies_);
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        const long maxCount = params.intOr("skeleton_body_max_count", 2);
+        if (maxCount < 1 || maxCount > 64) throw NodeFailure(Vantor::INVALID_NODE, "skeleton_body_max_count out of range");
+        cv::Mat small = workCopy(bgr, 640), gray;
+        cv::cvtColor(small, gray, cv::COLOR_BGR2GRAY);
+        cv::equalizeHist(gray, gray);
+        std::vector<cv::Rect> rects;
+        std::vector<int> neighbours;
+        bodies_.detectMultiScale(gray, rects, neighbours, 1.05, 3, 0, cv::Size(44, 36));
+        auto out = std::make_unique<BufferOutput<Vantor::SkeletonBuffer>>(typeList(AlgorithmType::Skeleton));
+        out->buffer->isExecuted = true;
+        out->buffer->sourceWidth = bgr.cols;
+        out->buffer->sourceHeight = bgr.rows;
+        static const float kPoints[5][2] = {{0.5f, 0.25f}, {0.5f, 0.55f}, {0.2f, 0.7f}, {0.8f, 0.7f}, {0.5f, 0.85f}};
+        for (size_t i = 0; i < rects.size() && static_cast<long>(i) < maxCount; ++i) {
+            auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
+            person->id = static_cast<int32_t>(i);
+            person->rect = normalised(rects[i], small.size());
+            const float score = (i < neighbours.size() ? neighbours[i] : 0) / ((i < neighbours.size() ? neighbours[i] : 0) + 10.f);
+            for (const auto& p : kPoints) {
+                person->keyPoints.push_back(Glintcore::Vector2f{person->rect.x + p[0] * person->rect.width,
+                                                                person->rect.y + p[1] * person->rect.height});
+                person->keyPointsDetected.push_back(1);
+                person->keyPointsScore.push_back(score);
+            }
+            out->buffer->infos.push_back(person);
+        }
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::Skeleton);
+    }
+
+private:
+    cv::CascadeClassifier bodies_;
+};
+
+}  // namespace
+
+std::vector<NodeType> regionNodeTypes() {
+    const std::vector<SlotSpec> image{{Port::Image, true}};
+    return {
+        {"saliency_seg", image, Port::None, [] { return std::make_unique<SaliencyNode>(); }},
+        {"matting", image, Port::None, [] { return std::make_unique<MattingNode>(); }},
+        {"face_pet_detect", image, Port::None, [] { return std::make_unique<FacePetNode>(); }},
+        {"skeleton", image, Port::None, [] { return std::make_unique<SkeletonNode>(); }},
+    };
+}
+
+}  // namespace kv

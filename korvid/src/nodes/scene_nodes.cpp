@@ -1,0 +1,235 @@
+// Whole-image family: after_effect (kind 30), scene_recognition (25), scene_recog_v3
+// (58), porn_cls (33) and similarity (29). All of them are image statistics
+// (image_stats.h) or a perceptual hash; korvid/README.md gives every formula.
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/img_hash.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "Vantor/SceneBuffers.h"
+#include "face_output.h"
+#include "image_stats.h"
+#include "model_loading.h"
+
+namespace kv {
+
+using Vantor::AlgorithmType;
+
+namespace {
+
+double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
+
+std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
+
+class AfterEffectNode : public Node {
+public:
+    std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        const ImageStats s = computeImageStats(bgr);
+        Vantor::AEScoreInfo info;
+        info.sharpnessScore = static_cast<float>(sharpnessScore(s.sharpness));
+        const double exposure = 1.0 - std::abs(s.brightness - 0.5) * 2.0;
+        info.qualityScore = static_cast<float>(0.4 * info.sharpnessScore + 0.3 * exposure + 0.3 * s.contrast);
+        double largest = 0, bestScore = 0;
+        if (inputs.size() > 1 && inputs[1] != nullptr) {
+            for (const DetectedFace& f : inputAs<FaceOutput>(inputs, 1).faces) {
+                double ratio = double(f.box.area()) / double(bgr.total());
+                if (ratio > largest) {
+                    largest = ratio;
+                    bestScore = f.score;
+                }
+            }
+        }
+        info.portraitScore = static_cast<float>(clamp01(largest / 0.15));
+        info.faceScore = static_cast<float>(bestScore * info.portraitScore);
+        info.meaninglessScore = static_cast<float>(clamp01(1.0 - s.edgeDensity / 0.08) * (1.0 - s.entropy));
+        info.score = static_cast<float>(clamp01(0.5 * info.qualityScore + 0.2 * s.colourfulness +
+                                                0.3 * std::max<double>(info.faceScore, 1.0 - info.meaninglessScore)));
+        auto out = std::make_unique<BufferOutput<Vantor::AfterEffectBuffer>>(typeList(AlgorithmType::AfterEffect));
+        out->buffer->scores.push_back(info);
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::AfterEffect);
+    }
+};
+
+// The labels (cue names) and thresholds a scene node reports, from its parameters
+// "scene_labels" and "scene_thresholds" (comma lists); all cues at 0.5 by default.
+struct LabelSet {
+    std::vector<std::string> labels;
+    std::vector<float> thresholds;
+};
+
+LabelSet sceneLabels(const NodeParams& params) {
+    LabelSet set;
+    set.labels = splitList(params.stringOr("scene_labels", ""));
+    if (set.labels.empty()) set.labels = cueNames();
+    ImageStats probe;
+    double unused;
+    for (const std::string& l : set.labels) {
+        if (!cueValue(l, probe, unused)) throw NodeFailure(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
+    }
+    std::vector<std::string> thresholds = splitList(params.stringOr("scene_thresholds", ""));
+    if (!thresholds.empty() && thresholds.size() != set.labels.size()) {
+        throw NodeFailure(Vantor::INVALID_NODE, "scene_thresholds and scene_labels differ in length");
+    }
+    for (size_t i = 0; i < set.labels.size(); ++i) {
+        float t = 0.5f;
+        if (!thresholds.empty()) {
+            char* end = nullptr;
+            t = std::strtof(thresholds[i].c_str(), &end);
+            if (end == thresholds[i].c_str() || *end != '\0' || !std::isfinite(t)) {
+                throw NodeFailure(Vantor::INVALID_NODE, "bad scene threshold \"" + thresholds[i] + "\"");
+            }
+        }
+        set.thresholds.push_back(t);
+    }
+    return set;
+}
+
+class SceneNode : public Node {
+public:
+    void load(const NodeParams& params, const ModelSet& models) override {
+        if (models.count("scene_model_key")) openParams(models.at("scene_model_key"), "scene");
+        (void)params;
+    }
+
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const ImageStats s = computeImageStats(inputAs<ImageOutput>(inputs, 0).bgr);
+        const LabelSet set = sceneLabels(params);
+        auto out = std::make_unique<BufferOutput<Vantor::SceneRecogBuffer>>(typeList(AlgorithmType::SceneRecog));
+        float best = -1.f;
+        for (size_t i = 0; i < set.labels.size(); ++i) {
+            double v = 0;
+            cueValue(set.labels[i], s, v);
+            auto info = Glintcore::makeShared<Vantor::SceneRecogInfo>();
+            info->name = set.labels[i];
+            info->prob = static_cast<float>(v);
+            info->satisfied = info->prob >= set.thresholds[i];
+            if (info->satisfied && info->prob > best) {
+                best = info->prob;
+                out->buffer->choose = static_cast<int32_t>(i);
+            }
+            out->buffer->infos.push_back(info);
+        }
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::SceneRecog);
+    }
+};
+
+class SceneV3Node : public SceneNode {
+public:
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const ImageStats s = computeImageStats(inputAs<ImageOutput>(inputs, 0).bgr);
+        const LabelSet set = sceneLabels(params);
+        auto out = std::make_unique<BufferOutput<Vantor::SceneRecogV3Buffer>>(typeList(AlgorithmType::SceneRecogV3));
+        for (size_t i = 0; i < set.labels.size(); ++i) {
+            double v = 0;
+            cueValue(set.labels[i], s, v);
+            auto info = Glintcore::makeShared<Vantor::SceneRecogV3Info>();
+            info->id = static_cast<int32_t>(i);
+            info->name = set.labels[i];
+            info->confidence = static_cast<float>(v);
+            info->thres = set.thresholds[i];
+            info->satisfied = info->confidence >= info->thres;
+            out->buffer->infos.push_back(info);
+        }
+        // The statistics themselves, in ImageStats field order (sharpness mapped to 0..1).
+        for (double v : {s.brightness, s.contrast, s.saturation, s.colourfulness, sharpnessScore(s.sharpness),
+                         s.edgeDensity, s.skinRatio, s.skyRatio, s.greenRatio, s.warmRatio, s.waterRatio,
+                         s.darkRatio, s.whiteRatio, s.entropy}) {
+            out->buffer->c3Feature.push_back(static_cast<float>(v));
+        }
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::SceneRecogV3);
+    }
+};
+
+class PornClsNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "porn_cls");
+        bias_ = paramOr(fs, "bias", -6.0);
+        skinWeight_ = paramOr(fs, "skin_weight", 6.0);
+        blobWeight_ = paramOr(fs, "blob_weight", 6.0);
+        threshold_ = static_cast<float>(paramOr(fs, "threshold", 0.5));
+    }
+
+    // Logistic model over the skin ratio and the largest skin region's share.
+    std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        cv::Mat small = bgr;
+        const int side = std::max(bgr.cols, bgr.rows);
+        if (side > 256) cv::resize(bgr, small, cv::Size(), 256.0 / side, 256.0 / side, cv::INTER_AREA);
+        cv::Mat skin = skinMask(small);
+        cv::morphologyEx(skin, skin, cv::MORPH_OPEN, cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(5, 5)));
+        cv::Mat labels, stats, centroids;
+        const int n = cv::connectedComponentsWithStats(skin, labels, stats, centroids, 8);
+        int largest = 0;
+        for (int i = 1; i < n; ++i) largest = std::max(largest, stats.at<int>(i, cv::CC_STAT_AREA));
+        const double skinRatio = cv::countNonZero(skin) / double(skin.total());
+        const double blobRatio = largest / double(skin.total());
+        const double z = bias_ + skinWeight_ * skinRatio + blobWeight_ * blobRatio;
+        auto out = std::make_unique<BufferOutput<Vantor::PornClsBuffer>>(typeList(AlgorithmType::PornCls));
+        out->buffer->confidence = static_cast<float>(1.0 / (1.0 + std::exp(-z)));
+        out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::PornCls);
+    }
+
+private:
+    double bias_ = -6, skinWeight_ = 6, blobWeight_ = 6;
+    float threshold_ = 0.5f;
+};
+
+class SimilarityNode : public Node {
+public:
+    void load(const NodeParams&, const ModelSet& models) override {
+        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "similarity");
+        std::string hash;
+        fs["hash"] >> hash;
+        if (hash != "phash") throw NodeFailure(Vantor::INVALID_MODEL, "unsupported similarity hash \"" + hash + "\"");
+    }
+
+    // The feature is the 64-bit DCT perceptual hash (8 bytes); similarity is pairwise, so
+    // a single image has no score.
+    std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
+        cv::Mat hash;
+        cv::img_hash::pHash(inputAs<ImageOutput>(inputs, 0).bgr, hash);
+        auto out = std::make_unique<BufferOutput<Vantor::SimilarityBuffer>>(typeList(AlgorithmType::Similarity));
+        out->buffer->feature = Glintcore::PrimitiveVector<uint8_t>(hash.ptr<uint8_t>(), hash.ptr<uint8_t>() + hash.total());
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return typeList(AlgorithmType::Similarity);
+    }
+};
+
+}  // namespace
+
+std::vector<NodeType> sceneNodeTypes() {
+    const std::vector<SlotSpec> image{{Port::Image, true}};
+    return {
+        {"after_effect", {{Port::Image, true}, {Port::Faces, false}}, Port::None,
+         [] { return std::make_unique<AfterEffectNode>(); }},
+        {"scene_recognition", image, Port::None, [] { return std::make_unique<SceneNode>(); }},
+        {"scene_recog_v3", image, Port::None, [] { return std::make_unique<SceneV3Node>(); }},
+        {"porn_cls", image, Port::None, [] { return std::make_unique<PornClsNode>(); }},
+        {"similarity", image, Port::None, [] { return std::make_unique<SimilarityNode>(); }},
+    };
+}
+
+}  // namespace kv
