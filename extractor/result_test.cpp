@@ -84,6 +84,9 @@ TEST(ResultTest, ConstructorsAndBlobOperations) {
     copy.setResultNative(bytes, sizeof bytes);
     copy.setResultNative(bytes, sizeof bytes);  // replaces the earlier copy
     EXPECT_EQ(copy.resultLength, 0u);            // the caller sets the length
+    char four[4] = {};
+    copy.memcpyStructResult(four, sizeof four);  // copies what dest holds, whatever resultLength says
+    EXPECT_EQ(std::memcmp(four, bytes, sizeof four), 0);
     copy.resultLength = sizeof bytes;
     char out[sizeof bytes + 4] = {};
     copy.memcpyStructResult(out, sizeof out);  // stops at the blob's end
