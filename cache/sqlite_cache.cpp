@@ -34,6 +34,7 @@ public:
     void bind(int index, long long value) { sqlite3_bind_int64(stmt_, index, value); }
     void bindBlob(int index, const void* data, unsigned long length) {
         if (data == nullptr) sqlite3_bind_null(stmt_, index);
+        else if (length == 0) sqlite3_bind_zeroblob(stmt_, index, 0);
         else sqlite3_bind_blob64(stmt_, index, data, length, SQLITE_TRANSIENT);
     }
     // True while a row is available; throws on errors.
@@ -103,12 +104,15 @@ std::shared_ptr<Result> SqliteCache::queryLocked(const std::string& assetId, con
     if (!select.step()) return nullptr;
     const auto type = static_cast<Vantor::AlgorithmType>(sqlite3_column_int(select.get(), 0));
     const std::string stringType = reinterpret_cast<const char*>(sqlite3_column_text(select.get(), 1));
-    const void* bytes = sqlite3_column_blob(select.get(), 2);
-    const int length = sqlite3_column_bytes(select.get(), 2);
+    // An empty message packs to zero bytes; SQLite hands those back as a null pointer,
+    // so only a NULL column means "no blob".
     void* blob = nullptr;
-    if (bytes != nullptr) {
+    int length = 0;
+    if (sqlite3_column_type(select.get(), 2) != SQLITE_NULL) {
+        const void* bytes = sqlite3_column_blob(select.get(), 2);
+        length = sqlite3_column_bytes(select.get(), 2);
         blob = std::malloc(length > 0 ? length : 1);
-        std::memcpy(blob, bytes, length);
+        if (length > 0) std::memcpy(blob, bytes, length);
     }
     if (!stringType.empty()) return std::make_shared<Result>(assetId, algorithmKey, stringType, blob, length);
     return std::make_shared<Result>(assetId, algorithmKey, type, blob, length);

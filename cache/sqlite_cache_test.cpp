@@ -71,6 +71,12 @@ TEST_F(SqliteCacheTest, StoresCopiesAndAnswersAfterReopening) {
     EXPECT_EQ(named->algorithmStringType, AlgorithmTypeC300);
     EXPECT_EQ(named->algorithmType, AlgorithmType::AllNodes);
     EXPECT_EQ(reopened.query("c", "other"), nullptr);
+    // An empty message is a zero-byte blob, not the absence of one.
+    reopened.save(std::make_shared<Result>("e", "k", AlgorithmType::FacePetDetect, std::malloc(1), 0));
+    reopened.save(std::make_shared<Result>("n", "k", AlgorithmType::FacePetDetect));
+    EXPECT_NE(reopened.query("e", "k")->result, nullptr);
+    EXPECT_EQ(reopened.query("e", "k")->resultLength, 0u);
+    EXPECT_EQ(reopened.query("n", "k")->result, nullptr);
     // The key is the pair, not the concatenation: "a"+"bc" is not "ab"+"c".
     reopened.save(makeResult("ab", "c", AlgorithmType::Face, "1"));
     reopened.save(makeResult("a", "bc", AlgorithmType::Face, "2"));

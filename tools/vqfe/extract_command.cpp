@@ -27,6 +27,9 @@
 namespace vqfe {
 namespace {
 
+// Images per request: one graph load serves the whole batch.
+constexpr size_t kBatchSize = 16;
+
 using VQFeature::CacheAdapter;
 using VQFeature::Extractor;
 
@@ -75,35 +78,69 @@ struct ImageOutcome {
     std::map<std::string, std::pair<const void*, unsigned long>> blobs;  // by kind name
     std::vector<std::shared_ptr<void>> keepAlive;                        // owners of the blobs
     VQFeature::ErrorPair error{0, ""};
+    bool produced = false;   // the framework or the store gave something
     bool fromStore = false;
-    double milliseconds = 0;
+    double milliseconds = 0;  // the batch's time, shared out
 };
 
+// One extractor with its own framework system. Images go through in batches, one
+// request per batch, so the graph is loaded once per batch rather than once per image.
 class Worker {
 public:
     Worker(const ExtractOptions& options, const std::string& graph, std::shared_ptr<CacheAdapter> store)
-        : options_(options), graph_(graph) {
+        : options_(options), graph_(graph), store_(store) {
         auto config = std::make_shared<VQFeature::Config>();
         std::shared_ptr<CacheAdapter> first = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
-        extractor_ = Extractor::makeInstance(config, first, store, options.modelDir, options.frameworkConfig, false);
+        extractor_ = Extractor::makeInstance(config, first, store_, options.modelDir, options.frameworkConfig, false);
         initCode_ = extractor_->init();
-        store_ = store;
     }
     int initCode() const { return initCode_; }
 
-    void run(ImageOutcome& outcome) {
-        auto resource = std::make_shared<VQFeature::Resource>(outcome.image.assetId, outcome.image.path,
-                                                              outcome.image.buffer);
+    // Fills every outcome of the batch. The error pair of a request holds only its last
+    // failure, so when several images of a batch fail, each is run again alone to get
+    // its own error.
+    void run(std::vector<ImageOutcome*>& batch) {
+        const auto start = std::chrono::steady_clock::now();
+        VQFeature::ErrorPair error{0, ""};
+        runRequest(batch, &error);
+        std::vector<ImageOutcome*> failed;
+        for (ImageOutcome* outcome : batch) {
+            if (!outcome->produced) failed.push_back(outcome);
+        }
+        if (failed.size() == 1) failed.front()->error = error;
+        const double each =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() / batch.size();
+        for (ImageOutcome* outcome : batch) outcome->milliseconds = each;
+        if (failed.size() < 2) return;
+        for (ImageOutcome* outcome : failed) {
+            std::vector<ImageOutcome*> alone{outcome};
+            runRequest(alone, &outcome->error);
+        }
+    }
+
+private:
+    void runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error) {
+        VQFeature::ResourceList resources;
+        for (ImageOutcome* outcome : batch) {
+            outcome->blobs.clear();
+            outcome->keepAlive.clear();
+            resources.push_back(std::make_shared<VQFeature::Resource>(outcome->image.assetId, outcome->image.path,
+                                                                      outcome->image.buffer));
+        }
         if (isSingleKindRequest(options_)) {
             const Kind& kind = options_.kinds.front();
-            auto input = std::make_shared<VQFeature::Input>(VQFeature::ResourceList{resource}, graph_,
-                                                            VQFeature::IntParams{},
+            auto input = std::make_shared<VQFeature::Input>(resources, graph_, VQFeature::IntParams{},
                                                             static_cast<Vantor::AlgorithmType>(kind.number));
-            outcome.fromStore = store_ && store_->query(resource->assetId, input->algorithmKey()) != nullptr;
-            auto results = extractor_->extractFeatures(input, true, &outcome.error);
-            auto result = results.at(0);
-            outcome.keepAlive.push_back(result);
-            outcome.blobs[kind.name] = {result->result, result->resultLength};
+            const std::string key = input->algorithmKey();
+            for (ImageOutcome* outcome : batch) {
+                outcome->fromStore = store_ && store_->query(outcome->image.assetId, key) != nullptr;
+            }
+            auto results = extractor_->extractFeatures(input, true, error);
+            for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
+                batch[i]->keepAlive.push_back(results[i]);
+                batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
+                batch[i]->produced = results[i]->result != nullptr || kind.number == 9;
+            }
             return;
         }
         std::vector<Vantor::AlgorithmType> types;
@@ -112,29 +149,36 @@ public:
             if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
             else stringTypes.push_back(kind.stringType);
         }
-        auto input = std::make_shared<VQFeature::MultiAlgorithmInput>(VQFeature::ResourceList{resource}, graph_,
-                                                                      types, stringTypes);
-        if (store_) {
-            outcome.fromStore = true;
-            for (auto type : types) outcome.fromStore &= store_->query(resource->assetId, input->algorithmKey(type)) != nullptr;
-            for (auto& name : stringTypes) outcome.fromStore &= store_->query(resource->assetId, input->algorithmKey(name)) != nullptr;
+        auto input = std::make_shared<VQFeature::MultiAlgorithmInput>(resources, graph_, types, stringTypes);
+        for (ImageOutcome* outcome : batch) {
+            outcome->fromStore = store_ != nullptr;
+            for (auto type : types) {
+                outcome->fromStore = outcome->fromStore &&
+                                     store_->query(outcome->image.assetId, input->algorithmKey(type)) != nullptr;
+            }
+            for (const auto& name : stringTypes) {
+                outcome->fromStore = outcome->fromStore &&
+                                     store_->query(outcome->image.assetId, input->algorithmKey(name)) != nullptr;
+            }
         }
-        auto results = extractor_->extractFeatures(input, true, &outcome.error);
-        auto multi = results.at(0);
-        outcome.keepAlive.push_back(multi);
-        for (const Kind& kind : options_.kinds) {
-            auto item = kind.stringType.empty()
-                            ? multi->getResultItem(static_cast<Vantor::AlgorithmType>(kind.number))
-                            : multi->getResultItem(kind.stringType);
-            if (item) outcome.blobs[kind.name] = {item->data, item->size};
+        auto results = extractor_->extractFeatures(input, true, error);
+        for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
+            auto multi = results[i];
+            batch[i]->keepAlive.push_back(multi);
+            batch[i]->produced = multi->resultCount() > 0;
+            for (const Kind& kind : options_.kinds) {
+                auto item = kind.stringType.empty()
+                                ? multi->getResultItem(static_cast<Vantor::AlgorithmType>(kind.number))
+                                : multi->getResultItem(kind.stringType);
+                if (item) batch[i]->blobs[kind.name] = {item->data, item->size};
+            }
         }
     }
 
-private:
     const ExtractOptions& options_;
     std::string graph_;
-    std::shared_ptr<Extractor> extractor_;
     std::shared_ptr<CacheAdapter> store_;
+    std::shared_ptr<Extractor> extractor_;
     int initCode_ = 0;
 };
 
@@ -208,34 +252,41 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     std::mutex outputMutex;
     std::atomic<size_t> next{0};
     auto work = [&](Worker& worker) {
-        for (size_t i = next++; i < files.size(); i = next++) {
-            std::string error;
-            auto image = loadImage(files[i], &error);
-            if (!image) {
-                std::lock_guard<std::mutex> lock(outputMutex);
-                printFailure(files[i], error, out);
-                summary.addFailure(files[i], error);
-                progress.advance();
-                continue;
+        for (size_t first = next.fetch_add(kBatchSize); first < files.size(); first = next.fetch_add(kBatchSize)) {
+            const size_t last = std::min(files.size(), first + kBatchSize);
+            std::vector<ImageOutcome> outcomes;
+            outcomes.reserve(last - first);
+            for (size_t i = first; i < last; ++i) {
+                std::string error;
+                auto image = loadImage(files[i], &error);
+                if (!image) {
+                    std::lock_guard<std::mutex> lock(outputMutex);
+                    printFailure(files[i], error, out);
+                    summary.addFailure(files[i], error);
+                    progress.advance();
+                    continue;
+                }
+                outcomes.emplace_back();
+                outcomes.back().image = std::move(*image);
             }
-            ImageOutcome outcome;
-            outcome.image = std::move(*image);
-            const auto start = std::chrono::steady_clock::now();
+            if (outcomes.empty()) continue;
+            std::vector<ImageOutcome*> batch;
+            for (auto& outcome : outcomes) batch.push_back(&outcome);
             try {
-                worker.run(outcome);
+                worker.run(batch);
             } catch (const std::exception& e) {
-                outcome.error = {-1, e.what()};
+                for (auto& outcome : outcomes) outcome.error = {-1, e.what()};
             }
-            outcome.milliseconds =
-                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-            std::string drawError;
-            if (!options.drawDir.empty()) drawAnnotations(outcome.image, outcome.blobs, options.drawDir, &drawError);
-            std::lock_guard<std::mutex> lock(outputMutex);
-            printOutcome(options, outcome, out);
-            if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
-            summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
-                        outcome.error.second);
-            progress.advance();
+            for (auto& outcome : outcomes) {
+                std::string drawError;
+                if (!options.drawDir.empty()) drawAnnotations(outcome.image, outcome.blobs, options.drawDir, &drawError);
+                std::lock_guard<std::mutex> lock(outputMutex);
+                printOutcome(options, outcome, out);
+                if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
+                summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
+                            outcome.error.second);
+                progress.advance();
+            }
         }
     };
     const auto start = std::chrono::steady_clock::now();

@@ -132,21 +132,40 @@ std::string mergeGraphs(const std::vector<std::string>& graphs) {
     std::vector<std::string> nodeNames, nodeTexts, linkTexts;
     for (size_t g = 0; g < graphs.size(); ++g) {
         Graph graph = parseGraph(graphs[g]);
-        std::vector<std::pair<std::string, std::string>> renames;
-        for (auto& node : graph.nodes) {
-            const std::string name = unquoted(memberValue(node, "name"));
-            const auto taken = std::find(nodeNames.begin(), nodeNames.end(), name);
-            if (taken != nodeNames.end() && nodeTexts[taken - nodeNames.begin()] == objectText(node)) continue;
-            std::string finalName = name;
-            for (int n = static_cast<int>(g); std::find(nodeNames.begin(), nodeNames.end(), finalName) != nodeNames.end(); ++n) {
-                finalName = name + "_" + std::to_string(n);
+        // A node already merged with the same text is shared, unless something upstream
+        // of it in this graph is not shared (its inputs would differ): then it is renamed.
+        std::vector<std::string> names;
+        std::vector<bool> shared;
+        for (const auto& node : graph.nodes) {
+            names.push_back(unquoted(memberValue(node, "name")));
+            const auto taken = std::find(nodeNames.begin(), nodeNames.end(), names.back());
+            shared.push_back(taken != nodeNames.end() && nodeTexts[taken - nodeNames.begin()] == objectText(node));
+        }
+        for (bool changed = true; changed;) {
+            changed = false;
+            for (const auto& link : graph.links) {
+                const std::string from = unquoted(memberValue(link, "fromNode"));
+                const std::string to = unquoted(memberValue(link, "toNode"));
+                for (size_t n = 0; n < names.size(); ++n) {
+                    if (names[n] != to || !shared[n]) continue;
+                    const auto upstream = std::find(names.begin(), names.end(), from);
+                    if (upstream != names.end() && !shared[upstream - names.begin()]) shared[n] = false, changed = true;
+                }
             }
-            if (finalName != name) {
-                renameMember(node, "name", name, finalName);
-                renames.emplace_back(name, finalName);
+        }
+        std::vector<std::pair<std::string, std::string>> renames;
+        for (size_t n = 0; n < graph.nodes.size(); ++n) {
+            if (shared[n]) continue;
+            std::string finalName = names[n];
+            for (int k = static_cast<int>(g); std::find(nodeNames.begin(), nodeNames.end(), finalName) != nodeNames.end(); ++k) {
+                finalName = names[n] + "_" + std::to_string(k);
+            }
+            if (finalName != names[n]) {
+                renameMember(graph.nodes[n], "name", names[n], finalName);
+                renames.emplace_back(names[n], finalName);
             }
             nodeNames.push_back(finalName);
-            nodeTexts.push_back(objectText(node));
+            nodeTexts.push_back(objectText(graph.nodes[n]));
         }
         for (auto& link : graph.links) {
             for (const auto& [from, to] : renames) {

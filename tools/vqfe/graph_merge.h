@@ -9,8 +9,8 @@
 namespace vqfe {
 
 // One graph holding the nodes and links of all graphs. A node that appears in several
-// graphs with the same text is kept once; a node whose name is taken by a different
-// node is renamed to <name>_<n> (n = the graph's position) together with its links.
+// graphs with the same text and the same upstream nodes is kept once; any other node
+// whose name is taken is renamed to <name>_<n> (n = the graph's position), with its links.
 // Throws std::invalid_argument when a text is not a graph of the dialect.
 std::string mergeGraphs(const std::vector<std::string>& graphs);
 

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -15,14 +14,20 @@ namespace vqfe {
 namespace fs = std::filesystem;
 
 std::optional<LoadedImage> loadImage(const std::string& path, std::string* error) {
-    std::ifstream in(path, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (!in.good() && !in.eof()) {
+    std::string bytes;
+    bool readable = false;
+    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
+        char chunk[1 << 16];
+        for (size_t got; (got = std::fread(chunk, 1, sizeof chunk, file)) > 0;) bytes.append(chunk, got);
+        readable = std::ferror(file) == 0;
+        std::fclose(file);
+    }
+    if (!readable) {
         *error = "cannot read " + path;
         return std::nullopt;
     }
     if (bytes.empty()) {
-        *error = (in ? "empty file " : "cannot read ") + path;
+        *error = "empty file " + path;
         return std::nullopt;
     }
     cv::Mat decoded;

@@ -14,6 +14,7 @@
 
 #include "encoding/message_json.h"
 #include "tools/vqfe/extract_command.h"
+#include "tools/vqfe/fd_output.h"
 #include "tools/vqfe/kinds.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
@@ -36,7 +37,7 @@ const char* const kUsage =
 
 const char* const kExtractUsage =
     "usage: vqfe extract [--kind K]... [--graph FILE] [--models DIR] [--framework-config FILE]\n"
-    "                    [--store FILE] [--draw DIR] [--jobs N] [--summary] IMAGE|DIR...\n"
+    "                    [--store FILE] [--draw DIR] [--jobs N] [--summary] [--verbose] IMAGE|DIR...\n"
     "\n"
     "Runs the kinds over the images (JPEG or PNG; directories are searched recursively) and\n"
     "prints one JSON object per image and kind on standard output. Several kinds run as one\n"
@@ -51,7 +52,11 @@ const char* const kExtractUsage =
     "  --store FILE    keep results in this SQLite store and answer from it next time\n"
     "  --draw DIR      write a PNG per image with what was found drawn on it\n"
     "  --jobs N        run N extractors side by side, each with its own framework\n"
-    "  --summary       print a human summary on standard error at the end\n";
+    "  --summary       print a human summary on standard error at the end\n"
+    "  --verbose       show the library's own diagnostic lines on standard error\n"
+    "\n"
+    "Exit status: 0 when every image was looked at (per-image errors are in the output),\n"
+    "1 when nothing could run, 2 for a usage error.\n";
 
 const char* const kScoreUsage =
     "usage: vqfe score [--model FILE] IMAGE...\n"
@@ -112,6 +117,7 @@ int extractCommand(const std::vector<std::string>& args) {
     const std::string usage = extractUsage();
     if (wantsHelp(args)) return std::cout << usage, 0;
     vqfe::ExtractOptions options;
+    bool verbose = false;
     const std::string base = executableDir() + "/..";
     options.modelDir = base + "/models";
     options.frameworkConfig = base + "/share/vqfe/framework.json";
@@ -150,6 +156,8 @@ int extractCommand(const std::vector<std::string>& args) {
             options.jobs = static_cast<int>(jobs);
         } else if (arg == "--summary") {
             options.summary = true;
+        } else if (arg == "--verbose") {
+            verbose = true;
         } else if (!arg.empty() && arg[0] == '-') {
             return usageError("unknown option " + arg, usage.c_str());
         } else {
@@ -158,7 +166,8 @@ int extractCommand(const std::vector<std::string>& args) {
     }
     if (options.inputs.empty()) return usageError("no images given", usage.c_str());
     if (options.kinds.empty()) options.kinds.push_back(*vqfe::parseKind("face"));
-    return vqfe::runExtract(options, std::cout, std::cerr);
+    vqfe::FdOutput json(verbose);
+    return vqfe::runExtract(options, json.stream(), std::cerr);
 }
 
 int scoreCommand(const std::vector<std::string>& args) {
