@@ -59,6 +59,27 @@ class ExtractorTest {
   }
 
   @Test
+  void sqliteStoreOutlivesTheExtractorAndRefusesForeignFiles() throws Exception {
+    String path = tmp.resolve("results.db").toString();
+    Input request = faceRequest(photos);
+    SqliteCache store = new SqliteCache(path);
+    FeatureResultList first = Pictures.initialised(tmp, store, store).extractFeatures(request, true, null);
+    assertEquals(2, store.count());
+    store.delete();
+
+    // A new store over the same file answers through the CacheAdapter interface.
+    CacheAdapter reopened = new SqliteCache(path);
+    FeatureResultList again = Pictures.initialised(tmp, reopened, null).extractFeatures(request, true, null);
+    assertEquals(first.get(0).getResultLength(), again.get(0).getResultLength());
+    assertEquals(2, Pictures.initialised(tmp, reopened, null).queryFeatures(request).size());
+
+    java.nio.file.Files.write(tmp.resolve("foreign.db"), new byte[4096]);
+    RuntimeException refused = assertThrows(RuntimeException.class,
+        () -> new SqliteCache(tmp.resolve("foreign.db").toString()));
+    assertTrue(refused.getMessage().contains("foreign.db"), refused.getMessage());
+  }
+
+  @Test
   void javaCacheServesAndReceivesResults() throws Exception {
     JavaMapCache cache = new JavaMapCache();
     MemoryCache store = new MemoryCache(16);
