@@ -16,6 +16,40 @@ import org.junit.jupiter.api.Test;
  */
 class CollectionsTest {
   @Test
+  void listsAndMapsBehaveLikeJavaUtil() {
+    List<String> expected = new java.util.ArrayList<>(List.of("a", "b", "c", "d", "e"));
+    VecString list = new VecString(new String[] {"a", "b", "c", "d", "e"});
+    expected.add(0, "first");
+    list.add(0, "first");
+    expected.add(expected.size(), "last");  // index == size appends
+    list.add(list.size(), "last");
+    assertEquals(expected.set(2, "B"), list.set(2, "B"));
+    assertEquals(expected.remove(3), list.remove(3));
+    expected.subList(1, 3).clear();  // removeRange
+    list.subList(1, 3).clear();
+    expected.subList(2, 2).clear();  // an empty range removes nothing
+    list.subList(2, 2).clear();
+    assertEquals(expected, list);
+    assertEquals(expected.indexOf("last"), list.indexOf("last"));
+    assertEquals(List.of("x", "x", "x"), new VecString(3, "x"));
+
+    Map<String, Long> expectedMap = new java.util.HashMap<>();
+    StringLongMap map = new StringLongMap();
+    for (int i = 0; i < 20; i++) assertEquals(expectedMap.put("k" + i, (long) i), map.put("k" + i, (long) i));
+    assertEquals(expectedMap.put("k3", 33L), map.put("k3", 33L));  // overwrite keeps the size
+    assertEquals(expectedMap.remove("k5"), map.remove("k5"));
+    assertEquals(expectedMap.remove("absent"), map.remove("absent"));
+    assertEquals(expectedMap, map);
+    java.util.Set<String> seen = new java.util.HashSet<>();
+    for (Map.Entry<String, Long> entry : map.entrySet()) {
+      assertTrue(seen.add(entry.getKey()), "each entry visited once");
+      entry.setValue(entry.getValue() + 1);
+    }
+    assertEquals(expectedMap.keySet(), seen);
+    assertEquals(34L, map.get("k3"));
+  }
+
+  @Test
   void vectorPrimitivesCheckTheirBounds() {
     VecString v = new VecString(new String[] {"a", "b", "c"});
     IndexOutOfBoundsException e =

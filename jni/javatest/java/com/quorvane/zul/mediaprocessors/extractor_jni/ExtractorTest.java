@@ -26,6 +26,38 @@ class ExtractorTest {
   }
 
   @Test
+  void everyTemplateKindEndToEnd() throws Exception {
+    Extractor extractor = Pictures.initialised(tmp, new MemoryCache(64), null);
+    int kinds = 0;
+    for (AlgorithmType kind : AlgorithmType.values()) {
+      String graph = CoverUtil.getAlgorithmConf(kind);
+      if (graph.isEmpty()) continue;
+      kinds++;
+      ErrorPair error = new ErrorPair(0, "untouched");
+      Input request = new Input(photos, graph, new StringLongMap(), kind);
+      FeatureResultList results = extractor.extractFeatures(request, true, error);
+      assertEquals("untouched", error.getSecond(), kind + ": " + error.getFirst());
+      assertEquals(2, results.size(), kind.toString());
+      assertEquals("astronaut", results.get(0).getAssetId());
+      assertEquals("chelsea", results.get(1).getAssetId());
+      assertEquals(request.algorithmKey(), results.get(0).getAlgorithmKey());
+      long bytes = results.stream().mapToLong(r -> r.getResultLength().longValueExact()).sum();
+      if (kind == AlgorithmType.FaceExpression) {
+        assertEquals(0, bytes, "FaceExpression has a graph but no encoder");
+      } else {
+        assertTrue(bytes > 0, kind + " produced no blob");
+        Result first = results.get(0).getResultLength().signum() > 0 ? results.get(0) : results.get(1);
+        assertEquals(first.getResultLength().intValueExact(), Pictures.blob(first).length);
+      }
+      // Answered from the cache the second time: the very same Result objects.
+      FeatureResultList again = extractor.extractFeatures(request, true, error);
+      assertEquals(results.get(0).getAlgorithmKey(), again.get(0).getAlgorithmKey());
+      assertEquals(results.get(0).getResultLength(), again.get(0).getResultLength());
+    }
+    assertEquals(16, kinds, "kinds with a built-in graph");
+  }
+
+  @Test
   void sqliteStoreOutlivesTheExtractorAndRefusesForeignFiles() throws Exception {
     String path = tmp.resolve("results.db").toString();
     Input request = faceRequest(photos);
