@@ -21,6 +21,7 @@
 
 #include "extractor/extractor.h"
 #include "reliability/testing/fake_jni.h"
+#include "reliability/testing/rgba_image.h"
 #include "vantor/cover_util.h"
 #include "vantor/testing/temp_dir.h"
 
@@ -80,16 +81,9 @@ std::string realBlob(const std::string& seed) {
 }
 
 std::shared_ptr<ImageBuffer> thumbnail(int width = 64) {
-    cv::Mat bgr = cv::imread(std::string(VQFE_SOURCE_DIR) + "/testdata/coffee.jpg", cv::IMREAD_COLOR), small, rgba;
+    cv::Mat bgr = cv::imread(std::string(VQFE_SOURCE_DIR) + "/testdata/coffee.jpg", cv::IMREAD_COLOR), small;
     cv::resize(bgr, small, cv::Size(width, bgr.rows * width / bgr.cols), 0, 0, cv::INTER_AREA);
-    cv::cvtColor(small, rgba, cv::COLOR_BGR2RGBA);
-    auto buffer = std::make_shared<ImageBuffer>();
-    buffer->width = rgba.cols;
-    buffer->height = rgba.rows;
-    buffer->format = 0;
-    buffer->length = rgba.total() * rgba.elemSize();
-    buffer->setData(reinterpret_cast<const char*>(rgba.data), buffer->length);
-    return buffer;
+    return testing::rgbaImage(small);
 }
 
 class BadInputTable : public ::testing::Test {
@@ -396,25 +390,19 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
         auto out = e->extractFeatures(std::shared_ptr<Input>(), true, &error);
         return std::make_pair(std::to_string(out.size()) + " results, no error", out.empty() && error.first == 0);
     });
-    row("a null Resource in the list", "`Extractor::extractFeatures` (kind 33)", [&] {
+    // One request over one resource; its Result must come back without blob and error.
+    auto lone = [&](const std::shared_ptr<Resource>& resource) {
         auto e = extractor();
         const auto kind = static_cast<AlgorithmType>(33);
-        auto input = std::make_shared<Input>(ResourceList{nullptr}, CoverUtil::getAlgorithmConf(kind), IntParams{}, kind);
+        auto input = std::make_shared<Input>(ResourceList{resource}, CoverUtil::getAlgorithmConf(kind), IntParams{}, kind);
         ErrorPair error{0, ""};
         auto out = e->extractFeatures(input, true, &error);
         const bool ok = out.size() == 1 && out[0]->result == nullptr && error.first == 0;
         return std::make_pair(std::string("one Result without blob, no error"), ok);
-    });
-    row("a Resource without ImageBuffer", "`Extractor::extractFeatures` (kind 33)", [&] {
-        auto e = extractor();
-        const auto kind = static_cast<AlgorithmType>(33);
-        auto input = std::make_shared<Input>(ResourceList{std::make_shared<Resource>("a")},
-                                             CoverUtil::getAlgorithmConf(kind), IntParams{}, kind);
-        ErrorPair error{0, ""};
-        auto out = e->extractFeatures(input, true, &error);
-        const bool ok = out.size() == 1 && out[0]->result == nullptr && error.first == 0;
-        return std::make_pair(std::string("one Result without blob, no error"), ok);
-    });
+    };
+    row("a null Resource in the list", "`Extractor::extractFeatures` (kind 33)", [&] { return lone(nullptr); });
+    row("a Resource without ImageBuffer", "`Extractor::extractFeatures` (kind 33)",
+        [&] { return lone(std::make_shared<Resource>("a")); });
 
     const std::string generated = table();
     const std::string path = std::string(VQFE_SOURCE_DIR) + "/docs/bad-input.md";

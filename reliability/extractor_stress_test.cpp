@@ -18,6 +18,7 @@
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
+#include "reliability/testing/rgba_image.h"
 #include "vantor/cover_util.h"
 #include "vantor/testing/temp_dir.h"
 
@@ -39,7 +40,7 @@ constexpr int kImages = 3;
 // with a lamp, a skin-toned face-like disc on white. Drawn rather than decoded: the image
 // decoders' own locks (GDAL's) are not what this test is about and upset TSan.
 std::shared_ptr<ImageBuffer> picture(int index) {
-    cv::Mat bgr(48, 64, CV_8UC3, cv::Scalar(255, 255, 255)), rgba;
+    cv::Mat bgr(48, 64, CV_8UC3, cv::Scalar(255, 255, 255));
     if (index == 0) {
         for (int y = 0; y < bgr.rows; ++y) {
             bgr.row(y).setTo(y < 24 ? cv::Scalar(230, 160 + 2 * y, 90) : cv::Scalar(40, 150 + y, 60));
@@ -52,14 +53,7 @@ std::shared_ptr<ImageBuffer> picture(int index) {
         cv::rectangle(bgr, cv::Rect(24, 18, 5, 3), cv::Scalar(40, 40, 40), cv::FILLED);
         cv::rectangle(bgr, cv::Rect(36, 18, 5, 3), cv::Scalar(40, 40, 40), cv::FILLED);
     }
-    cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
-    auto buffer = std::make_shared<ImageBuffer>();
-    buffer->width = rgba.cols;
-    buffer->height = rgba.rows;
-    buffer->format = 0;
-    buffer->length = rgba.total() * rgba.elemSize();
-    buffer->setData(reinterpret_cast<const char*>(rgba.data), buffer->length);
-    return buffer;
+    return testing::rgbaImage(bgr);
 }
 
 // The library's cache, counting what the extractor asks of it. The extractor only calls
