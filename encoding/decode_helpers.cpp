@@ -1,12 +1,15 @@
 #include "encoding/decode_helpers.h"
 
-// Each pair forwards to the generated unpack / free_unpacked with the default
-// allocator. A null blob is no blob: its _alloc gives null without reading.
-#define VQFE_DEFINE_DECODE_PAIR(name, type, prefix)                     \
-    type* name##_alloc(const uint8_t* data, size_t length) {            \
-        if (data == NULL) return NULL;                                  \
-        return prefix##unpack(NULL, length, data);                      \
-    }                                                                   \
+#include "encoding/message_unpack.h"
+
+// Each pair unpacks with the default allocator (in one pass, see message_unpack.h) and
+// frees with the generated free_unpacked. A null blob is no blob: its _alloc gives
+// null without reading.
+#define VQFE_DEFINE_DECODE_PAIR(name, type, prefix)                                                       \
+    type* name##_alloc(const uint8_t* data, size_t length) {                                              \
+        if (data == NULL) return NULL;                                                                    \
+        return reinterpret_cast<type*>(VQFeature::unpackMessage(&prefix##descriptor, length, data));      \
+    }                                                                                                     \
     void name##_free(type* message) { prefix##free_unpacked(message, NULL); }
 
 VQFE_DEFINE_DECODE_PAIR(after_effect_buffer, CAfterEffectBuffer, c__after_effect_buffer__)
