@@ -40,6 +40,29 @@ public:
     static void* resultConvert(Vantor::AlgorithmType type, void* buffer, unsigned long* size);
 
 private:
+    // Holds the exclusive-run gate for its lifetime (released on every exit, exceptions
+    // included).
+    class RunScope;
+
+    void enterRun();
+    void leaveRun();
+    // One framework run of type on the buffer; errors land in *error when it is not null.
+    // A null buffer or one with zero width, height or length is skipped silently.
+    void runAlgorithm(std::shared_ptr<ImageBuffer>& buffer, Vantor::AlgorithmType type, bool useCache,
+                      std::string& assetId, ErrorPair* error, std::function<void(void*)> onResult);
+    void setGraphAndParams(const std::string& graph, Vantor::AlgorithmType type, const IntParams& intParams,
+                           const FloatParams& floatParams, const StringParams& stringParams);
+    // Moves the cached blobs of every kind into mr; false at the first kind not cached.
+    template <typename K>
+    bool skipCurrentRes(const std::vector<K>& kinds, MultiAlgorithmInput& input, const Resource& resource,
+                        MultiResult& mr);
+    // After a whole-graph run: encodes each kind's output into an item of mr and offers a
+    // Result for it to the caches (the blob stays with the item).
+    template <typename K>
+    void getAndCacheResult(const std::vector<K>& kinds, MultiAlgorithmInput& input, const Resource& resource,
+                           MultiResult& mr, bool useCache);
+    void saveToCaches(const std::shared_ptr<Result>& result, bool useCache);
+
     // The exclusive-run gate: readers, waitingRunners, running, gateMutex, idleCv, runnerCv.
 
     std::shared_ptr<CacheAdapter> cache;

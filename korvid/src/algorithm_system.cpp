@@ -9,7 +9,7 @@
 #include <opencv2/core/ocl.hpp>
 
 #include "execute_counter.h"
-#include "graph_spec.h"
+#include "graph_definition.h"
 #include "image_input.h"
 
 namespace kv {

@@ -1,4 +1,4 @@
-#include "graph_spec.h"
+#include "graph_definition.h"
 
 #include <cmath>
 #include <limits>

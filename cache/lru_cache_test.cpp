@@ -1,0 +1,89 @@
+#include "cache/lru_cache.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace VQFeature {
+namespace {
+
+using Cache = LRUCache<std::string, std::shared_ptr<int>>;
+
+TEST(LRUCacheTest, RejectsCapacityZero) { EXPECT_THROW(Cache(0), std::invalid_argument); }
+
+TEST(LRUCacheTest, GetPromotesAndSetEvictsTheLeastRecent) {
+    Cache cache(2);
+    auto one = std::make_shared<int>(1);
+    auto two = std::make_shared<int>(2);
+    cache.set("1", one);
+    cache.set("2", two);
+    EXPECT_EQ(cache.get("1"), one);  // "2" is now the oldest
+    cache.set("3", std::make_shared<int>(3));
+    EXPECT_EQ(cache.size(), 2u);
+    EXPECT_EQ(cache.get("2"), nullptr);
+    EXPECT_EQ(cache.oldest()->key, "1");
+    EXPECT_EQ(cache.newest()->key, "3");
+    // The evicted node was reclaimed: the test holds the only reference left.
+    EXPECT_EQ(two.use_count(), 1);
+}
+
+TEST(LRUCacheTest, ReplacingAKeyPromotesWithoutEvicting) {
+    Cache cache(2);
+    auto old = std::make_shared<int>(1);
+    cache.set("a", old);
+    cache.set("b", std::make_shared<int>(2));
+    auto fresh = std::make_shared<int>(10);
+    cache.set("a", fresh);
+    EXPECT_EQ(cache.size(), 2u);
+    EXPECT_EQ(cache.newest()->key, "a");
+    EXPECT_EQ(cache.get("a"), fresh);
+    EXPECT_NE(cache.get("b"), nullptr);
+    EXPECT_EQ(old.use_count(), 1);
+}
+
+TEST(LRUCacheTest, MissChangesNothing) {
+    Cache cache(3);
+    cache.set("a", std::make_shared<int>(1));
+    cache.set("b", std::make_shared<int>(2));
+    EXPECT_EQ(cache.get("zzz"), nullptr);
+    EXPECT_EQ(cache.newest()->key, "b");
+    EXPECT_EQ(cache.oldest()->key, "a");
+}
+
+TEST(LRUCacheTest, NegativeCapacityNeverEvicts) {
+    Cache cache(-1);
+    for (int i = 0; i < 100; ++i) {
+        cache.set(std::to_string(i), std::make_shared<int>(i));
+    }
+    EXPECT_EQ(cache.size(), 100u);
+    EXPECT_EQ(*cache.get("0"), 0);
+}
+
+TEST(LRUCacheTest, ClearReleasesEveryNodeAndStaysUsable) {
+    Cache cache(4);
+    auto kept = std::make_shared<int>(1);
+    cache.set("a", kept);
+    cache.set("b", std::make_shared<int>(2));
+    cache.clear();
+    EXPECT_EQ(cache.size(), 0u);
+    EXPECT_EQ(cache.newest(), nullptr);
+    EXPECT_EQ(cache.oldest(), nullptr);
+    EXPECT_EQ(cache.get("a"), nullptr);
+    EXPECT_EQ(kept.use_count(), 1);
+    cache.set("c", std::make_shared<int>(3));
+    EXPECT_EQ(cache.newest(), cache.oldest());
+}
+
+TEST(LRUCacheTest, CapacityOneKeepsOnlyTheLatest) {
+    Cache cache(1);
+    cache.set("a", std::make_shared<int>(1));
+    cache.set("b", std::make_shared<int>(2));
+    EXPECT_EQ(cache.size(), 1u);
+    EXPECT_EQ(cache.get("a"), nullptr);
+    EXPECT_EQ(*cache.get("b"), 2);
+}
+
+}  // namespace
+}  // namespace VQFeature

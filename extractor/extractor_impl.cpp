@@ -1,0 +1,320 @@
+#include "extractor/extractor_impl.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "encoding/blob_encoders.h"
+#include "extractor/algorithm_types.h"
+
+namespace VQFeature {
+
+namespace {
+
+using Vantor::AlgorithmType;
+
+// Values outside the framework's meaningful ranges become 0.
+int32_t frameworkFormat(int format) { return format >= -1 && format <= 8 ? format : 0; }
+int32_t frameworkRotation(int rotateMode) { return rotateMode >= 0 && rotateMode <= 3 ? rotateMode : 0; }
+
+bool isClassificationOutput(const std::string& name) {
+    return name == AlgorithmTypeClip128 || name == AlgorithmTypeC300 || name == AlgorithmTypeRelation;
+}
+
+// The output of one kind from the last whole-graph run, or null.
+void* fetchOutput(VantorSystem& system, AlgorithmType kind) { return system.algorithmSystem()->getResult(kind); }
+void* fetchOutput(VantorSystem& system, const std::string& kind) {
+    return system.algorithmSystem()->getResultByName(kind);
+}
+
+void* encodeOutput(AlgorithmType kind, void* output, unsigned long* length) {
+    return Extractor::ExtractorImpl::resultConvert(kind, output, length);
+}
+// Only the three classification post-processors have an encoder among the named outputs.
+void* encodeOutput(const std::string& kind, void* output, unsigned long* length) {
+    if (!isClassificationOutput(kind)) {
+        return nullptr;
+    }
+    return convertToBlob(static_cast<Vantor::NHClassificationBuffer*>(output), length);
+}
+
+// The error a run reports when init() never made the framework wrapper.
+void reportNotInitialised(AlgorithmType type, ErrorPair* error) {
+    if (error != nullptr) {
+        *error = {Vantor::NOT_INIT, "Vantor Execute error:NOT_INIT, algorithmType:" +
+                                        std::to_string(static_cast<int>(type))};
+    }
+}
+
+}  // namespace
+
+class Extractor::ExtractorImpl::RunScope {
+public:
+    explicit RunScope(ExtractorImpl& impl) : impl_(impl) { impl_.enterRun(); }
+    ~RunScope() { impl_.leaveRun(); }
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
+
+private:
+    ExtractorImpl& impl_;
+};
+
+Extractor::ExtractorImpl::ExtractorImpl(std::shared_ptr<Config> config, std::shared_ptr<CacheAdapter> cache,
+                                        std::shared_ptr<CacheAdapter> storeCache, const std::string& modelDir,
+                                        const std::string& frameworkConfigPath, bool initFlag)
+    : cache(std::move(cache)),
+      storeCache(std::move(storeCache)),
+      config(std::move(config)),
+      modelDir(modelDir),
+      frameworkConfigPath(frameworkConfigPath),
+      initFlag(initFlag) {}
+
+Extractor::ExtractorImpl::~ExtractorImpl() = default;
+
+// Runners wait while a run is in progress or a reader is active; they are let in one at
+// a time. Nothing takes the reader side yet; it is kept so a reader role can be added.
+void Extractor::ExtractorImpl::enterRun() {
+    std::unique_lock<std::mutex> lock(gateMutex);
+    ++waitingRunners;
+    runnerCv.wait(lock, [this] { return readers == 0 && !running; });
+    running = true;
+}
+
+void Extractor::ExtractorImpl::leaveRun() {
+    std::lock_guard<std::mutex> lock(gateMutex);
+    running = false;
+    --waitingRunners;
+    if (waitingRunners != 0) {
+        runnerCv.notify_one();
+    } else {
+        idleCv.notify_all();
+    }
+}
+
+int Extractor::ExtractorImpl::init() {
+    vantorSystem = std::make_unique<VantorSystem>(config, modelDir, frameworkConfigPath, initFlag);
+    const int code = vantorSystem->init();
+    if (code != 0) {
+        return code;  // the new wrapper is kept
+    }
+    if (config && !config->graph.empty()) {
+        vantorSystem->setGraph(config->graph);
+    }
+    return 0;
+}
+
+void Extractor::ExtractorImpl::setGraphAndParams(const std::string& graph, AlgorithmType type,
+                                                 const IntParams& intParams, const FloatParams& floatParams,
+                                                 const StringParams& stringParams) {
+    if (!vantorSystem) {
+        return;
+    }
+    if (!graph.empty()) {
+        vantorSystem->setGraph(graph);
+    }
+    vantorSystem->setParams(type, intParams);
+    vantorSystem->setParams(type, floatParams);
+    vantorSystem->setParams(type, stringParams);
+}
+
+void Extractor::ExtractorImpl::saveToCaches(const std::shared_ptr<Result>& result, bool useCache) {
+    if (storeCache) {
+        storeCache->save(result);
+    }
+    if (useCache && cache) {
+        cache->save(result);
+    }
+}
+
+void Extractor::ExtractorImpl::runAlgorithm(std::shared_ptr<ImageBuffer>& buffer, AlgorithmType type, bool,
+                                            std::string&, ErrorPair* error,
+                                            std::function<void(void*)> onResult) {
+    if (!buffer || buffer->width == 0 || buffer->height == 0 || buffer->length == 0) {
+        return;  // nothing to analyse: no run, no error
+    }
+    if (!vantorSystem) {
+        reportNotInitialised(type, error);
+        return;
+    }
+    Vantor::VantorImageBuffer image;
+    image.width = buffer->width;
+    image.height = buffer->height;
+    image.data = buffer->data;
+    image.format = frameworkFormat(buffer->format);
+    image.rotation = frameworkRotation(buffer->rotateMode);
+    image.dataLength = buffer->length;
+    vantorSystem->exec(image, type, onResult, [error](int code, const std::string& message) {
+        if (error != nullptr) {
+            *error = {code, message};  // the last failure of a call wins
+        }
+    });
+}
+
+std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::extractFeatures(const std::shared_ptr<Input>& input,
+                                                                               bool useCache, ErrorPair* error) {
+    std::vector<std::shared_ptr<Result>> output;
+    if (!input) {
+        return output;
+    }
+    RunScope gate(*this);
+    setGraphAndParams(input->algorithmConf, input->type, input->intParams, input->floatParams,
+                      input->stringParams);
+    const std::string key = input->algorithmKey(AlgorithmType::AllNodes);
+    const AlgorithmType type = input->type;
+    for (const auto& resource : input->resList) {
+        if (!resource) {
+            output.push_back(std::make_shared<Result>("", key, type));
+            continue;
+        }
+        if (useCache && cache) {
+            if (auto hit = cache->query(resource->assetId, key)) {
+                output.push_back(std::move(hit));
+                continue;
+            }
+        }
+        auto result = std::make_shared<Result>(resource->assetId, key, type);
+        runAlgorithm(resource->buffer, type, useCache, result->assetId, error,
+                     [this, result, type, useCache](void* out) {
+                         result->result = resultConvert(type, out, &result->resultLength);
+                         saveToCaches(result, useCache);
+                     });
+        output.push_back(std::move(result));  // also after a failure: a Result without blob
+    }
+    return output;
+}
+
+template <typename K>
+bool Extractor::ExtractorImpl::skipCurrentRes(const std::vector<K>& kinds, MultiAlgorithmInput& input,
+                                              const Resource& resource, MultiResult& mr) {
+    for (const auto& kind : kinds) {
+        auto hit = cache->query(resource.assetId, input.algorithmKey(kind));
+        if (!hit) {
+            return false;  // blobs taken so far stay in mr until the caller drops them
+        }
+        // The blob moves: mr's item owns it now and the cached Result has none.
+        mr.emplace(kind, hit->result, hit->resultLength);
+        hit->resultLength = 0;
+        hit->result = nullptr;
+    }
+    return true;
+}
+
+template <typename K>
+void Extractor::ExtractorImpl::getAndCacheResult(const std::vector<K>& kinds, MultiAlgorithmInput& input,
+                                                 const Resource& resource, MultiResult& mr, bool useCache) {
+    for (const auto& kind : kinds) {
+        const std::string key = input.algorithmKey(kind);
+        void* out = fetchOutput(*vantorSystem, kind);
+        if (out == nullptr) {
+            continue;  // absent output: no item, no cache traffic
+        }
+        unsigned long length = 0;
+        void* blob = encodeOutput(kind, out, &length);
+        mr.emplace(kind, blob, length);
+        auto result = std::make_shared<Result>(resource.assetId, key, kind, blob, static_cast<int>(length));
+        saveToCaches(result, useCache);
+        // The item owns the blob; caches that keep the object hold a Result without blob.
+        result->resultLength = 0;
+        result->result = nullptr;
+    }
+}
+
+std::vector<std::shared_ptr<MultiResult>> Extractor::ExtractorImpl::extractFeatures(
+    const std::shared_ptr<MultiAlgorithmInput>& input, bool useCache, ErrorPair* error) {
+    std::vector<std::shared_ptr<MultiResult>> output;
+    if (!input) {
+        return output;
+    }
+    RunScope gate(*this);
+    if (!input->algorithmConf.empty() && vantorSystem) {
+        vantorSystem->setGraph(input->algorithmConf);  // no parameters on this path
+    }
+    for (const auto& resource : input->resList) {
+        auto mr = std::make_shared<MultiResult>();
+        mr->types = input->types;
+        mr->stringTypes = input->stringTypes;
+        if (!resource) {
+            output.push_back(std::move(mr));
+            continue;
+        }
+        mr->assetId = resource->assetId;
+        if (useCache && cache) {
+            if (skipCurrentRes(input->types, *input, *resource, *mr) &&
+                skipCurrentRes(input->stringTypes, *input, *resource, *mr)) {
+                output.push_back(std::move(mr));
+                continue;
+            }
+            mr->clear();  // a partial hit is run again; the blobs taken are dropped
+        }
+        runAlgorithm(resource->buffer, AlgorithmType::AllNodes, useCache, mr->assetId, error,
+                     [this, input, resource, mr, useCache](void*) {
+                         getAndCacheResult(mr->types, *input, *resource, *mr, useCache);
+                         getAndCacheResult(mr->stringTypes, *input, *resource, *mr, useCache);
+                     });
+        output.push_back(std::move(mr));
+    }
+    return output;
+}
+
+std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::queryFeatures(const std::shared_ptr<Input>& input,
+                                                                             bool firstCacheOnly) {
+    if (!cache || !input) {
+        return {};
+    }
+    auto results = cache->query(input);
+    if (firstCacheOnly || !storeCache) {
+        return results;
+    }
+    auto stored = storeCache->query(input);
+    results.insert(results.end(), stored.begin(), stored.end());
+    // By address on purpose: the same object always collapses, equal answers held in
+    // distinct objects survive unless they happen to end up side by side.
+    std::sort(results.begin(), results.end());
+    auto sameAnswer = [](const std::shared_ptr<Result>& a, const std::shared_ptr<Result>& b) {
+        if (!a || !b) {
+            return a == b;
+        }
+        return a->assetId == b->assetId && a->algorithmKey == b->algorithmKey;
+    };
+    results.erase(std::unique(results.begin(), results.end(), sameAnswer), results.end());
+    return results;
+}
+
+void* Extractor::ExtractorImpl::extractFeatureByVantor(const Vantor::VantorAlgorithmInput& input, AlgorithmType type,
+                                                       const std::string& graph, const IntParams& intParams,
+                                                       const FloatParams& floatParams,
+                                                       const StringParams& stringParams) {
+    RunScope gate(*this);
+    if (!vantorSystem) {
+        return nullptr;
+    }
+    setGraphAndParams(graph, type, intParams, floatParams, stringParams);
+    void* out = nullptr;
+    vantorSystem->exec(input, type, [&out](void* result) { out = result; }, [](int, const std::string&) {});
+    return out;
+}
+
+void Extractor::ExtractorImpl::clearAll() {
+    if (cache) {
+        cache->clearAll();
+    }
+}
+
+void Extractor::ExtractorImpl::clearAssets(const std::vector<std::string>& assetIds) {
+    if (cache) {
+        cache->clear(assetIds);
+    }
+}
+
+void Extractor::ExtractorImpl::clearTypes(const std::vector<std::string>& types) {
+    if (cache) {
+        cache->clearTypes(types);
+    }
+}
+
+void Extractor::ExtractorImpl::clearTypes(const std::vector<AlgorithmType>& types) {
+    if (cache) {
+        cache->clearTypes(types);
+    }
+}
+
+}  // namespace VQFeature

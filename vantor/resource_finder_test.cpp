@@ -1,0 +1,121 @@
+#include "vantor/resource_finder.h"
+
+#include <android/asset_manager.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "vantor/asset_manager_holder.h"
+#include "vantor/testing/temp_dir.h"
+
+namespace VQFeature {
+namespace {
+
+TEST(ResourceFinderTest, NormalisesModelNames) {
+    auto normalise = &VantorResourceFinderImpl::getNormalizedNameOfModel;
+    EXPECT_EQ(normalise("dir/qm_face_v2.0.model"), "qm_face");
+    EXPECT_EQ(normalise("qm_face_extra_v10.model"), "qm_face_extra");
+    EXPECT_EQ(normalise("qm_sim.model"), "qm_sim");
+    EXPECT_EQ(normalise("qm_sim.dat"), "qm_sim");
+    EXPECT_EQ(normalise("qm_matting_model"), "qm_matting");
+    EXPECT_EQ(normalise("x-y_v1.model"), "y");  // the stem never spans a non-word character
+    EXPECT_EQ(normalise("a.b"), "a.b");
+    EXPECT_EQ(normalise("a/b/c/qm_face.model.model"), "qm_face");
+    EXPECT_EQ(normalise(""), "");
+}
+
+class FinderFileTest : public ::testing::Test {
+protected:
+    // Loads the model by name; returns the bytes read or "<none>" on failure.
+    std::string load(const std::string& name) {
+        Vantor::VantorAlgorithmModel model;
+        model.name = name;
+        if (!finder.findResource(model)) {
+            EXPECT_EQ(model.data, nullptr);
+            return "<none>";
+        }
+        std::string bytes(static_cast<char*>(model.data), model.size);
+        EXPECT_EQ(static_cast<char*>(model.data)[model.size], '\0');  // the spare terminator
+        EXPECT_TRUE(finder.releaseResource(model));
+        EXPECT_EQ(model.data, nullptr);
+        EXPECT_EQ(model.size, 0u);
+        return bytes;
+    }
+
+    TempDir dir;
+    VantorResourceFinderImpl finder{dir.path() + "/models"};
+};
+
+TEST_F(FinderFileTest, BuildsPathsFromNames) {
+    dir.write("models/qm_face.model", "face-bytes");
+    dir.write("models/a.b.model", "ab");
+    dir.write("models/.model", "nameless");
+    dir.write("models/qm_matting_model.model", "matting");
+    EXPECT_EQ(load("qm_face"), "face-bytes");
+    EXPECT_EQ(load("qm_face_v3.model"), "face-bytes");
+    EXPECT_EQ(load("elsewhere/qm_face_v3.0.model"), "face-bytes");
+    EXPECT_EQ(load("a.b"), "ab");
+    EXPECT_EQ(load(""), "nameless");
+    EXPECT_EQ(load("qm_matting_model"), "matting");  // no dot: not normalised
+    EXPECT_EQ(load("qm_missing"), "<none>");
+}
+
+TEST_F(FinderFileTest, EmptyModelFileIsASuccess) {
+    dir.write("models/qm_empty.model", "");
+    Vantor::VantorAlgorithmModel model;
+    model.name = "qm_empty";
+    ASSERT_TRUE(finder.findResource(model));
+    EXPECT_EQ(model.size, 0u);
+    ASSERT_NE(model.data, nullptr);
+    EXPECT_EQ(static_cast<char*>(model.data)[0], '\0');
+    finder.releaseResource(model);
+}
+
+TEST_F(FinderFileTest, DirectoryDoesNotDoubleSlashCheck) {
+    VantorResourceFinderImpl slashed(dir.path() + "/models/");
+    dir.write("models/qm_face.model", "x");
+    Vantor::VantorAlgorithmModel model;
+    model.name = "qm_face";
+    ASSERT_TRUE(slashed.findResource(model));  // "models//qm_face.model" still opens
+    slashed.releaseResource(model);
+}
+
+TEST(ResourceFinderTest, BaseBehaviours) {
+    VantorResourceFinderImpl finder("unused");
+    EXPECT_EQ(finder.getCacheDir(), "");
+    Vantor::VantorAlgorithmModelEvent event;
+    event.type = Vantor::MODEL_EVENT_LOAD_FAILED;
+    EXPECT_FALSE(finder.reportEvent(event));
+    Vantor::VantorAlgorithmModel empty;
+    EXPECT_TRUE(finder.releaseResource(empty));
+}
+
+TEST(ResourceFinderTest, ReadsFromAssetsWhenAManagerIsRegistered) {
+    TempDir assets;
+    assets.write("models/qm_face.model", "from-assets");
+    TempDir files;
+    files.write("models/qm_other.model", "from-files");
+    AAssetManager* manager = AAssetManager_fromDirectory(assets.path().c_str());
+    AssetManagerHolder::getInstance().set(manager);
+
+    VantorResourceFinderImpl finder("models");
+    Vantor::VantorAlgorithmModel model;
+    model.name = "qm_face_v1.model";
+    ASSERT_TRUE(finder.findResource(model));
+    EXPECT_EQ(std::string(static_cast<char*>(model.data), model.size), "from-assets");
+    finder.releaseResource(model);
+
+    // With a manager, the file system is not consulted.
+    VantorResourceFinderImpl fileFinder(files.path() + "/models");
+    Vantor::VantorAlgorithmModel other;
+    other.name = "qm_other";
+    EXPECT_FALSE(fileFinder.findResource(other));
+    EXPECT_EQ(other.data, nullptr);
+
+    AssetManagerHolder::getInstance().set(nullptr);
+    AAssetManager_delete(manager);
+}
+
+}  // namespace
+}  // namespace VQFeature
