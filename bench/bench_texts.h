@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "korvid/src/testing/builtin_templates.h"
+#include "vantor/cover_util.h"
 
 namespace VQFeature {
 namespace bench {
@@ -24,7 +24,7 @@ inline std::string payload(size_t n) {
 }
 
 // The built-in graph of the classification kind (121), about ten kilobytes of JSON.
-inline std::string classificationGraph() { return kv::testing::builtinTemplate(121); }
+inline std::string classificationGraph() { return CoverUtil::getAlgorithmConf(Vantor::AlgorithmType::NHClassification); }
 
 }  // namespace bench
 }  // namespace VQFeature
