@@ -1,0 +1,32 @@
+# Compiles every .java file under SOURCE_DIRS (a ;-list) into CLASS_DIR and packs the
+# classes into JAR_FILE. Run with cmake -P; the file list is only known after SWIG ran,
+# hence a script rather than a fixed source list.
+#   JAVAC, JAR, SOURCE_DIRS, CLASS_DIR, JAR_FILE, [CLASSPATH], [RELEASE]
+file(REMOVE_RECURSE "${CLASS_DIR}")
+file(MAKE_DIRECTORY "${CLASS_DIR}")
+set(sources "")
+foreach(dir IN LISTS SOURCE_DIRS)
+  file(GLOB_RECURSE found "${dir}/*.java")
+  list(APPEND sources ${found})
+endforeach()
+list(SORT sources)
+list(JOIN sources "\n" source_lines)
+file(WRITE "${CLASS_DIR}.sources" "${source_lines}\n")
+set(release_args "")
+if(RELEASE)
+  set(release_args --release ${RELEASE})
+endif()
+set(cp_args "")
+if(CLASSPATH)
+  set(cp_args -classpath "${CLASSPATH}")
+endif()
+execute_process(
+  COMMAND "${JAVAC}" ${release_args} -Xlint:-options -encoding UTF-8 -nowarn ${cp_args} -d "${CLASS_DIR}" "@${CLASS_DIR}.sources"
+  RESULT_VARIABLE javac_result)
+if(NOT javac_result EQUAL 0)
+  message(FATAL_ERROR "javac failed (${javac_result})")
+endif()
+execute_process(COMMAND "${JAR}" cf "${JAR_FILE}" -C "${CLASS_DIR}" . RESULT_VARIABLE jar_result)
+if(NOT jar_result EQUAL 0)
+  message(FATAL_ERROR "jar failed (${jar_result})")
+endif()

@@ -1,0 +1,187 @@
+package com.quorvane.zul.mediaprocessors.extractor_jni;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
+import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.nio.file.Path;
+import java.util.List;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Extraction through Java with the open framework, with Java and native caches. */
+class ExtractorTest {
+  @TempDir Path tmp;
+  private ResourceList photos;
+
+  @BeforeEach
+  void loadPhotos() throws Exception {
+    photos = Pictures.resources(Pictures.resource("astronaut", "astronaut.jpg"), Pictures.resource("chelsea", "chelsea.jpg"));
+  }
+
+  private static Input faceRequest(ResourceList resources) {
+    return new Input(resources, CoverUtil.getAlgorithmConf(AlgorithmType.Face), new StringLongMap(), AlgorithmType.Face);
+  }
+
+  @Test
+  void everyTemplateKindEndToEnd() throws Exception {
+    Extractor extractor = Pictures.initialised(tmp, new MemoryCache(64), null);
+    int kinds = 0;
+    for (AlgorithmType kind : AlgorithmType.values()) {
+      String graph = CoverUtil.getAlgorithmConf(kind);
+      if (graph.isEmpty()) continue;
+      kinds++;
+      ErrorPair error = new ErrorPair(0, "untouched");
+      Input request = new Input(photos, graph, new StringLongMap(), kind);
+      FeatureResultList results = extractor.extractFeatures(request, true, error);
+      assertEquals("untouched", error.getSecond(), kind + ": " + error.getFirst());
+      assertEquals(2, results.size(), kind.toString());
+      assertEquals("astronaut", results.get(0).getAssetId());
+      assertEquals("chelsea", results.get(1).getAssetId());
+      assertEquals(request.algorithmKey(), results.get(0).getAlgorithmKey());
+      long bytes = results.stream().mapToLong(r -> r.getResultLength().longValueExact()).sum();
+      if (kind == AlgorithmType.FaceExpression) {
+        assertEquals(0, bytes, "FaceExpression has a graph but no encoder");
+      } else {
+        assertTrue(bytes > 0, kind + " produced no blob");
+        Result first = results.get(0).getResultLength().signum() > 0 ? results.get(0) : results.get(1);
+        assertEquals(first.getResultLength().intValueExact(), Pictures.blob(first).length);
+      }
+      // Answered from the cache the second time: the very same Result objects.
+      FeatureResultList again = extractor.extractFeatures(request, true, error);
+      assertEquals(results.get(0).getAlgorithmKey(), again.get(0).getAlgorithmKey());
+      assertEquals(results.get(0).getResultLength(), again.get(0).getResultLength());
+    }
+    assertEquals(16, kinds, "kinds with a built-in graph");
+  }
+
+  @Test
+  void javaCacheServesAndReceivesResults() throws Exception {
+    JavaMapCache cache = new JavaMapCache();
+    MemoryCache store = new MemoryCache(16);
+    Extractor extractor = Pictures.initialised(tmp, cache, store);
+    Input request = faceRequest(photos);
+
+    FeatureResultList first = extractor.extractFeatures(request, true, null);
+    assertEquals(List.of("query(astronaut)", "save(astronaut)", "query(chelsea)", "save(chelsea)"), cache.calls);
+    assertEquals(2, cache.entries.size());
+
+    cache.calls.clear();
+    FeatureResultList second = extractor.extractFeatures(request, true, null);
+    assertEquals(List.of("query(astronaut)", "query(chelsea)"), cache.calls);  // no framework run, no save
+    assertEquals(first.get(0).getAlgorithmKey(), second.get(0).getAlgorithmKey());
+    assertEquals(first.get(0).getResultLength(), second.get(0).getResultLength());
+
+    // Bulk query: the Java cache first, then the store cache, duplicates collapsed.
+    assertEquals(2, extractor.queryFeatures(request).size());
+    FeatureResultList both = extractor.queryFeatures(request, false);
+    assertTrue(both.size() >= 2 && both.size() <= 4);
+
+    extractor.clearAssets(new VecString(new String[] {"astronaut"}));
+    VecAlgorithmType kinds = new VecAlgorithmType();
+    kinds.add(AlgorithmType.Face);
+    extractor.clearTypes(kinds);
+    extractor.clearTypes(new VecString(new String[] {MPFeatureExtractor.getAlgorithmTypeC300()}));
+    assertEquals(1, cache.entries.size());
+    extractor.clearAll();
+    assertTrue(cache.entries.isEmpty());
+    assertTrue(cache.calls.containsAll(List.of("clear[astronaut]", "clearTypes[Face]",
+        "clearTypeNames[ClassificationPostProcess_c300]", "clearAll")));
+    NullPointerException e = assertThrows(NullPointerException.class, () -> extractor.clearAssets(null));
+    assertEquals("std::vector< std::string > const & reference is null", e.getMessage());
+  }
+
+  @Test
+  void javaExceptionInACacheCrossesTheEngineAndLeavesItWorking() throws Exception {
+    JavaMapCache cache = new JavaMapCache();
+    Extractor extractor = Pictures.initialised(tmp, cache, null);
+    IllegalStateException failure = new IllegalStateException("cache offline");
+    cache.failQueries = failure;
+    IllegalStateException thrown =
+        assertThrows(IllegalStateException.class, () -> extractor.extractFeatures(faceRequest(photos), true, null));
+    assertSame(failure, thrown);
+
+    // The gate was released and the caches still work: the same call now succeeds.
+    cache.failQueries = null;
+    cache.calls.clear();
+    FeatureResultList results = extractor.extractFeatures(faceRequest(photos), true, null);
+    assertEquals(2, results.size());
+    assertEquals(2, cache.entries.size());
+    MultiAlgorithmInput multi = new MultiAlgorithmInput(photos, "", new VecAlgorithmType(), new VecString());
+    assertEquals(2, extractor.extractFeatures(multi, false).size());
+  }
+
+  @Test
+  void partiallyImplementedCaches() throws Exception {
+    CacheAdapter savesOnly = new CacheAdapter() {
+      @Override
+      public void save(Result result) {}
+    };
+    Extractor extractor = Pictures.initialised(tmp, savesOnly, null);
+    RuntimeException e = assertThrows(RuntimeException.class, () -> extractor.queryFeatures(faceRequest(photos)));
+    assertEquals("Attempted to invoke pure virtual method VQFeature::CacheAdapter::query.", e.getMessage());
+    e = assertThrows(RuntimeException.class, extractor::clearAll);
+    assertEquals("Attempted to invoke pure virtual method VQFeature::CacheAdapter::clearAll.", e.getMessage());
+    // Without cache use only save(Result) is reached, and it is implemented.
+    assertEquals(2, extractor.extractFeatures(faceRequest(photos), false, null).size());
+
+    CacheAdapter returnsNull = new CacheAdapter() {
+      @Override
+      public FeatureResultList query(Input input) {
+        return null;
+      }
+    };
+    Extractor second = Pictures.initialised(tmp, returnsNull, null);
+    NullPointerException n = assertThrows(NullPointerException.class, () -> second.queryFeatures(faceRequest(photos)));
+    assertEquals("Unexpected null return for type std::vector< std::shared_ptr< VQFeature::Result > >", n.getMessage());
+  }
+
+  @Test
+  void cacheWhoseJavaPeerWasCollected() throws Exception {
+    // The app hands its cache to the extractor and drops its own reference without
+    // releasing ownership: the bridge holds the Java object weakly.
+    Extractor extractor = Pictures.initialised(tmp, new JavaMapCache(), null);
+    NullPointerException e = null;
+    for (int i = 0; i < 100 && e == null; i++) {
+      System.gc();
+      System.runFinalization();
+      try {
+        extractor.clearAll();
+        Thread.sleep(10);
+      } catch (NullPointerException collected) {
+        e = collected;
+      }
+    }
+    assertTrue(e != null, "peer never collected");
+    assertEquals("null upcall object in VQFeature::CacheAdapter::clearAll ", e.getMessage());
+  }
+
+  @Test
+  void severalKindsFromOneRun() throws Exception {
+    MemoryCache cache = new MemoryCache(16);
+    Extractor extractor = Pictures.initialised(tmp, cache, null);
+    VecAlgorithmType kinds = new VecAlgorithmType();
+    kinds.add(AlgorithmType.Face);
+    kinds.add(AlgorithmType.AfterEffect);
+    MultiAlgorithmInput request =
+        new MultiAlgorithmInput(photos, CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds, new VecString());
+    ErrorPair error = new ErrorPair();
+    VecMultiResult results = extractor.extractFeatures(request, true, error);
+    assertEquals(0, error.getFirst(), error.getSecond());
+    assertEquals(2, results.size());
+    MultiResult astronaut = results.get(0);
+    assertEquals("astronaut", astronaut.getAssetId());
+    assertEquals(2, astronaut.resultCount());
+    MultiResult.ResultItem face = astronaut.getResultItem(AlgorithmType.Face);
+    assertTrue(face.getSize().signum() > 0);
+    byte[] bytes = new byte[face.getSize().intValueExact()];
+    face.memcpyStructResult(bytes);
+    assertNotEquals(0, bytes.length);
+    // The second call is answered from the cache.
+    VecMultiResult cached = extractor.extractFeatures(request, true);
+    assertEquals(2, cached.get(0).resultCount());
+  }
+}

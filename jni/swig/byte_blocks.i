@@ -1,0 +1,72 @@
+// Methods that move raw bytes between Java arrays and native blocks. A Java byte[]
+// stands for a (pointer, length) pair; a null array is a null pointer with length 0.
+// Arrays read by native code are released without copy-back, arrays native code
+// writes into are copied back.
+%apply (const char *STRING, size_t LENGTH) { (const char* data, unsigned long size) };
+%apply (const char *STRING, size_t LENGTH) { (const char* bytes, unsigned long n) };
+%apply (char *STRING, size_t LENGTH) { (char* dest, unsigned long size) };
+
+%{
+namespace {
+// Stands in for a null array where a zero-length block is meant.
+const char kNoBytes[1] = {0};
+}  // namespace
+%}
+
+// The header versions are replaced by guarded ones below under the same Java names.
+%ignore VQFeature::Result::memcpyStructResult;
+%ignore VQFeature::Result::setResultNative;
+%ignore VQFeature::MultiResult::ResultItem::memcpyStructResult;
+%ignore VQFeature::CoverUtil::getMemoryAddress;
+%ignore VQFeature::CoverUtil::releaseObject;
+%rename(memcpyStructResult) VQFeature::Result::copyBlobInto;
+%rename(setResultNative) VQFeature::Result::storeBlobCopy;
+%rename(memcpyStructResult) VQFeature::MultiResult::ResultItem::copyBlobInto;
+%rename(getMemoryAddress) VQFeature::CoverUtil::copiedText;
+%rename(releaseObject) VQFeature::CoverUtil::releaseCopy;
+
+%extend VQFeature::Result {
+  // Copies as many bytes as the array holds, whatever resultLength says: sizing the
+  // array is the caller's job. Nothing is copied into a null array or out of a result
+  // without blob.
+  void copyBlobInto(char* dest, unsigned long size) {
+    if (dest != nullptr && size > 0 && $self->result != nullptr) $self->memcpyStructResult(dest, size);
+  }
+  // Stores a malloc copy of the array; resultLength is the caller's to set. A null
+  // array stores a zero-length block.
+  void storeBlobCopy(const char* data, unsigned long size) {
+    $self->setResultNative(data != nullptr ? data : kNoBytes, size);
+  }
+}
+
+%extend VQFeature::MultiResult::ResultItem {
+  // As Result::memcpyStructResult, from the item's blob.
+  void copyBlobInto(char* dest, unsigned long size) {
+    if (dest != nullptr && size > 0 && $self->data != nullptr) $self->memcpyStructResult(dest, size);
+  }
+}
+
+%extend VQFeature::CoverUtil {
+  // The text of the copied block up to its first zero byte (or all of it). The copy
+  // is released here: the old binding let it leak.
+  static std::string copiedText(char* data, unsigned long size) {
+    std::unique_ptr<char[]> block(VQFeature::CoverUtil::getMemoryAddress(data, size));
+    return std::string(block.get(), strnlen(block.get(), size));
+  }
+  // releaseObject frees with free(): it gets a malloc copy of the array, never the
+  // array's own memory (which belongs to the virtual machine).
+  static void releaseCopy(char* data, unsigned long size) {
+    char* block = nullptr;
+    if (data != nullptr) {
+      block = static_cast<char*>(malloc(size > 0 ? size : 1));
+      if (block == nullptr) throw std::bad_alloc();
+      memcpy(block, data, size);
+    }
+    VQFeature::CoverUtil::releaseObject(block, block != nullptr ? size : 0);
+  }
+}
+%{
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+%}
