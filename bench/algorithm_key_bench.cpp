@@ -34,7 +34,7 @@ void algorithmKey(benchmark::State& state) {
     const Input input = classificationRequest();
     for (auto _ : state) benchmark::DoNotOptimize(input.algorithmKey(Vantor::AlgorithmType::AllNodes));
 }
-BENCHMARK(algorithmKey);
+BENCHMARK(algorithmKey)->Name("key/graph121/vqfe");
 
 void opensslDigestOfKeyText(benchmark::State& state) {
     const std::string text = keyText(classificationRequest());
@@ -44,7 +44,7 @@ void opensslDigestOfKeyText(benchmark::State& state) {
         benchmark::DoNotOptimize(out);
     }
 }
-BENCHMARK(opensslDigestOfKeyText);
+BENCHMARK(opensslDigestOfKeyText)->Name("key/graph121/openssl_md5");
 
 }  // namespace
 }  // namespace VQFeature

@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <utility>
+
 #include "bench/bench_texts.h"
 #include "vantor/md5.h"
 
@@ -35,14 +37,14 @@ const std::string k1K = bench::payload(1024);
 const std::string kGraph = bench::classificationGraph();
 const std::string k1M = bench::payload(1 << 20);
 
-BENCHMARK_CAPTURE(oursMd5, 64B, k64);
-BENCHMARK_CAPTURE(opensslMd5, 64B, k64);
-BENCHMARK_CAPTURE(oursMd5, 1KiB, k1K);
-BENCHMARK_CAPTURE(opensslMd5, 1KiB, k1K);
-BENCHMARK_CAPTURE(oursMd5, graph121, kGraph);
-BENCHMARK_CAPTURE(opensslMd5, graph121, kGraph);
-BENCHMARK_CAPTURE(oursMd5, 1MiB, k1M);
-BENCHMARK_CAPTURE(opensslMd5, 1MiB, k1M);
+const bool kRegistered = [] {
+    for (const auto& [name, text] : {std::pair<const char*, const std::string*>{"64B", &k64}, {"1KiB", &k1K},
+                                     {"graph121", &kGraph}, {"1MiB", &k1M}}) {
+        benchmark::RegisterBenchmark((std::string("md5/") + name + "/vqfe").c_str(), oursMd5, *text);
+        benchmark::RegisterBenchmark((std::string("md5/") + name + "/openssl").c_str(), opensslMd5, *text);
+    }
+    return true;
+}();
 
 }  // namespace
 }  // namespace VQFeature
