@@ -143,7 +143,7 @@ def judge(fig, base, target):
     return ratio_text, text, "met" if ok else "MISSED"
 
 
-def machine():
+def machine(folder):
     cpu = platform.processor() or "unknown"
     try:
         with open("/proc/cpuinfo", encoding="utf-8") as f:
@@ -163,9 +163,12 @@ def machine():
         compiler = compiler.splitlines()[0] if compiler else "unknown"
     except OSError:
         compiler = "unknown"
-    load = " ".join(f"{x:.2f}" for x in os.getloadavg())
-    return (f"{cpu}, {os.cpu_count()} cores, {mem} RAM; {platform.system()} {platform.release()}; "
-            f"{compiler}; load average at the end {load}")
+    try:  # scripts/bench notes the load before it starts
+        with open(os.path.join(folder, "loadavg"), encoding="utf-8") as f:
+            load = "load average before the run " + " ".join(f.read().split()[:3])
+    except OSError:
+        load = "load average now " + " ".join(f"{x:.2f}" for x in os.getloadavg())
+    return f"{cpu}, {os.cpu_count()} cores, {mem} RAM; {platform.system()} {platform.release()}; {compiler}; {load}"
 
 
 def main():
@@ -183,7 +186,7 @@ def main():
         ratio, target_text, verdict = judge(fig, base, target)
         rows.append((measure, show(fig, metric), show(base, metric), ratio, target_text, verdict))
 
-    print(f"Machine: {machine()}")
+    print(f"Machine: {machine(args.folder)}")
     if args.markdown:
         print()
         print("| " + " | ".join(header) + " |")
