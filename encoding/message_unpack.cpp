@@ -22,6 +22,11 @@ inline bool readVarint(Input& in, uint64_t& value) {
         value = *in.p++;
         return true;
     }
+    if (in.end - in.p >= 2 && in.p[1] < 0x80) {  // two bytes: mask values 128..255
+        value = uint64_t(in.p[0] & 0x7f) | (uint64_t(in.p[1]) << 7);
+        in.p += 2;
+        return true;
+    }
     uint64_t v = 0;
     for (unsigned i = 0, shift = 0; i < 10; ++i, shift += 7) {
         if (in.p == in.end) return false;
@@ -206,18 +211,52 @@ char* copyString(const Input& section) {
     return out;
 }
 
-// Elements of one scalar field read while the same tag (the bytes in tag) repeats.
-template <typename Read>
-inline bool readRun(Input& in, const Input& tag, void*& array, size_t& count, size_t size, Read read) {
+// The capacity appendSlot gave an array of n elements.
+inline size_t capacityOf(size_t n) {
+    if (n == 0) return 0;
+    size_t capacity = 8;
+    while (capacity < n) capacity *= 2;
+    return capacity;
+}
+
+// Elements of one scalar field, of type T, read while the same tag (the bytes in tag)
+// repeats. Works on local copies of the input and the array, which the element stores
+// cannot alias, and writes them back at the end (also on failure: the array may have
+// moved). The array grows as appendSlot grows it.
+template <typename T, typename Read>
+inline bool readRun(Input& in, const Input& tag, void*& arrayOut, size_t& countOut, Read read) {
     const size_t tagLength = static_cast<size_t>(tag.end - tag.p);
+    const uint8_t first = *tag.p;
+    Input run = in;
+    T* array = static_cast<T*>(arrayOut);
+    size_t count = countOut;
+    size_t capacity = capacityOf(count);
+    bool ok = true;
     for (;;) {
-        void* slot = appendSlot(array, count, size);
-        if (slot == nullptr || !read(in, slot)) return false;
+        if (count == capacity) {
+            void* grown = array;
+            if (appendSlot(grown, count, sizeof(T)) == nullptr) {
+                ok = false;
+                break;
+            }
+            array = static_cast<T*>(grown);
+            capacity = count == 0 ? 8 : 2 * count;
+        }
+        if (!read(run, array[count])) {
+            ok = false;
+            break;
+        }
         ++count;
-        if (static_cast<size_t>(in.end - in.p) <= tagLength) return true;
-        if (tagLength == 1 ? *in.p != *tag.p : std::memcmp(in.p, tag.p, tagLength) != 0) return true;
-        in.p += tagLength;
+        if (static_cast<size_t>(run.end - run.p) <= tagLength || *run.p != first ||
+            (tagLength > 1 && std::memcmp(run.p, tag.p, tagLength) != 0)) {
+            break;
+        }
+        run.p += tagLength;
     }
+    in = run;
+    arrayOut = array;
+    countOut = count;
+    return ok;
 }
 
 // One occurrence of a repeated field: a single element, or a packed run of scalars.
@@ -255,21 +294,24 @@ bool parseRepeated(const ProtobufCFieldDescriptor& field, unsigned wireType, con
         switch (field.type) {
             case PROTOBUF_C_TYPE_INT32:
             case PROTOBUF_C_TYPE_UINT32:
-                return readRun(in, tag, array, count, size, [](Input& run, void* slot) {
+                return readRun<uint32_t>(in, tag, array, count, [](Input& run, uint32_t& out) {
                     uint64_t v = 0;
                     if (!readVarint(run, v)) return false;
-                    const uint32_t low = static_cast<uint32_t>(v);  // int32 keeps the low 32 bits
-                    std::memcpy(slot, &low, 4);
+                    out = static_cast<uint32_t>(v);  // int32 keeps the low 32 bits
                     return true;
                 });
             case PROTOBUF_C_TYPE_FLOAT:
             case PROTOBUF_C_TYPE_FIXED32:
             case PROTOBUF_C_TYPE_SFIXED32:
-                return readRun(in, tag, array, count, size,
-                               [](Input& run, void* slot) { return readFixed(run, slot, 4); });
-            default:
-                return readRun(in, tag, array, count, size,
-                               [&field](Input& run, void* slot) { return readScalar(field.type, run, slot); });
+                return readRun<uint32_t>(in, tag, array, count,
+                                         [](Input& run, uint32_t& out) { return readFixed(run, &out, 4); });
+            default: {
+                // Other scalar types: element by element through the generic reader.
+                void* slot = appendSlot(array, count, size);
+                if (slot == nullptr || !readScalar(field.type, in, slot)) return false;
+                ++count;
+                return true;
+            }
         }
     }
     if (wireType != PROTOBUF_C_WIRE_TYPE_LENGTH_PREFIXED) return false;

@@ -141,6 +141,14 @@ TEST(MessageUnpackTest, AgreesOnShapesOtherWritersUse) {
     EXPECT_EQ(unpackBoth(&c__int_array__descriptor, ints.bytes), Wire().tag(1, 0).varint(5).tag(1, 0).varint(300)
                                                                    .tag(1, 0).varint(0xffffffffffffffffull)
                                                                    .tag(1, 0).varint(9).bytes);
+    // One list in several runs, split by other fields, across the array's growth steps.
+    Wire split;  // C_SimilarityBuffer: score, feature (uint32), clusterIds (int32)
+    for (uint32_t run : {7u, 1u, 8u, 17u}) {
+        for (uint32_t i = 0; i < run; ++i) split.tag(2, 0).varint(i * 37);
+        split.tag(3, 0).varint(run).tag(1, 5).fixed32(0.5f);
+    }
+    EXPECT_NE(unpackBoth(&c__similarity_buffer__descriptor, split.bytes), "null");
+
     Wire features;  // C_NHClassificationFeature: packed floats
     features.section(1, Wire().fixed32(1.5f).fixed32(-2.f).bytes);
     EXPECT_NE(unpackBoth(&c__nhclassification_feature__descriptor, features.bytes), "null");
