@@ -1,14 +1,16 @@
-// Test support for the encoding tests: an owning blob, a decoded-message holder and
-// framework values with recognisable contents.
+// Test support for the encoding tests: an owning blob, a decoded-message holder, its
+// JSON, and framework values with recognisable contents.
 #pragma once
 
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "Glintcore/Geometry.h"
 #include "Glintcore/PrimitiveVector.h"
 #include "encoding/blob_encoders.h"
 #include "encoding/decode_helpers.h"
+#include "encoding/message_json.h"
 
 namespace VQFeature {
 namespace testing_support {
@@ -36,6 +38,14 @@ using Decoded = std::unique_ptr<Message, void (*)(Message*)>;
 template <typename Message>
 Decoded<Message> decode(const Blob& blob, Message* (*alloc)(const uint8_t*, size_t), void (*release)(Message*)) {
     return Decoded<Message>(alloc(blob.bytes(), blob.size), release);
+}
+
+// The blob decoded with the given helper pair, as JSON (every field by name), or
+// "<undecodable>".
+template <typename Message>
+std::string json(const Blob& blob, Message* (*alloc)(const uint8_t*, size_t), void (*release)(Message*)) {
+    auto message = decode(blob, alloc, release);
+    return message ? messageToJson(message->base) : "<undecodable>";
 }
 
 // n points (base + i, base - i).

@@ -12,20 +12,10 @@ using Glintcore::makeShared;
 TEST(SceneEncoderTest, AestheticsSceneAndSimilarityRoundTrip) {
     Vantor::AfterEffectBuffer aesthetics;
     aesthetics.scores = {{0, 0.5f, 0.25f, 0.75f, 0.125f, 0.0625f, 0.875f}, {40, 1.f, 2.f, 3.f, 4.f, 5.f, 6.f}};
-    Blob aeBlob = encode(&aesthetics);
-    auto ae = decode(aeBlob, after_effect_buffer_alloc, after_effect_buffer_free);
-    ASSERT_NE(ae, nullptr);
-    ASSERT_EQ(ae->n_m_scores, 2u);
-    const CAEScoreInfo* s = ae->m_scores[0];
-    EXPECT_EQ(s->time, 0);
-    EXPECT_EQ(s->score, 0.5f);
-    EXPECT_EQ(s->face_score, 0.25f);
-    EXPECT_EQ(s->quality_score, 0.75f);
-    EXPECT_EQ(s->sharepness_score, 0.125f);
-    EXPECT_EQ(s->meaningless_score, 0.0625f);
-    EXPECT_EQ(s->portrait_score, 0.875f);
-    EXPECT_EQ(ae->m_scores[1]->time, 40);
-
+    EXPECT_EQ(json(encode(&aesthetics), after_effect_buffer_alloc, after_effect_buffer_free),
+              R"({"m_scores":[{"time":0,"score":0.5,"face_score":0.25,"quality_score":0.75,"sharepness_score":0.125,)"
+              R"("meaningless_score":0.0625,"portrait_score":0.875},{"time":40,"score":1,"face_score":2,)"
+              R"("quality_score":3,"sharepness_score":4,"meaningless_score":5,"portrait_score":6}]})");
     Vantor::AfterEffectBuffer noScores;  // packs to zero bytes, still a blob
     Blob emptyAe = encode(&noScores);
     EXPECT_NE(emptyAe.data, nullptr);
@@ -33,24 +23,17 @@ TEST(SceneEncoderTest, AestheticsSceneAndSimilarityRoundTrip) {
 
     Vantor::SceneRecogBuffer scenes;
     auto beach = makeShared<Vantor::SceneRecogInfo>();
-    beach->prob = 0.9f;
+    beach->prob = 0.75f;
     beach->satisfied = true;
     beach->name = "beach";
     auto unnamed = makeShared<Vantor::SceneRecogInfo>();
-    unnamed->prob = 0.1f;
+    unnamed->prob = 0.125f;
     scenes.infos = {beach, nullptr, unnamed};
-    scenes.choose = 0;
-    Blob sceneBlob = encode(&scenes);
+    scenes.choose = -2;
+    EXPECT_EQ(json(encode(&scenes), scene_recog_buffer_alloc, scene_recog_buffer_free),
+              R"({"m_SceneRecogInfo":[{"prob":0.75,"satisfied":true,"name":"beach"},)"
+              R"({"prob":0.125,"satisfied":false,"name":""}],"m_choose":-2})");
     EXPECT_EQ(beach->refCount(), 2);  // references taken while reading are given back
-    auto scene = decode(sceneBlob, scene_recog_buffer_alloc, scene_recog_buffer_free);
-    ASSERT_NE(scene, nullptr);
-    ASSERT_EQ(scene->n_m_scenerecoginfo, 2u);
-    EXPECT_EQ(scene->m_scenerecoginfo[0]->prob, 0.9f);
-    EXPECT_TRUE(scene->m_scenerecoginfo[0]->satisfied);
-    EXPECT_STREQ(scene->m_scenerecoginfo[0]->name, "beach");
-    EXPECT_FALSE(scene->m_scenerecoginfo[1]->satisfied);
-    EXPECT_STREQ(scene->m_scenerecoginfo[1]->name, "");
-    EXPECT_EQ(scene->m_choose, 0);
 
     Vantor::SceneRecogV3Buffer v3;
     auto food = makeShared<Vantor::SceneRecogV3Info>();
@@ -61,56 +44,50 @@ TEST(SceneEncoderTest, AestheticsSceneAndSimilarityRoundTrip) {
     food->name = "food";
     v3.infos = {food};
     v3.c3Feature = {-1.f, 0.f, 3.25f};
-    Blob v3Blob = encode(&v3);
-    auto v3Decoded = decode(v3Blob, scene_recog_v3_buffer_alloc, scene_recog_v3_buffer_free);
-    ASSERT_NE(v3Decoded, nullptr);
-    ASSERT_EQ(v3Decoded->n_m_scenerecogv3info, 1u);
-    const CSceneRecogV3Info* f = v3Decoded->m_scenerecogv3info[0];
-    EXPECT_EQ(f->id, 12);
-    EXPECT_EQ(f->confidence, 0.625f);
-    EXPECT_EQ(f->thres, 0.5f);
-    EXPECT_TRUE(f->satisfied);
-    EXPECT_STREQ(f->name, "food");
-    ASSERT_EQ(v3Decoded->n_c3_feature, 3u);
-    EXPECT_EQ(v3Decoded->c3_feature[2], 3.25f);
+    EXPECT_EQ(json(encode(&v3), scene_recog_v3_buffer_alloc, scene_recog_v3_buffer_free),
+              R"({"m_sceneRecogV3Info":[{"id":12,"confidence":0.625,"thres":0.5,"satisfied":true,"name":"food"}],)"
+              R"("c3_feature":[-1,0,3.25]})");
 
     Vantor::SimilarityBuffer similarity;
-    similarity.score = 0.3f;
-    similarity.feature = {0, 127, 128, 255};
+    similarity.score = 0.375f;
+    similarity.feature = {0, 127, 128, 255};  // one element per byte, zero-extended
     similarity.clusterIds = {-2, 5};
-    Blob simBlob = encode(&similarity);
-    auto sim = decode(simBlob, similarity_buffer_alloc, similarity_buffer_free);
-    ASSERT_NE(sim, nullptr);
-    EXPECT_EQ(sim->score, 0.3f);
-    ASSERT_EQ(sim->n_feature, 4u);
-    EXPECT_EQ(sim->feature[2], 128u);
-    EXPECT_EQ(sim->feature[3], 255u);
-    ASSERT_EQ(sim->n_clusterids, 2u);
-    EXPECT_EQ(sim->clusterids[0], -2);
+    EXPECT_EQ(json(encode(&similarity), similarity_buffer_alloc, similarity_buffer_free),
+              R"({"score":0.375,"feature":[0,127,128,255],"clusterIds":[-2,5]})");
 
     Vantor::PornClsBuffer porn;
     porn.isPorn = 1;
-    porn.confidence = 0.99f;
-    Blob pornBlob = encode(&porn);
-    auto p = decode(pornBlob, porn_cls_buffer_alloc, porn_cls_buffer_free);
-    ASSERT_NE(p, nullptr);
-    EXPECT_TRUE(p->is_porn);
-    EXPECT_EQ(p->confidence, 0.99f);
+    porn.confidence = 0.5f;
+    EXPECT_EQ(json(encode(&porn), porn_cls_buffer_alloc, porn_cls_buffer_free), R"({"is_porn":true,"confidence":0.5})");
 }
 
 Glintcore::SharePtr<Vantor::NHClassificationInfo> classificationInfo(int32_t firstId) {
     auto info = makeShared<Vantor::NHClassificationInfo>();
     info->id = {firstId, firstId + 1};
     info->confidence = {0.75f, 0.25f};
-    info->exceedThresh = {1, -3};
+    info->exceedThresh = {1, -128};
     info->numClasses = 2;
     return info;
 }
 
 Glintcore::SharePtr<Vantor::NHClassificationFeature> classificationFeature(float value) {
     auto feature = makeShared<Vantor::NHClassificationFeature>();
-    feature->features = Glintcore::PrimitiveVector<float>(128, value);
+    feature->features = {value, -value};
     return feature;
+}
+
+// Decodes a classification blob; the counts of infos and features, the first id and the
+// first feature value of each, as text.
+std::string classificationShape(Vantor::NHClassificationBuffer& buffer) {
+    auto c = decode(encode(&buffer), nhclassification_buffer_alloc, nhclassification_buffer_free);
+    if (!c) return "<undecodable>";
+    std::string out = "size=" + std::to_string(c->m_buffersize) + " ids=";
+    for (size_t i = 0; i < c->n_m_classificationinfos; ++i) out += std::to_string(c->m_classificationinfos[i]->id[0]) + ",";
+    out += " features=";
+    for (size_t i = 0; i < c->n_m_classificationfeatures; ++i) {
+        out += std::to_string(static_cast<int>(c->m_classificationfeatures[i]->features[0])) + ",";
+    }
+    return out;
 }
 
 TEST(SceneEncoderTest, ClassificationRoundTripsWithOneFeaturePerInfo) {
@@ -121,28 +98,13 @@ TEST(SceneEncoderTest, ClassificationRoundTripsWithOneFeaturePerInfo) {
     buffer.features[0] = classificationFeature(0.5f);
     buffer.features[1] = classificationFeature(-0.5f);
     buffer.labels = {"cat", "", "dog"};
-    buffer.thresh = {0.3f, 0.6f};
-    Blob blob = encode(&buffer);
-    auto c = decode(blob, nhclassification_buffer_alloc, nhclassification_buffer_free);
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(c->m_buffersize, 2u);
-    ASSERT_EQ(c->n_m_classificationinfos, 2u);
-    const CNHClassificationInfo* info = c->m_classificationinfos[1];
-    ASSERT_EQ(info->n_id, 2u);
-    EXPECT_EQ(info->id[1], 21);
-    EXPECT_EQ(info->confidence[0], 0.75f);
-    ASSERT_EQ(info->n_exceedthresh, 2u);
-    EXPECT_EQ(info->exceedthresh[1], -3);  // sign-extended flag byte
-    EXPECT_EQ(info->numclasses, 2);
-    ASSERT_EQ(c->n_m_classificationfeatures, 2u);
-    ASSERT_EQ(c->m_classificationfeatures[1]->n_features, 128u);
-    EXPECT_EQ(c->m_classificationfeatures[1]->features[127], -0.5f);
-    ASSERT_EQ(c->n_m_labels, 3u);
-    EXPECT_STREQ(c->m_labels[0], "cat");
-    EXPECT_STREQ(c->m_labels[1], "");
-    EXPECT_STREQ(c->m_labels[2], "dog");
-    ASSERT_EQ(c->n_m_thresh, 2u);
-    EXPECT_EQ(c->m_thresh[1], 0.6f);
+    buffer.thresh = {0.25f, 0.625f};
+    EXPECT_EQ(json(encode(&buffer), nhclassification_buffer_alloc, nhclassification_buffer_free),
+              R"({"m_bufferSize":2,"m_classificationInfos":[)"
+              R"({"id":[10,11],"confidence":[0.75,0.25],"exceedThresh":[1,-128],"numClasses":2},)"  // sign-extended
+              R"({"id":[20,21],"confidence":[0.75,0.25],"exceedThresh":[1,-128],"numClasses":2}],)"
+              R"("m_classificationFeatures":[{"features":[0.5,-0.5]},{"features":[-0.5,0.5]}],)"
+              R"("m_labels":["cat","","dog"],"m_thresh":[0.25,0.625]})");
 }
 
 TEST(SceneEncoderTest, ClassificationNeverReadsEmptyOrMissingSlots) {
@@ -152,12 +114,7 @@ TEST(SceneEncoderTest, ClassificationNeverReadsEmptyOrMissingSlots) {
     gap.infos[0] = classificationInfo(1);
     gap.infos[1] = classificationInfo(2);
     gap.features[1] = classificationFeature(1.f);
-    Blob gapBlob = encode(&gap);
-    auto g = decode(gapBlob, nhclassification_buffer_alloc, nhclassification_buffer_free);
-    ASSERT_NE(g, nullptr);
-    EXPECT_EQ(g->n_m_classificationinfos, 2u);
-    EXPECT_EQ(g->n_m_classificationfeatures, 0u);
-    EXPECT_EQ(g->n_m_labels + g->n_m_thresh, 0u);
+    EXPECT_EQ(classificationShape(gap), "size=2 ids=1,2, features=");
 
     // More features than infos: only one feature per info slot is carried.
     Vantor::NHClassificationBuffer extraFeatures;
@@ -165,27 +122,18 @@ TEST(SceneEncoderTest, ClassificationNeverReadsEmptyOrMissingSlots) {
     extraFeatures.infos[0] = classificationInfo(1);
     extraFeatures.features[0] = classificationFeature(1.f);
     extraFeatures.features[1] = classificationFeature(2.f);
-    Blob extraBlob = encode(&extraFeatures);
-    auto e = decode(extraBlob, nhclassification_buffer_alloc, nhclassification_buffer_free);
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->n_m_classificationfeatures, 1u);
+    EXPECT_EQ(classificationShape(extraFeatures), "size=1 ids=1, features=1,");
 
     // Fewer leading features than infos, and a size beyond the ten slots: the features
-    // stop at the first empty slot, the infos at the last slot, the size is kept.
+    // stop at the first empty slot, the infos at the last slot (empty ones skipped), the
+    // size is kept.
     Vantor::NHClassificationBuffer oversized;
     oversized.bufferSize = 1000;
     for (int i = 0; i < Vantor::NHClassificationBuffer::kSlots; ++i) oversized.infos[i] = classificationInfo(i);
     oversized.infos[4] = nullptr;
     oversized.features[0] = classificationFeature(0.f);
     oversized.features[1] = classificationFeature(1.f);
-    Blob overBlob = encode(&oversized);
-    auto o = decode(overBlob, nhclassification_buffer_alloc, nhclassification_buffer_free);
-    ASSERT_NE(o, nullptr);
-    EXPECT_EQ(o->m_buffersize, 1000u);
-    ASSERT_EQ(o->n_m_classificationinfos, 9u);
-    EXPECT_EQ(o->m_classificationinfos[4]->id[0], 5);
-    ASSERT_EQ(o->n_m_classificationfeatures, 2u);
-    EXPECT_EQ(o->m_classificationfeatures[1]->features[0], 1.f);
+    EXPECT_EQ(classificationShape(oversized), "size=1000 ids=0,1,2,3,5,6,7,8,9, features=0,1,");
 }
 
 }  // namespace

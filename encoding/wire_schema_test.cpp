@@ -40,17 +40,4 @@ TEST(WireSchemaTest, RepeatedScalarsAreUnpackedButPackedInputIsAccepted) {
     c__int_array__free_unpacked(decoded, nullptr);
 }
 
-TEST(WireSchemaTest, BlobMissingARequiredFieldDoesNotUnpack) {
-    const uint8_t widthOnly[] = {0x38, 0x05};
-    EXPECT_EQ(c__face_buffer__unpack(nullptr, sizeof widthOnly, widthOnly), nullptr);
-    const uint8_t both[] = {0x38, 0x05, 0x40, 0x07};
-    CFaceBuffer* face = c__face_buffer__unpack(nullptr, sizeof both, both);
-    ASSERT_NE(face, nullptr);
-    EXPECT_EQ(face->m_width, 5);
-    EXPECT_EQ(face->m_height, 7);
-    c__face_buffer__free_unpacked(face, nullptr);
-    const uint8_t truncated[] = {0x38};
-    EXPECT_EQ(c__face_buffer__unpack(nullptr, sizeof truncated, truncated), nullptr);
-}
-
 }  // namespace

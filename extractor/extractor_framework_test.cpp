@@ -1,14 +1,12 @@
 // The Extractor end to end over the open framework: built-in graphs on real photographs,
-// models from the model directory, framework-injected faults, and the framework's own
-// count of concurrent runs.
-#include <Korvid/Diagnostics.h>
+// models from the model directory and framework-injected faults. (Concurrent runs:
+// extractor_concurrency_test.)
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <thread>
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
@@ -117,32 +115,6 @@ TEST_F(FrameworkExtractorTest, FrameworkFaultsReachTheErrorPair) {
         false, &error);
     EXPECT_EQ(error.first, 0);
     EXPECT_NE(ok[0]->result, nullptr);
-}
-
-TEST_F(FrameworkExtractorTest, ThreadsNeverOverlapInsideTheFramework) {
-    auto extractor = make();
-    extractor->extractFeatures(std::make_shared<Input>(ResourceList{}, CoverUtil::getAlgorithmConf(AlgorithmType::PornCls),
-                                                       IntParams{}, AlgorithmType::PornCls),
-                               false, nullptr);
-    auto resource = photo("rocket.jpg", "rocket");
-    Korvid::resetExecuteCounters();
-    std::vector<std::thread> threads;
-    std::atomic<int> blobs{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 5; ++round) {
-                auto input = std::make_shared<Input>(ResourceList{resource}, "", IntParams{}, AlgorithmType::PornCls);
-                for (const auto& result : extractor->extractFeatures(input, false, nullptr)) {
-                    blobs += result->result != nullptr ? 1 : 0;
-                }
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(Korvid::maxConcurrentExecutes(), 1);
-    EXPECT_EQ(blobs.load(), 20);
 }
 
 }  // namespace

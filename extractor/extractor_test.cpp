@@ -170,6 +170,20 @@ protected:
             resources, "{whole}", std::vector<AlgorithmType>{AlgorithmType::PornCls},
             std::vector<std::string>{AlgorithmTypeC300, "custom_node"});
     }
+    // Caches, for asset "a", a porn blob of the given confidence; returns its Result.
+    std::shared_ptr<Result> cachePorn(MultiAlgorithmInput& input, float confidence) {
+        Vantor::PornClsBuffer porn;
+        porn.confidence = confidence;
+        unsigned long length = 0;
+        void* blob = Extractor::ExtractorImpl::resultConvert(AlgorithmType::PornCls, &porn, &length);
+        auto result = std::make_shared<Result>("a", input.algorithmKey(AlgorithmType::PornCls), AlgorithmType::PornCls,
+                                               blob, static_cast<int>(length));
+        cache->save(result);
+        return result;
+    }
+    void cacheNamed(MultiAlgorithmInput& input, const std::string& name) {
+        cache->save(std::make_shared<Result>("a", input.algorithmKey(name), name, nullptr, 0));
+    }
 };
 
 TEST_F(MultiExtractorTest, OneRunFillsEveryKindAndHandsBlobsToItems) {
@@ -197,27 +211,20 @@ TEST_F(MultiExtractorTest, OneRunFillsEveryKindAndHandsBlobsToItems) {
     ASSERT_NE(storedC300, nullptr);
     EXPECT_EQ(storedC300->algorithmStringType, AlgorithmTypeC300);
     EXPECT_EQ(storedC300->algorithmType, AlgorithmType::AllNodes);
-}
 
-TEST_F(MultiExtractorTest, AbsentOutputsGiveNoItem) {
+    // An output the run did not produce gives no item.
     fake().absentNames.insert(AlgorithmTypeC300);
-    auto out = extractor.extractFeatures(multiInput({asset("a", 250)}), false, &error);
+    out = extractor.extractFeatures(multiInput({asset("b", 250)}), false, &error);
     EXPECT_EQ(out[0]->resultCount(), 2);
     EXPECT_EQ(out[0]->getResultItem(std::string(AlgorithmTypeC300)), nullptr);
 }
 
 TEST_F(MultiExtractorTest, FullHitTakesTheCachedBlobsWithoutRunning) {
     auto input = multiInput({asset("a", 250)});
-    unsigned long length = 0;
-    Vantor::PornClsBuffer porn;
-    porn.confidence = 0.5f;
-    for (const std::string& name : {std::string(AlgorithmTypeC300), std::string("custom_node")}) {
-        cache->save(std::make_shared<Result>("a", input->algorithmKey(name), name, nullptr, 0));
-    }
-    void* blob = Extractor::ExtractorImpl::resultConvert(AlgorithmType::PornCls, &porn, &length);
-    auto cachedPorn = std::make_shared<Result>("a", input->algorithmKey(AlgorithmType::PornCls),
-                                               AlgorithmType::PornCls, blob, static_cast<int>(length));
-    cache->save(cachedPorn);
+    cacheNamed(*input, AlgorithmTypeC300);
+    cacheNamed(*input, "custom_node");
+    auto cachedPorn = cachePorn(*input, 0.5f);
+    void* blob = cachedPorn->result;
 
     auto out = extractor.extractFeatures(input, true, &error);
     EXPECT_EQ(fake().executes, 0);
@@ -230,15 +237,8 @@ TEST_F(MultiExtractorTest, FullHitTakesTheCachedBlobsWithoutRunning) {
 
 TEST_F(MultiExtractorTest, OneMissingKindDropsTheHitsAndRunsAgain) {
     auto input = multiInput({asset("a", 250)});
-    Vantor::PornClsBuffer porn;
-    unsigned long length = 0;
-    void* blob = Extractor::ExtractorImpl::resultConvert(AlgorithmType::PornCls, &porn, &length);
-    auto cachedPorn = std::make_shared<Result>("a", input->algorithmKey(AlgorithmType::PornCls),
-                                               AlgorithmType::PornCls, blob, static_cast<int>(length));
-    cache->save(cachedPorn);
-    // c300 is cached, "custom_node" is not.
-    cache->save(std::make_shared<Result>("a", input->algorithmKey(std::string(AlgorithmTypeC300)),
-                                         std::string(AlgorithmTypeC300), nullptr, 0));
+    auto cachedPorn = cachePorn(*input, 0.5f);
+    cacheNamed(*input, AlgorithmTypeC300);  // "custom_node" is not cached
 
     auto out = extractor.extractFeatures(input, true, &error);
     EXPECT_EQ(fake().executes, 1);

@@ -98,17 +98,5 @@ TEST(MultiResultTest, ItemsLookupClearAndCount) {
     EXPECT_NE(face->data, nullptr);  // a holder outside keeps the item alive
 }
 
-TEST(MultiResultTest, ResultItemOwnsItsBlob) {
-    MultiResult::ResultItem empty;
-    EXPECT_EQ(empty.data, nullptr);
-    EXPECT_EQ(empty.size, 0u);
-    EXPECT_EQ(empty.stringType, "");
-
-    MultiResult::ResultItem owned(AlgorithmType::Face, std::malloc(16), 16);  // freed by the item
-    EXPECT_EQ(owned.type, AlgorithmType::Face);
-    MultiResult::ResultItem named(std::string("node"), std::malloc(4), 4);
-    EXPECT_EQ(named.stringType, "node");
-}
-
 }  // namespace
 }  // namespace VQFeature

@@ -50,7 +50,9 @@ Result::Result(const std::string& assetId, const std::string& algorithmKey, Algo
       assetId(assetId),
       algorithmType(type),
       algorithmKey(algorithmKey),
-      decoded_(nullptr) {}
+      decoded_(nullptr) {
+    rememberBlob(result, length > 0 ? static_cast<unsigned long>(length) : 0);
+}
 
 Result::Result(const std::string& assetId, const std::string& algorithmKey, const std::string& algorithmStringType,
                void* result, int length)
@@ -60,7 +62,9 @@ Result::Result(const std::string& assetId, const std::string& algorithmKey, cons
       algorithmStringType(algorithmStringType),
       algorithmType(AlgorithmType::AllNodes),
       algorithmKey(algorithmKey),
-      decoded_(nullptr) {}
+      decoded_(nullptr) {
+    rememberBlob(result, length > 0 ? static_cast<unsigned long>(length) : 0);
+}
 
 Result::~Result() {
     freeStructResult();
@@ -91,12 +95,24 @@ void Result::setResultNative(const char* data, unsigned long size) {
     // resetData first), so release it rather than lose it.
     std::free(result);
     result = copy;
+    rememberBlob(copy, size);
+}
+
+void Result::rememberBlob(const void* blob, unsigned long bytes) {
+    knownBlob_ = blob;
+    knownBlobBytes_ = bytes;
+}
+
+unsigned long Result::readableBytes() const {
+    // A blob stored directly into the public fields is described by resultLength.
+    return result == knownBlob_ ? knownBlobBytes_ : resultLength;
 }
 
 void Result::memcpyStructResult(char* dest, unsigned long size) {
     if (dest == nullptr || result == nullptr) return;
-    // Never read past the blob, whatever the caller asks for.
-    const unsigned long n = size < resultLength ? size : resultLength;
+    // The caller sizes dest; the copy is cut only where the blob itself ends.
+    const unsigned long readable = readableBytes();
+    const unsigned long n = size < readable ? size : readable;
     if (n > 0) std::memcpy(dest, result, n);
 }
 

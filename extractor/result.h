@@ -65,7 +65,15 @@ public:
     std::string algorithmKey;
 
 private:
+    // The byte size of the blob this object allocated or was given, so that
+    // memcpyStructResult can copy what the caller asks for (resultLength may lag behind
+    // setResultNative) without ever reading past the block.
+    void rememberBlob(const void* blob, unsigned long bytes);
+    unsigned long readableBytes() const;
+
     void* decoded_;
+    const void* knownBlob_ = nullptr;
+    unsigned long knownBlobBytes_ = 0;
 };
 
 }  // namespace VQFeature

@@ -66,12 +66,6 @@ TEST(GraphTemplatesTest, EveryTextMatchesTheFixture) {
     }
 }
 
-TEST(GraphTemplatesTest, KindsWithoutTemplateAreEmpty) {
-    for (int kind : {5, 6, 11, 46, 131, -1}) {
-        EXPECT_EQ(conf(kind), "") << kind;
-    }
-}
-
 TEST(GraphTemplatesTest, PetFaceKindsDifferInTheImageModeOnly) {
     const std::string cat = conf(71);
     const std::string dog = conf(95);
@@ -84,13 +78,6 @@ TEST(GraphTemplatesTest, PetFaceKindsDifferInTheImageModeOnly) {
     }
     ASSERT_EQ(differences.size(), 1u);
     EXPECT_EQ(cat.substr(differences[0] - 32, 33), "\"face_pet_detect_use_imagemode\":0");
-}
-
-TEST(GraphTemplatesTest, FaceGraphsNameBothFaceModels) {
-    for (int kind : {4, 8, 9, 10, 30, 130}) {
-        EXPECT_NE(conf(kind).find("\"qm_face\""), std::string::npos) << kind;
-        EXPECT_NE(conf(kind).find("\"qm_face_extra\""), std::string::npos) << kind;
-    }
 }
 
 TEST(GraphTemplatesTest, ClassificationGraphCarries208LabelsAndThresholds) {
@@ -114,12 +101,6 @@ TEST(GraphTemplatesTest, DefaultModelListHas24NamesWithQmSimTwice) {
     EXPECT_EQ(names[14], "qm_sim");
     EXPECT_EQ(names[23], "qm_sim");
     EXPECT_EQ(names[0], "nodehub_c3_300_upgrade");
-}
-
-TEST(GraphTemplatesTest, PostProcessorNamesInOrder) {
-    EXPECT_STREQ(kPostProcessorNames[0], "ClassificationPostProcess_clip128");
-    EXPECT_STREQ(kPostProcessorNames[1], "ClassificationPostProcess_c300");
-    EXPECT_STREQ(kPostProcessorNames[2], "ClassificationPostProcess_relation");
 }
 
 }  // namespace

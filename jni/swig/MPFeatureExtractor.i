@@ -10,6 +10,7 @@
 %{
 #include "cache/cache_adapter.h"
 #include "cache/memory_cache.h"
+#include "cache/sqlite_cache.h"
 #include "extractor/algorithm_types.h"
 #include "extractor/config.h"
 #include "extractor/extractor.h"
@@ -61,6 +62,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %template(VecMultiResult) std::vector<std::shared_ptr<VQFeature::MultiResult>>;
 %include "cache/cache_adapter.h"
 %include "cache/memory_cache.h"
+%include "cache/sqlite_cache.h"
 %include "Vantor/VantorPlatform.h"
 %include "extractor/config.h"
 %template(ErrorPair) std::pair<int, std::string>;

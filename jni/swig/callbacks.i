@@ -8,6 +8,7 @@
 %feature("director") Vantor::VantorAlgorithmInput;
 // The director feature is inherited; the library's own implementations stay native.
 %feature("nodirector") VQFeature::MemoryCache;
+%feature("nodirector") VQFeature::SqliteCache;
 %feature("nodirector") VQFeature::Result;
 %feature("nodirector") VQFeature::MultiResult;
 

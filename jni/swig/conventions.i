@@ -92,7 +92,8 @@ static bool vqfe_BigIntegerToUnsigned(JNIEnv* jenv, jobject number, unsigned lon
 // The one place where C++ exceptions become Java exceptions. A Java exception thrown
 // inside a callback comes back through the engine as Swig::DirectorException; the
 // native method that started the work re-raises the original Java exception. The
-// engine itself throws nothing else on purpose; the remaining handlers only keep a
+// engine itself throws nothing else on purpose (the result store reports I/O failures
+// by exception); the remaining handlers keep a
 // stray C++ exception (bad arguments, memory) from aborting the virtual machine.
 %exception {
   try {
@@ -105,6 +106,10 @@ static bool vqfe_BigIntegerToUnsigned(JNIEnv* jenv, jobject number, unsigned lon
     return $null;
   } catch (const std::bad_alloc& e) {
     SWIG_JavaThrowException(jenv, SWIG_JavaOutOfMemoryError, e.what());
+    return $null;
+  } catch (const std::exception& e) {
+    // e.g. a result store that cannot be opened or written
+    SWIG_JavaThrowException(jenv, SWIG_JavaRuntimeException, e.what());
     return $null;
   }
 }

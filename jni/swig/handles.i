@@ -20,6 +20,7 @@
 %shared_ptr(VQFeature::MultiResult::ResultItem)
 %shared_ptr(VQFeature::CacheAdapter)
 %shared_ptr(VQFeature::MemoryCache)
+%shared_ptr(VQFeature::SqliteCache)
 %shared_ptr(VQFeature::Extractor)
 %shared_ptr(VQFeature::StructResultCopyCallBack)
 %shared_ptr(VQFeature::ByteArrayCallBack)

@@ -1,0 +1,184 @@
+#include "encoding/message_json.h"
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+#include "vqfe_results.pb-c.h"
+
+namespace VQFeature {
+namespace {
+
+void appendEscaped(std::string& out, const char* text) {
+    out += '"';
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+        switch (*p) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            default:
+                if (*p < 0x20) {
+                    char escaped[8];
+                    std::snprintf(escaped, sizeof escaped, "\\u%04x", *p);
+                    out += escaped;
+                } else {
+                    out += static_cast<char>(*p);
+                }
+        }
+    }
+    out += '"';
+}
+
+void appendFloating(std::string& out, double value) {
+    if (!std::isfinite(value)) {
+        out += "null";
+        return;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9g", value);
+    out += text;
+}
+
+void appendMessage(std::string& out, const ProtobufCMessage& message);
+
+// Appends the value of one field element; member points at the element's storage.
+void appendValue(std::string& out, const ProtobufCFieldDescriptor& field, const void* member) {
+    char text[32];
+    switch (field.type) {
+        case PROTOBUF_C_TYPE_INT32:
+        case PROTOBUF_C_TYPE_SINT32:
+        case PROTOBUF_C_TYPE_SFIXED32:
+        case PROTOBUF_C_TYPE_ENUM:
+            std::snprintf(text, sizeof text, "%" PRId32, *static_cast<const int32_t*>(member));
+            out += text;
+            break;
+        case PROTOBUF_C_TYPE_UINT32:
+        case PROTOBUF_C_TYPE_FIXED32:
+            std::snprintf(text, sizeof text, "%" PRIu32, *static_cast<const uint32_t*>(member));
+            out += text;
+            break;
+        case PROTOBUF_C_TYPE_INT64:
+        case PROTOBUF_C_TYPE_SINT64:
+        case PROTOBUF_C_TYPE_SFIXED64:
+            std::snprintf(text, sizeof text, "%" PRId64, *static_cast<const int64_t*>(member));
+            out += text;
+            break;
+        case PROTOBUF_C_TYPE_UINT64:
+        case PROTOBUF_C_TYPE_FIXED64:
+            std::snprintf(text, sizeof text, "%" PRIu64, *static_cast<const uint64_t*>(member));
+            out += text;
+            break;
+        case PROTOBUF_C_TYPE_FLOAT: appendFloating(out, *static_cast<const float*>(member)); break;
+        case PROTOBUF_C_TYPE_DOUBLE: appendFloating(out, *static_cast<const double*>(member)); break;
+        case PROTOBUF_C_TYPE_BOOL: out += *static_cast<const protobuf_c_boolean*>(member) ? "true" : "false"; break;
+        case PROTOBUF_C_TYPE_STRING: {
+            const char* value = *static_cast<char* const*>(member);
+            if (value) appendEscaped(out, value); else out += "null";
+            break;
+        }
+        case PROTOBUF_C_TYPE_BYTES: {
+            const auto* bytes = static_cast<const ProtobufCBinaryData*>(member);
+            out += '[';
+            for (size_t i = 0; i < bytes->len; ++i) {
+                if (i) out += ',';
+                out += std::to_string(bytes->data[i]);
+            }
+            out += ']';
+            break;
+        }
+        case PROTOBUF_C_TYPE_MESSAGE: {
+            const auto* nested = *static_cast<ProtobufCMessage* const*>(member);
+            if (nested) appendMessage(out, *nested); else out += "null";
+            break;
+        }
+    }
+}
+
+size_t elementSize(ProtobufCType type) {
+    switch (type) {
+        case PROTOBUF_C_TYPE_INT64: case PROTOBUF_C_TYPE_SINT64: case PROTOBUF_C_TYPE_SFIXED64:
+        case PROTOBUF_C_TYPE_UINT64: case PROTOBUF_C_TYPE_FIXED64: return 8;
+        case PROTOBUF_C_TYPE_DOUBLE: return sizeof(double);
+        case PROTOBUF_C_TYPE_BOOL: return sizeof(protobuf_c_boolean);
+        case PROTOBUF_C_TYPE_STRING: return sizeof(char*);
+        case PROTOBUF_C_TYPE_BYTES: return sizeof(ProtobufCBinaryData);
+        case PROTOBUF_C_TYPE_MESSAGE: return sizeof(ProtobufCMessage*);
+        default: return 4;
+    }
+}
+
+void appendMessage(std::string& out, const ProtobufCMessage& message) {
+    const ProtobufCMessageDescriptor& descriptor = *message.descriptor;
+    const char* base = reinterpret_cast<const char*>(&message);
+    out += '{';
+    for (unsigned i = 0; i < descriptor.n_fields; ++i) {
+        const ProtobufCFieldDescriptor& field = descriptor.fields[i];
+        if (i) out += ',';
+        appendEscaped(out, field.name);
+        out += ':';
+        if (field.label == PROTOBUF_C_LABEL_REPEATED) {
+            const size_t count = *reinterpret_cast<const size_t*>(base + field.quantifier_offset);
+            const char* items = *reinterpret_cast<char* const*>(base + field.offset);
+            out += '[';
+            for (size_t k = 0; k < count; ++k) {
+                if (k) out += ',';
+                appendValue(out, field, items + k * elementSize(field.type));
+            }
+            out += ']';
+        } else {
+            appendValue(out, field, base + field.offset);
+        }
+    }
+    out += '}';
+}
+
+}  // namespace
+
+std::string messageToJson(const ProtobufCMessage& message) {
+    std::string out;
+    appendMessage(out, message);
+    return out;
+}
+
+const ProtobufCMessageDescriptor* blobDescriptorForKind(int kind) {
+    switch (kind) {
+        case 4: return &c__face_buffer__descriptor;
+        case 7: return &c__skeleton_buffer__descriptor;
+        case 8: return &c__face_verify_buffer__descriptor;
+        case 10: return &c__face_clusting_buffer__descriptor;
+        case 12: return &c__matting_result__descriptor;
+        case 25: return &c__scene_recog_buffer__descriptor;
+        case 29: return &c__similarity_buffer__descriptor;
+        case 30: return &c__after_effect_buffer__descriptor;
+        case 33: return &c__porn_cls_buffer__descriptor;
+        case 46: return &c__face_attribute_buffer__descriptor;
+        case 58: return &c__scene_recog_v3_buffer__descriptor;
+        case 60: return &c__saliency_seg_info__descriptor;
+        case 71: return &c__pet_matting_buffer__descriptor;
+        case 95: return &c__face_pet_detect_buffer__descriptor;
+        case 121:
+        case 130: return &c__nhclassification_buffer__descriptor;
+        default: return nullptr;
+    }
+}
+
+std::string blobToJson(int kind, const void* data, size_t length, std::string* error) {
+    const ProtobufCMessageDescriptor* descriptor = blobDescriptorForKind(kind);
+    if (descriptor == nullptr) {
+        if (error) *error = "no blob format for kind " + std::to_string(kind);
+        return "";
+    }
+    std::unique_ptr<ProtobufCMessage, void (*)(ProtobufCMessage*)> message(
+        protobuf_c_message_unpack(descriptor, nullptr, length, static_cast<const uint8_t*>(data)),
+        [](ProtobufCMessage* m) { protobuf_c_message_free_unpacked(m, nullptr); });
+    if (!message) {
+        if (error) *error = "malformed blob for kind " + std::to_string(kind);
+        return "";
+    }
+    return messageToJson(*message);
+}
+
+}  // namespace VQFeature

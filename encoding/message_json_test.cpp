@@ -1,0 +1,54 @@
+#include "encoding/message_json.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "vqfe_results.pb-c.h"
+
+namespace VQFeature {
+namespace {
+
+TEST(MessageJsonTest, WritesEveryFieldByDescriptor) {
+    CSceneRecogInfo infos[2] = {C__SCENE_RECOG_INFO__INIT, C__SCENE_RECOG_INFO__INIT};
+    char beach[] = "beach \"sunny\"\n";
+    char empty[] = "";
+    infos[0].prob = 0.25f;
+    infos[0].satisfied = 1;
+    infos[0].name = beach;
+    infos[1].prob = NAN;
+    infos[1].name = empty;
+    CSceneRecogInfo* pointers[2] = {&infos[0], &infos[1]};
+    CSceneRecogBuffer buffer = C__SCENE_RECOG_BUFFER__INIT;
+    buffer.n_m_scenerecoginfo = 2;
+    buffer.m_scenerecoginfo = pointers;
+    buffer.m_choose = -1;
+    EXPECT_EQ(messageToJson(buffer.base),
+              R"({"m_SceneRecogInfo":[{"prob":0.25,"satisfied":true,"name":"beach \"sunny\"\n"},)"
+              R"({"prob":null,"satisfied":false,"name":""}],"m_choose":-1})");
+
+    uint32_t features[] = {0, 255};
+    CSimilarityBuffer similarity = C__SIMILARITY_BUFFER__INIT;
+    similarity.n_feature = 2;
+    similarity.feature = features;
+    EXPECT_EQ(messageToJson(similarity.base), R"({"score":0,"feature":[0,255],"clusterIds":[]})");
+}
+
+TEST(MessageJsonTest, BlobsDecodeByKindAndFailuresSayWhy) {
+    CPornClsBuffer porn = C__PORN_CLS_BUFFER__INIT;
+    porn.is_porn = 1;
+    porn.confidence = 0.5f;
+    std::vector<uint8_t> blob(c__porn_cls_buffer__get_packed_size(&porn));
+    c__porn_cls_buffer__pack(&porn, blob.data());
+    std::string error;
+    EXPECT_EQ(blobToJson(33, blob.data(), blob.size(), &error), R"({"is_porn":true,"confidence":0.5})");
+    EXPECT_EQ(blobToJson(9, blob.data(), blob.size(), &error), "");
+    EXPECT_EQ(error, "no blob format for kind 9");
+    EXPECT_EQ(blobToJson(4, blob.data(), blob.size(), &error), "");
+    EXPECT_EQ(error, "malformed blob for kind 4");
+    EXPECT_EQ(blobDescriptorForKind(130), blobDescriptorForKind(121));
+}
+
+}  // namespace
+}  // namespace VQFeature

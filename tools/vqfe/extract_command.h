@@ -1,0 +1,29 @@
+// `vqfe extract`: runs algorithm kinds over photos through the Extractor and prints one
+// JSON object per image and kind.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tools/vqfe/kinds.h"
+
+namespace vqfe {
+
+struct ExtractOptions {
+    std::vector<Kind> kinds;          // one kind: a single-kind request; several: one graph
+    std::string graphFile;            // replaces the built-in graph(s) when set
+    std::string modelDir;
+    std::string frameworkConfig;
+    std::string storePath;            // SqliteCache used as both caches when set
+    std::string drawDir;              // annotated PNGs when set
+    int jobs = 1;                     // extractors side by side, each with its own framework
+    bool summary = false;             // human summary on standard error at the end
+    std::vector<std::string> inputs;  // files and directories
+};
+
+// Returns the process exit code: 0 when every image was processed (per-image failures
+// included, they are reported in the output), 1 when nothing could run, 2 for usage.
+int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace vqfe

@@ -1,0 +1,198 @@
+// The extract command end to end over the sample photos with the open framework.
+#include "tools/vqfe/extract_command.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "Korvid/Diagnostics.h"
+
+namespace vqfe {
+namespace {
+
+// A strict JSON syntax check (objects, arrays, strings, numbers, literals).
+class JsonChecker {
+public:
+    explicit JsonChecker(const std::string& text) : s_(text) {}
+    bool valid() { return value() && (skip(), pos_ == s_.size()); }
+
+private:
+    void skip() { while (pos_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[pos_]))) ++pos_; }
+    bool eat(char c) { return skip(), pos_ < s_.size() && s_[pos_] == c ? (++pos_, true) : false; }
+    bool literal(const char* word) {
+        const std::string w(word);
+        if (s_.compare(pos_, w.size(), w) != 0) return false;
+        pos_ += w.size();
+        return true;
+    }
+    bool string() {
+        if (!eat('"')) return false;
+        while (pos_ < s_.size() && s_[pos_] != '"') {
+            if (static_cast<unsigned char>(s_[pos_]) < 0x20) return false;
+            pos_ += s_[pos_] == '\\' ? 2 : 1;
+        }
+        return pos_++ < s_.size();
+    }
+    bool number() {
+        const size_t start = pos_;
+        if (pos_ < s_.size() && s_[pos_] == '-') ++pos_;
+        while (pos_ < s_.size() && (std::isdigit(static_cast<unsigned char>(s_[pos_])) || std::strchr(".eE+-", s_[pos_]))) ++pos_;
+        return pos_ > start;
+    }
+    bool value() {
+        skip();
+        if (pos_ >= s_.size()) return false;
+        switch (s_[pos_]) {
+            case '{':
+                ++pos_;
+                if (eat('}')) return true;
+                do {
+                    if (!string() || !eat(':') || !value()) return false;
+                } while (eat(','));
+                return eat('}');
+            case '[':
+                ++pos_;
+                if (eat(']')) return true;
+                do {
+                    if (!value()) return false;
+                } while (eat(','));
+                return eat(']');
+            case '"': return string();
+            case 't': return literal("true");
+            case 'f': return literal("false");
+            case 'n': return literal("null");
+            default: return number();
+        }
+    }
+    const std::string& s_;
+    size_t pos_ = 0;
+};
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// The line of one image and kind, or "".
+std::string lineFor(const std::vector<std::string>& lines, const std::string& image, const std::string& kind) {
+    for (const auto& line : lines) {
+        if (line.find("\"image\":\"samples/" + image + "\"") != std::string::npos &&
+            line.find("\"name\":\"" + kind + "\"") != std::string::npos) {
+            return line;
+        }
+    }
+    return "";
+}
+
+class ExtractCommandTest : public testing::Test {
+protected:
+    void SetUp() override {
+        char dir[] = "/tmp/vqfe_cli_XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        dir_ = dir;
+        options_.modelDir = VQFE_BUILD_DIR "/models";
+        options_.frameworkConfig = VQFE_BUILD_DIR "/share/vqfe/framework.json";
+    }
+    void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
+
+    int run(std::string* out, std::string* err) {
+        std::ostringstream o, e;
+        const int code = runExtract(options_, o, e);
+        *out = o.str();
+        *err = e.str();
+        return code;
+    }
+
+    std::string dir_;
+    ExtractOptions options_;
+};
+
+TEST_F(ExtractCommandTest, EveryKindOverTheSamplesThenTheStoreAnswersWithoutTheFramework) {
+    for (const Kind& kind : kindsWithBlobs()) options_.kinds.push_back(kind);
+    options_.storePath = dir_ + "/results.db";
+    options_.drawDir = dir_ + "/pictures";
+    options_.inputs = {"samples"};
+    options_.jobs = 2;
+    std::string first, err;
+    ASSERT_EQ(run(&first, &err), 0) << err;
+    const auto lines = linesOf(first);
+    ASSERT_EQ(lines.size(), 5 * options_.kinds.size());
+    for (const auto& line : lines) {
+        EXPECT_TRUE(JsonChecker(line).valid()) << line;
+        EXPECT_EQ(line.find("\"error\""), std::string::npos) << line;
+    }
+    for (const char* portrait : {"astronaut.jpg", "grace_hopper.jpg"}) {
+        EXPECT_NE(lineFor(lines, portrait, "face").find("\"m_faceBaseInfos\":[{"), std::string::npos) << portrait;
+    }
+    EXPECT_NE(lineFor(lines, "chelsea.jpg", "pet-face").find("\"m_facePetInfos\":[{"), std::string::npos);
+    EXPECT_NE(lineFor(lines, "coffee.jpg", "face").find("\"m_faceBaseInfos\":[]"), std::string::npos);
+    for (const char* picture : {"astronaut", "chelsea", "coffee", "grace_hopper", "rocket"}) {
+        EXPECT_EQ(access((options_.drawDir + "/" + picture + ".png").c_str(), R_OK), 0) << picture;
+    }
+
+    Korvid::resetExecuteCounters();
+    std::string second;
+    ASSERT_EQ(run(&second, &err), 0) << err;
+    EXPECT_EQ(Korvid::maxConcurrentExecutes(), 0);  // nothing reached the framework
+    const auto again = linesOf(second);
+    ASSERT_EQ(again.size(), lines.size());
+    for (const auto& line : again) EXPECT_NE(line.find("\"store\":true"), std::string::npos) << line;
+    for (const char* image : {"astronaut.jpg", "chelsea.jpg"}) {
+        for (const char* kind : {"face", "pet-face", "classification", "c300", "saliency"}) {
+            auto stripTiming = [](std::string line) {
+                return line.erase(line.find(",\"store\""), line.find(",\"result\"") - line.find(",\"store\""));
+            };
+            EXPECT_EQ(stripTiming(lineFor(again, image, kind)), stripTiming(lineFor(lines, image, kind)));
+        }
+    }
+}
+
+TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
+    const std::string notImage = dir_ + "/notes.jpg";
+    std::ofstream(notImage) << "not a picture";
+    const std::string unreadable = "/proc/self/mem";  // exists, but reading it from the start fails
+    options_.kinds = {*parseKind("face")};
+    options_.inputs = {notImage, unreadable, "samples/astronaut.jpg", dir_ + "/missing.png"};
+    std::string out, err;
+    ASSERT_EQ(run(&out, &err), 0) << err;
+    const auto lines = linesOf(out);
+    ASSERT_EQ(lines.size(), 3u) << out;
+    EXPECT_NE(lines[0].find("is not a JPEG or PNG image"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[1].find("cannot read"), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find("\"m_faceBaseInfos\":[{"), std::string::npos) << lines[2];
+    EXPECT_NE(err.find("no such file or directory: " + dir_ + "/missing.png"), std::string::npos) << err;
+
+    const std::string empty = dir_ + "/empty";
+    ASSERT_EQ(mkdir(empty.c_str(), 0755), 0);
+    options_.inputs = {empty};
+    EXPECT_EQ(run(&out, &err), 1);
+    EXPECT_NE(err.find("no JPEG or PNG images in " + empty), std::string::npos) << err;
+}
+
+TEST_F(ExtractCommandTest, CorruptStoreIsRefusedAndKeptAsItWas) {
+    const std::string store = dir_ + "/results.db";
+    const std::string garbage(8192, 'x');
+    std::ofstream(store, std::ios::binary) << garbage;
+    options_.kinds = {*parseKind("face")};
+    options_.storePath = store;
+    options_.inputs = {"samples/astronaut.jpg"};
+    std::string out, err;
+    EXPECT_EQ(run(&out, &err), 1);
+    EXPECT_TRUE(out.empty()) << out;
+    EXPECT_NE(err.find("result store " + store), std::string::npos) << err;
+    std::ifstream in(store, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), garbage);
+}
+
+}  // namespace
+}  // namespace vqfe

@@ -1,0 +1,64 @@
+#include "tools/vqfe/graph_merge.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace vqfe {
+namespace {
+
+// Two graphs sharing an identical source node and a same-named node that differs.
+const char* const kFaces =
+    R"({"version":"1.0","mode":2,"nodes":[{"name":"input_0","type":"imageProducer"},)"
+    R"({"name":"face_0","type":"face","config":{"keymaps":{"intParam":{"face_max_num":5,"face_detect_mode":0x40000,},}}}],)"
+    R"("links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0}]})";
+const char* const kVerify =
+    R"({"version":"1.0","mode":2,"nodes":[{"name":"input_0","type":"imageProducer"},)"
+    R"({"name":"face_0","type":"face","config":{"keymaps":{"intParam":{"face_max_num":10}}}},)"
+    R"({"name":"face_verify_0","type":"face_verify"}],)"
+    R"("links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0},)"
+    R"({"fromNode":"face_0","fromIndex":0,"toNode":"face_verify_0","toIndex":1}]})";
+
+TEST(GraphMergeTest, SharesIdenticalNodesAndRenamesClashingOnesWithTheirLinks) {
+    const std::string merged = mergeGraphs({kFaces, kVerify});
+    EXPECT_EQ(merged,
+              R"({"version":"1.0","mode":2,"nodes":[{"name":"input_0","type":"imageProducer"},)"
+              R"({"name":"face_0","type":"face","config":{"keymaps":{"intParam":{"face_max_num":5,"face_detect_mode":0x40000,},}}},)"
+              R"({"name":"face_0_1","type":"face","config":{"keymaps":{"intParam":{"face_max_num":10}}}},)"
+              R"({"name":"face_verify_0","type":"face_verify"}],)"
+              R"("links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0},)"
+              R"({"fromNode":"input_0","fromIndex":0,"toNode":"face_0_1","toIndex":0},)"
+              R"({"fromNode":"face_0_1","fromIndex":0,"toNode":"face_verify_0","toIndex":1}]})");
+    EXPECT_EQ(mergeGraphs({kFaces, kFaces}), mergeGraphs({kFaces}));
+}
+
+TEST(GraphMergeTest, ANodeFedByARenamedNodeIsNotShared) {
+    // Same verify node in both graphs, but fed by different face nodes: sharing it would
+    // link its slot 1 twice.
+    const std::string verifyOther = renameNode(kVerify, "input_0", "input_0");  // same text
+    const std::string faces10 =
+        R"({"version":"1.0","mode":2,"nodes":[{"name":"input_0","type":"imageProducer"},)"
+        R"({"name":"face_0","type":"face","config":{"keymaps":{"intParam":{"face_max_num":3}}}},)"
+        R"({"name":"face_verify_0","type":"face_verify"}],)"
+        R"("links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0},)"
+        R"({"fromNode":"face_0","fromIndex":0,"toNode":"face_verify_0","toIndex":1}]})";
+    const std::string merged = mergeGraphs({verifyOther, faces10});
+    EXPECT_NE(merged.find(R"({"fromNode":"face_0_1","fromIndex":0,"toNode":"face_verify_0_1","toIndex":1})"),
+              std::string::npos)
+        << merged;
+    EXPECT_EQ(merged.find(R"({"fromNode":"face_0_1","fromIndex":0,"toNode":"face_verify_0","toIndex":1})"),
+              std::string::npos);
+}
+
+TEST(GraphMergeTest, RenamesANodeEverywhereAndRejectsWhatIsNotAGraph) {
+    const std::string renamed = renameNode(kVerify, "face_0", "detector");
+    EXPECT_EQ(renamed.find("\"face_0\""), std::string::npos);
+    EXPECT_NE(renamed.find(R"({"fromNode":"detector","fromIndex":0,"toNode":"face_verify_0","toIndex":1})"),
+              std::string::npos);
+    EXPECT_THROW(mergeGraphs({"not json"}), std::invalid_argument);
+    EXPECT_THROW(mergeGraphs({R"({"nodes":[]})"}), std::invalid_argument);  // no links
+    EXPECT_THROW(renameNode(R"({"nodes":[{"name":1}],"links":[]})", "a", "b"), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace vqfe

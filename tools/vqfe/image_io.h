@@ -1,0 +1,29 @@
+// Reading photos for the tool: file bytes, their content hash (the asset id, so a
+// renamed file still hits the store) and the decoded RGBA pixels the app would hand over.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "extractor/image_buffer.h"
+
+namespace vqfe {
+
+struct LoadedImage {
+    std::string path;
+    std::string assetId;                             // md5 of the file's bytes
+    std::shared_ptr<VQFeature::ImageBuffer> buffer;  // RGBA8888, format 0
+};
+
+// Reads and decodes a JPEG or PNG file. On failure returns nullopt and says why in
+// *error ("cannot read", "not a JPEG or PNG image").
+std::optional<LoadedImage> loadImage(const std::string& path, std::string* error);
+
+// The image files named by the arguments: files as given, directories searched
+// (recursively, sorted) for .jpg/.jpeg/.png. Unreadable arguments are reported in
+// *problems and skipped.
+std::vector<std::string> collectImages(const std::vector<std::string>& arguments, std::vector<std::string>* problems);
+
+}  // namespace vqfe

@@ -1,0 +1,37 @@
+#include "tools/vqfe/progress.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace vqfe {
+
+Progress::Progress(size_t total) : total_(total), enabled_(total > 5 && isatty(STDERR_FILENO)) {}
+
+Progress::~Progress() {
+    if (enabled_) std::fputs("\n", stderr);
+}
+
+void Progress::advance() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++done_;
+    if (!enabled_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (done_ < total_ && now - lastDraw_ < std::chrono::milliseconds(100)) return;
+    lastDraw_ = now;
+    draw();
+}
+
+void Progress::draw() {
+    constexpr int kWidth = 30;
+    const int filled = static_cast<int>(kWidth * done_ / total_);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    const double rate = seconds > 0 ? done_ / seconds : 0;
+    char bar[kWidth + 1];
+    for (int i = 0; i < kWidth; ++i) bar[i] = i < filled ? '#' : '.';
+    bar[kWidth] = '\0';
+    std::fprintf(stderr, "\r[%s] %zu/%zu  %.1f images/s", bar, done_, total_, rate);
+    std::fflush(stderr);
+}
+
+}  // namespace vqfe

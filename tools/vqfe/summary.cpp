@@ -1,0 +1,61 @@
+#include "tools/vqfe/summary.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+namespace vqfe {
+
+void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
+                  const std::string& error) {
+    DecodedBlobs decoded(blobs);
+    Row row;
+    row.path = path;
+    if (const auto* faces = decoded.faces()) row.faces = static_cast<int>(faces->n_m_facebaseinfos);
+    if (const auto* pets = decoded.pets()) row.pets = static_cast<int>(pets->n_m_facepetinfos);
+    for (const auto& [label, score] : decoded.topLabels(3)) {
+        char text[160];
+        std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", label.c_str(), score);
+        row.labels += text;
+    }
+    row.fromStore = fromStore;
+    row.milliseconds = milliseconds;
+    row.error = error;
+    std::lock_guard<std::mutex> lock(mutex_);
+    rows_.push_back(row);
+}
+
+void Summary::addFailure(const std::string& path, const std::string& error) {
+    Row row;
+    row.path = path;
+    row.error = error;
+    std::lock_guard<std::mutex> lock(mutex_);
+    rows_.push_back(row);
+}
+
+void Summary::print(std::ostream& out, double seconds) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<Row> rows = rows_;
+    std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.path < b.path; });
+    int fromStore = 0, failed = 0;
+    for (const Row& row : rows) {
+        char line[512];
+        std::snprintf(line, sizeof line, "%-28s %9.1f ms  %-6s", std::filesystem::path(row.path).filename().c_str(),
+                      row.milliseconds, row.fromStore ? "store" : "ran");
+        out << line;
+        if (row.faces >= 0) out << "  faces: " << row.faces;
+        if (row.pets >= 0) out << "  pet faces: " << row.pets;
+        if (!row.labels.empty()) out << "  labels: " << row.labels;
+        if (!row.error.empty()) out << "  error: " << row.error;
+        out << "\n";
+        fromStore += row.fromStore;
+        failed += !row.error.empty();
+    }
+    char totals[256];
+    std::snprintf(totals, sizeof totals,
+                  "%zu images in %.2f s (%.1f ms per image), %d answered from the store, %d with errors\n",
+                  rows.size(), seconds, rows.empty() ? 0.0 : 1000.0 * seconds / rows.size(), fromStore, failed);
+    out << totals;
+}
+
+}  // namespace vqfe
