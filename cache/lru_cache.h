@@ -11,7 +11,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
 #include <unordered_map>
+#include <utility>
 
 namespace VQFeature {
 
@@ -19,7 +23,7 @@ namespace VQFeature {
 template <typename K, typename V>
 class CacheNode {
 public:
-    CacheNode(const K& key, const V& value) : key(key), value(value) {}
+    CacheNode(K key, const V& value) : key(std::move(key)), value(value) {}
 
     K key;                        // private copy of the index key
     V value;
@@ -45,7 +49,7 @@ public:
 
     // The value stored under key, promoted to most recent; an empty V on a miss.
     V get(const K& key) {
-        auto found = index.find(key);
+        auto found = index.find(IndexKey(key));
         if (found == index.end()) {
             return V();
         }
@@ -55,22 +59,22 @@ public:
 
     // Stores value under key as the most recent entry. Replacing an existing key never
     // evicts; a new key evicts the least recent entry first when the cache is full.
-    void set(const K& key, const V& value) {
-        auto found = index.find(key);
+    void set(K key, const V& value) {
+        auto found = index.find(IndexKey(key));
         if (found != index.end()) {
             found->second->value = value;
             promote(found->second);
             return;
         }
-        Node* node = new Node(key, value);
+        Node* node = new Node(std::move(key), value);
         if (index.size() >= static_cast<size_t>(static_cast<int64_t>(capacity)) && tail != nullptr) {
             Node* evicted = tail;
             unlink(evicted);
-            index.erase(evicted->key);
+            index.erase(IndexKey(evicted->key));
             delete evicted;
         }
         linkAtHead(node);
-        index.emplace(node->key, node);
+        index.emplace(IndexKey(node->key), node);
     }
 
     // Forgets every entry.
@@ -90,6 +94,11 @@ public:
     const Node* oldest() const { return tail; }
 
 private:
+    // String keys are indexed by a view of the node's own copy, so each key is stored
+    // once and a lookup needs no copy of it. Nodes never move, so the views stay valid
+    // while their node is indexed.
+    using IndexKey = std::conditional_t<std::is_same_v<K, std::string>, std::string_view, K>;
+
     void unlink(Node* node) {
         if (node->prev != nullptr) {
             node->prev->next = node->next;
@@ -125,7 +134,7 @@ private:
     int capacity;
     Node* head = nullptr;
     Node* tail = nullptr;
-    std::unordered_map<K, Node*> index;
+    std::unordered_map<IndexKey, Node*> index;
 };
 
 }  // namespace VQFeature

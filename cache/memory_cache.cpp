@@ -14,7 +14,7 @@ std::vector<std::shared_ptr<Result>> MemoryCache::query(const std::shared_ptr<In
         if (!resource) {
             continue;
         }
-        if (auto hit = cache_.get(resource->assetId + key)) {
+        if (auto hit = cache_.get(lookupKey(resource->assetId, key))) {
             hits.push_back(std::move(hit));
         }
     }
@@ -22,7 +22,14 @@ std::vector<std::shared_ptr<Result>> MemoryCache::query(const std::shared_ptr<In
 }
 
 std::shared_ptr<Result> MemoryCache::query(const std::string& assetId, const std::string& algorithmKey) {
-    return cache_.get(assetId + algorithmKey);
+    return cache_.get(lookupKey(assetId, algorithmKey));
+}
+
+const std::string& MemoryCache::lookupKey(const std::string& assetId, const std::string& algorithmKey) {
+    // One buffer for every lookup: after the first few queries no key costs an allocation.
+    lookupKey_.assign(assetId);
+    lookupKey_ += algorithmKey;
+    return lookupKey_;
 }
 
 void MemoryCache::save(const std::vector<std::shared_ptr<Result>>& results) {

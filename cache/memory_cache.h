@@ -31,7 +31,11 @@ public:
     void clearAll() override;
 
 private:
+    // asset id + algorithm key in a buffer kept between lookups.
+    const std::string& lookupKey(const std::string& assetId, const std::string& algorithmKey);
+
     LRUCache<std::string, std::shared_ptr<Result>> cache_;
+    std::string lookupKey_;
 };
 
 }  // namespace VQFeature

@@ -1,5 +1,7 @@
 #include "encoding/decode_helpers.h"
 
+#include "encoding/message_unpack.h"
+
 namespace {
 
 // protobuf-c accepts a field number 0 when its tag is written in more than one byte
@@ -29,19 +31,19 @@ bool hasFieldNumberZero(const ProtobufCMessage* message) {
 
 }  // namespace
 
-// Each pair forwards to the generated unpack / free_unpacked with the default
-// allocator. A null blob is no blob: its _alloc gives null without reading; a blob
-// naming field number 0 is malformed and gives null too.
-#define VQFE_DEFINE_DECODE_PAIR(name, type, prefix)                     \
-    type* name##_alloc(const uint8_t* data, size_t length) {            \
-        if (data == NULL) return NULL;                                  \
-        type* message = prefix##unpack(NULL, length, data);             \
-        if (message != NULL && hasFieldNumberZero(&message->base)) {    \
-            prefix##free_unpacked(message, NULL);                       \
-            return NULL;                                                \
-        }                                                               \
-        return message;                                                 \
-    }                                                                   \
+// Each pair unpacks with the default allocator (in one pass, see message_unpack.h) and
+// frees with the generated free_unpacked. A null blob is no blob: its _alloc gives
+// null without reading; a blob naming field number 0 is malformed and gives null too.
+#define VQFE_DEFINE_DECODE_PAIR(name, type, prefix)                                                       \
+    type* name##_alloc(const uint8_t* data, size_t length) {                                              \
+        if (data == NULL) return NULL;                                                                    \
+        type* message = reinterpret_cast<type*>(VQFeature::unpackMessage(&prefix##descriptor, length, data)); \
+        if (message != NULL && hasFieldNumberZero(&message->base)) {                                      \
+            prefix##free_unpacked(message, NULL);                                                         \
+            return NULL;                                                                                  \
+        }                                                                                                 \
+        return message;                                                                                   \
+    }                                                                                                     \
     void name##_free(type* message) { prefix##free_unpacked(message, NULL); }
 
 VQFE_DEFINE_DECODE_PAIR(after_effect_buffer, CAfterEffectBuffer, c__after_effect_buffer__)

@@ -1,5 +1,7 @@
 #include "extractor/input.h"
 
+#include <utility>
+
 #include "vantor/md5.h"
 
 namespace VQFeature {
@@ -20,11 +22,17 @@ Input::Input(const ResourceList& resList, const std::string& algorithmConf, cons
       type(type) {}
 
 std::string Input::algorithmKey(Vantor::AlgorithmType /*ignored: the request's own type is hashed*/) const {
-    std::string text = algorithmConf + "|" + std::to_string(static_cast<int>(type)) + "|";
-    for (const auto& [name, value] : intParams) text += name + ":" + std::to_string(value);
-    for (const auto& [name, value] : floatParams) text += name + ":" + std::to_string(value);
-    for (const auto& [name, value] : stringParams) text += name + ":" + value;
-    return md5(text);
+    // Appended piece by piece into one buffer: the graph text can be ten kilobytes.
+    std::string text;
+    text.reserve(algorithmConf.size() + 256);
+    auto entry = [&text](const std::string& name, const std::string& value) {
+        text.append(name).append(1, ':').append(value);
+    };
+    text.append(algorithmConf).append(1, '|').append(std::to_string(static_cast<int>(type))).append(1, '|');
+    for (const auto& [name, value] : intParams) entry(name, std::to_string(value));
+    for (const auto& [name, value] : floatParams) entry(name, std::to_string(value));
+    for (const auto& [name, value] : stringParams) entry(name, value);
+    return md5(std::move(text));
 }
 
 MultiAlgorithmInput::MultiAlgorithmInput(const ResourceList& resList, const std::string& algorithmConf,
