@@ -220,19 +220,18 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
         auto r = thrown("java.lang.NullPointerException");
         return std::make_pair(r.first + (h == 0 ? ", handle 0" : ", a handle"), r.second && h == 0);
     });
-    row("null array for `Result.memcpyStructResult`", "`Result_memcpyStructResult`", [&] {
+    auto withResult = [&](const std::function<void(jlong)>& use) {
         jlong h = N(new_1Result_1_1SWIG_10)(env, nullptr);
-        N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, nullptr);
-        auto r = thrown("", "nothing copied, no exception");
+        use(h);
         N(delete_1Result)(env, nullptr, h);
-        return r;
+    };
+    row("null array for `Result.memcpyStructResult`", "`Result_memcpyStructResult`", [&] {
+        withResult([&](jlong h) { N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, nullptr); });
+        return thrown("", "nothing copied, no exception");
     });
     row("null array for `Result.setResultNative`", "`Result_setResultNative`", [&] {
-        jlong h = N(new_1Result_1_1SWIG_10)(env, nullptr);
-        N(Result_1setResultNative)(env, nullptr, h, nullptr, nullptr);
-        auto r = thrown("", "a zero-length block is stored, no exception");
-        N(delete_1Result)(env, nullptr, h);
-        return r;
+        withResult([&](jlong h) { N(Result_1setResultNative)(env, nullptr, h, nullptr, nullptr); });
+        return thrown("", "a zero-length block is stored, no exception");
     });
     row("0 handle to `delete_Result`", "`delete_Result`", [&] {
         N(delete_1Result)(env, nullptr, 0);
