@@ -6,10 +6,10 @@
 #include <functional>
 #include <map>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
+#include "extractor/testing/rgba_image.h"
 #include "vantor/cover_util.h"
 #include "vantor/testing/temp_dir.h"
 
@@ -20,16 +20,8 @@ using Vantor::AlgorithmType;
 
 // A testdata photograph as an RGBA8888 resource.
 std::shared_ptr<Resource> photo(const std::string& file, const std::string& assetId) {
-    cv::Mat bgr = cv::imread(std::string(VQFE_SOURCE_DIR) + "/testdata/" + file, cv::IMREAD_COLOR);
-    cv::Mat rgba;
-    cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
-    auto buffer = std::make_shared<ImageBuffer>();
-    buffer->width = rgba.cols;
-    buffer->height = rgba.rows;
-    buffer->format = 0;
-    buffer->length = rgba.total() * rgba.elemSize();
-    buffer->setData(reinterpret_cast<const char*>(rgba.data), buffer->length);
-    return std::make_shared<Resource>(assetId, file, buffer);
+    const cv::Mat bgr = cv::imread(std::string(VQFE_SOURCE_DIR) + "/testdata/" + file, cv::IMREAD_COLOR);
+    return std::make_shared<Resource>(assetId, file, testing::rgbaImage(bgr));
 }
 
 class FrameworkExtractorTest : public ::testing::Test {

@@ -21,7 +21,7 @@
 
 #include "extractor/extractor.h"
 #include "reliability/testing/fake_jni.h"
-#include "reliability/testing/rgba_image.h"
+#include "extractor/testing/rgba_image.h"
 #include "vantor/cover_util.h"
 #include "vantor/testing/temp_dir.h"
 

@@ -18,7 +18,7 @@
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
-#include "reliability/testing/rgba_image.h"
+#include "extractor/testing/rgba_image.h"
 #include "vantor/cover_util.h"
 #include "vantor/testing/temp_dir.h"
 
