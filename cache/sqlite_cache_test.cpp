@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "extractor/algorithm_types.h"
+#include "vantor/testing/temp_dir.h"
 
 namespace VQFeature {
 namespace {
@@ -31,16 +32,9 @@ std::string blobOf(const std::shared_ptr<Result>& result) {
 
 class SqliteCacheTest : public testing::Test {
 protected:
-    void SetUp() override {
-        char dir[] = "/tmp/vqfe_store_XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        dir_ = dir;
-        path_ = dir_ + "/results.db";
-    }
-    void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
-
-    std::string dir_;
-    std::string path_;
+    TempDir temp_;
+    const std::string dir_ = temp_.path();
+    const std::string path_ = dir_ + "/results.db";
 };
 
 TEST_F(SqliteCacheTest, StoresCopiesAndAnswersAfterReopening) {

@@ -137,6 +137,12 @@ void appendMessage(std::string& out, const ProtobufCMessage& message) {
 
 }  // namespace
 
+std::string jsonQuoted(const std::string& text) {
+    std::string out;
+    appendEscaped(out, text.c_str());
+    return out;
+}
+
 std::string messageToJson(const ProtobufCMessage& message) {
     std::string out;
     appendMessage(out, message);

@@ -14,6 +14,9 @@ namespace VQFeature {
 // infinities (which JSON cannot hold) are written as null.
 std::string messageToJson(const ProtobufCMessage& message);
 
+// text as a JSON string literal, quotes included.
+std::string jsonQuoted(const std::string& text);
+
 // The descriptor of the blob message of an algorithm kind (4 face, 121/130
 // classification, ...), or null for a kind without blobs.
 const ProtobufCMessageDescriptor* blobDescriptorForKind(int kind);

@@ -33,19 +33,6 @@ constexpr size_t kBatchSize = 16;
 using VQFeature::CacheAdapter;
 using VQFeature::Extractor;
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') out += '\\', out += static_cast<char>(c);
-        else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else out += static_cast<char>(c);
-    }
-    return out + "\"";
-}
-
 // The graph of one kind: its built-in template, with the post-processor renamed to the
 // output-node name for a string kind.
 std::string graphOfKind(const Kind& kind) {
@@ -183,13 +170,13 @@ private:
 };
 
 void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, std::ostream& out) {
-    const std::string head = "{\"image\":" + jsonString(outcome.image.path) +
-                             ",\"asset\":" + jsonString(outcome.image.assetId);
+    const std::string head = "{\"image\":" + VQFeature::jsonQuoted(outcome.image.path) +
+                             ",\"asset\":" + VQFeature::jsonQuoted(outcome.image.assetId);
     char timing[64];
     std::snprintf(timing, sizeof timing, ",\"store\":%s,\"ms\":%.2f", outcome.fromStore ? "true" : "false",
                   outcome.milliseconds);
     for (const Kind& kind : options.kinds) {
-        std::string line = head + ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + jsonString(kind.name) + timing;
+        std::string line = head + ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + VQFeature::jsonQuoted(kind.name) + timing;
         auto found = outcome.blobs.find(kind.name);
         std::string error;
         std::string json;
@@ -201,9 +188,9 @@ void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, st
         else line += ",\"result\":null";
         if (outcome.error.first != 0 || !outcome.error.second.empty()) {
             line += ",\"error\":{\"code\":" + std::to_string(outcome.error.first) +
-                    ",\"message\":" + jsonString(outcome.error.second) + "}";
+                    ",\"message\":" + VQFeature::jsonQuoted(outcome.error.second) + "}";
         } else if (!error.empty()) {
-            line += ",\"error\":{\"code\":0,\"message\":" + jsonString(error) + "}";
+            line += ",\"error\":{\"code\":0,\"message\":" + VQFeature::jsonQuoted(error) + "}";
         } else if (json.empty() && kind.number == 9) {
             line += ",\"note\":\"kind 9 has no blob format\"";
         }
@@ -212,7 +199,7 @@ void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, st
 }
 
 void printFailure(const std::string& path, const std::string& message, std::ostream& out) {
-    out << "{\"image\":" << jsonString(path) << ",\"error\":{\"code\":-1,\"message\":" << jsonString(message) << "}}\n";
+    out << "{\"image\":" << VQFeature::jsonQuoted(path) << ",\"error\":{\"code\":-1,\"message\":" << VQFeature::jsonQuoted(message) << "}}\n";
 }
 
 }  // namespace

@@ -7,13 +7,13 @@
 #include <sys/stat.h>
 
 #include <cctype>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
 #include "Korvid/Diagnostics.h"
+#include "vantor/testing/temp_dir.h"
 
 namespace vqfe {
 namespace {
@@ -97,13 +97,9 @@ std::string lineFor(const std::vector<std::string>& lines, const std::string& im
 class ExtractCommandTest : public testing::Test {
 protected:
     void SetUp() override {
-        char dir[] = "/tmp/vqfe_cli_XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        dir_ = dir;
         options_.modelDir = VQFE_BUILD_DIR "/models";
         options_.frameworkConfig = VQFE_BUILD_DIR "/share/vqfe/framework.json";
     }
-    void TearDown() override { std::system(("rm -rf " + dir_).c_str()); }
 
     int run(std::string* out, std::string* err) {
         std::ostringstream o, e;
@@ -113,7 +109,8 @@ protected:
         return code;
     }
 
-    std::string dir_;
+    VQFeature::TempDir temp_;
+    const std::string dir_ = temp_.path();
     ExtractOptions options_;
 };
 
