@@ -1,0 +1,277 @@
+#!/usr/bin/env python3
+"""Scores `vqfe extract` results against scripts/quality-labels.tsv and prints one table of
+figures per analysis (docs/quality.md says what each one means).
+
+usage: quality_table.py [--markdown] [--photos] LABELS RESULTS.jsonl
+
+RESULTS holds one JSON object per image and kind, as `vqfe extract` prints them. A kind that
+failed or gave no result on a photo is counted as such, never as a finding.
+"""
+import json
+import math
+import os
+import sys
+from itertools import combinations
+
+from quality_labels import read_labels
+
+KINDS = {4: "face", 7: "skeleton", 8: "face-verify", 10: "face-cluster", 25: "scene", 46: "face-attribute",
+         95: "pet-face", 121: "classification"}
+
+
+def load_results(path):
+    """{photo name: {kind: result or None}}; None where the kind failed or returned nothing."""
+    results = {}
+    with open(path, encoding="utf-8") as lines:
+        for line in lines:
+            entry = json.loads(line)
+            if entry.get("kind") not in KINDS:
+                continue
+            name = os.path.splitext(os.path.basename(entry["image"]))[0]
+            result = entry.get("result") if not entry.get("error") else None
+            results.setdefault(name, {})[entry["kind"]] = result
+    return results
+
+
+def cosine(a, b):
+    dot = sum(x * y for x, y in zip(a, b))
+    norms = math.sqrt(sum(x * x for x in a)) * math.sqrt(sum(y * y for y in b))
+    return dot / norms if norms else 0.0
+
+
+def top_labels(result, count):
+    """The classification's labels, highest confidence first (ties in the order returned)."""
+    labels = result.get("m_labels") or []
+    infos = result.get("m_classificationInfos") or []
+    if not infos:
+        return []
+    pairs = [(labels[i] if 0 <= i < len(labels) else "class %d" % i, c)
+             for i, c in zip(infos[0].get("id", []), infos[0].get("confidence", []))]
+    pairs.sort(key=lambda pair: -pair[1])
+    return pairs[:count]
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, analysis, figure, value, note=""):
+        self.rows.append((analysis, figure, value, note))
+
+    def print(self, markdown):
+        if markdown:
+            print("| Analysis | Figure | Measured | Note |")
+            print("|---|---|---|---|")
+            for row in self.rows:
+                print("| " + " | ".join(row) + " |")
+            return
+        widths = [max(len(row[i]) for row in self.rows) for i in range(3)]
+        for row in self.rows:
+            print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)) + ("  " + row[3] if row[3] else ""))
+
+
+def of(count, total):
+    return "%d of %d" % (count, total) if total else "none labelled"
+
+
+def missing_note(photos, results, kind):
+    missing = [p["name"] for p in photos if results.get(p["name"], {}).get(kind) is None]
+    return "no result on %d photos" % len(missing) if missing else ""
+
+
+def score_faces(table, photos, results):
+    labelled = found = hits = false = 0
+    for photo in photos:
+        result = results.get(photo["name"], {}).get(4)
+        count = len(result.get("m_faceBaseInfos", [])) if result else 0
+        labelled += photo["faces"]
+        found += count
+        hits += min(count, photo["faces"])
+        false += max(0, count - photo["faces"])
+    clean = [p for p in photos if p["faces"] == 0]
+    with_false = sum(1 for p in clean if len((results.get(p["name"], {}).get(4) or {}).get("m_faceBaseInfos", [])))
+    note = missing_note(photos, results, 4)
+    table.add("faces (4)", "labelled faces found", of(hits, labelled), note)
+    table.add("faces (4)", "false faces (found beyond the labelled count)", str(false))
+    table.add("faces (4)", "photos without a face that got one", of(with_false, len(clean)))
+
+
+def score_pets(table, photos, results):
+    def pets(photo):
+        result = results.get(photo["name"], {}).get(95)
+        return (result or {}).get("m_facePetInfos", [])
+
+    note = missing_note(photos, results, 95)
+    for kind in ("cat", "dog"):
+        with_pet = [p for p in photos if p["pet"] == kind]
+        table.add("pets (95)", "%ss found" % kind, of(sum(1 for p in with_pet if pets(p)), len(with_pet)), note)
+        note = ""
+    without = [p for p in photos if not p["pet"]]
+    table.add("pets (95)", "photos without a pet that got one", of(sum(1 for p in without if pets(p)), len(without)))
+
+
+def people_cue(photo, results):
+    """The scene kind's "people" entry: satisfied or not; None without a result."""
+    result = results.get(photo["name"], {}).get(25)
+    if result is None:
+        return None
+    return any(e.get("name") == "people" and e.get("satisfied") for e in result.get("m_SceneRecogInfo", []))
+
+
+def score_people(table, photos, results):
+    with_people = [p for p in photos if p["people"]]
+    without = [p for p in photos if not p["people"]]
+    note = missing_note(photos, results, 25)
+    table.add("people present (25)", "photos with people said yes", of(sum(1 for p in with_people if people_cue(p, results)), len(with_people)), note)
+    table.add("people present (25)", "photos without people said yes", of(sum(1 for p in without if people_cue(p, results)), len(without)))
+
+
+def score_classification(table, photos, results):
+    labelled = [p for p in photos if p["classes"]]
+    hits = 0
+    confident = []
+    for photo in photos:
+        result = results.get(photo["name"], {}).get(121)
+        if result is None:
+            continue
+        if photo["classes"] and any(label in photo["classes"] for label, _ in top_labels(result, 5)):
+            hits += 1
+        infos = result.get("m_classificationInfos") or [{}]
+        confident.append(sum(1 for c in infos[0].get("confidence", []) if c >= 0.99))
+    table.add("classification (121)", "a labelled class in the top 5", of(hits, len(labelled)), missing_note(photos, results, 121))
+    if confident:
+        confident.sort()
+        table.add("classification (121)", "classes at 0.99 or more per photo (median, most)",
+                  "%d, %d" % (confident[len(confident) // 2], confident[-1]))
+
+
+def score_attributes(table, photos, results):
+    """Age and gender on the faces of one-face photos labelled with them; all-zero attributes
+    are an empty answer, not a 0-year-old."""
+    single = [p for p in photos if p["faces"] == 1 and (p["gender"] or p["age"])]
+    answered = gender_right = gender_total = age_in = age_total = faces = 0
+    for photo in single:
+        result = results.get(photo["name"], {}).get(46)
+        for info in (result or {}).get("m_faceAttributeInfos", [])[:1]:
+            faces += 1
+            empty = not info.get("age") and not info.get("boy_prob") and not info.get("gender")
+            answered += not empty
+            if photo["gender"]:
+                gender_total += 1
+                if not empty:
+                    gender_right += ("M" if info.get("boy_prob", 0) >= 0.5 else "F") == photo["gender"]
+            if photo["age"]:
+                low, high = (float(v) for v in photo["age"].split("-"))
+                age_total += 1
+                age_in += low <= info.get("age", 0) <= high
+    note = missing_note(single, results, 46)
+    table.add("gender and age (46)", "faces with any age or gender value", of(answered, faces), note)
+    table.add("gender and age (46)", "gender right (boy_prob >= 0.5 is male)", of(gender_right, gender_total))
+    table.add("gender and age (46)", "age within the labelled range", of(age_in, age_total))
+
+
+def best_descriptor(result):
+    infos = (result or {}).get("m_faceVerifyInfos", [])
+    infos = [i for i in infos if i.get("features")]
+    if not infos:
+        return None
+    return max(infos, key=lambda i: (i.get("m_face106") or {}).get("score", 0))["features"]
+
+
+def score_identity(table, photos, results):
+    """Cosine similarity of face descriptors: the named people's faces across photos, and the
+    faces of one group photo among themselves (all different people)."""
+    named = []
+    for photo in photos:
+        if photo["person"]:
+            descriptor = best_descriptor(results.get(photo["name"], {}).get(8))
+            if descriptor:
+                named.append((photo["person"], descriptor))
+    same, different = [], []
+    for (a, da), (b, db) in combinations(named, 2):
+        (same if a == b else different).append(cosine(da, db))
+    for photo in photos:
+        if photo["faces"] > 1:
+            faces = [i["features"] for i in (results.get(photo["name"], {}).get(8) or {}).get("m_faceVerifyInfos", [])
+                     if i.get("features")]
+            different += [cosine(a, b) for a, b in combinations(faces, 2)]
+    note = missing_note(photos, results, 8)
+    if not same or not different:
+        table.add("identity (8)", "same vs different people", "no descriptors to compare", note)
+    else:
+        table.add("identity (8)", "same-person similarity (lowest)", "%.3f over %d pair%s" % (min(same), len(same), "" if len(same) == 1 else "s"), note)
+        different.sort()
+        table.add("identity (8)", "different-people similarity (median, highest)",
+                  "%.3f, %.3f over %d pairs" % (different[len(different) // 2], different[-1], len(different)))
+        below = sum(1 for d in different if d < min(same))
+        table.add("identity (8)", "different-people pairs below the lowest same-person pair", of(below, len(different)))
+    merged = total = 0
+    for photo in photos:
+        if photo["faces"] > 1:
+            clusters = (results.get(photo["name"], {}).get(10) or {}).get("m_results", [])
+            total += len(clusters)
+            merged += sum(1 for c in clusters if clusters.count(c) > 1)
+    table.add("identity (10)", "faces of the group photo in a cluster with another person", of(merged, total),
+              missing_note(photos, results, 10))
+
+
+def score_skeletons(table, photos, results):
+    def skeletons(photo):
+        return len((results.get(photo["name"], {}).get(7) or {}).get("m_skeletonInfos", []))
+
+    with_people = [p for p in photos if p["people"]]
+    without = [p for p in photos if not p["people"]]
+    table.add("skeleton (7)", "photos with people that got a skeleton", of(sum(1 for p in with_people if skeletons(p)), len(with_people)),
+              missing_note(photos, results, 7))
+    table.add("skeleton (7)", "photos without people that got a skeleton", of(sum(1 for p in without if skeletons(p)), len(without)))
+
+
+def print_photos(photos, results, markdown):
+    """One line per photo: what was labelled and what came back."""
+    head = ("photo", "faces found/labelled", "pet faces", "people cue / labelled", "skeletons", "top label")
+    rows = [head]
+    for photo in photos:
+        got = results.get(photo["name"], {})
+        cue = people_cue(photo, results)
+        top = top_labels(got[121], 1) if got.get(121) else []
+        rows.append((photo["name"],
+                     "%d/%d" % (len((got.get(4) or {}).get("m_faceBaseInfos", [])), photo["faces"]),
+                     "%d%s" % (len((got.get(95) or {}).get("m_facePetInfos", [])), " (%s)" % photo["pet"] if photo["pet"] else ""),
+                     "%s / %d" % ("-" if cue is None else "yes" if cue else "no", photo["people"]),
+                     str(len((got.get(7) or {}).get("m_skeletonInfos", []))),
+                     "%s %.2f" % top[0] if top else "-"))
+    if markdown:
+        print("| " + " | ".join(head) + " |")
+        print("|" + "---|" * len(head))
+        for row in rows[1:]:
+            print("| " + " | ".join(row) + " |")
+    else:
+        widths = [max(len(row[i]) for row in rows) for i in range(len(head))]
+        for row in rows:
+            print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)))
+
+
+def main():
+    args = [a for a in sys.argv[1:] if not a.startswith("--")]
+    if len(args) != 2:
+        sys.exit(__doc__)
+    markdown = "--markdown" in sys.argv
+    photos = read_labels(args[0])
+    results = load_results(args[1])
+    analysed = [p for p in photos if p["name"] in results]
+    if len(analysed) < len(photos):
+        print("not analysed: " + ", ".join(p["name"] for p in photos if p["name"] not in results), file=sys.stderr)
+    table = Table()
+    for score in (score_faces, score_pets, score_people, score_classification, score_attributes, score_identity,
+                  score_skeletons):
+        score(table, analysed, results)
+    print("%d photos: %d with people, %d with a cat or dog\n" % (
+        len(analysed), sum(1 for p in analysed if p["people"]), sum(1 for p in analysed if p["pet"])))
+    table.print(markdown)
+    if "--photos" in sys.argv:
+        print()
+        print_photos(analysed, results, markdown)
+
+
+if __name__ == "__main__":
+    main()
