@@ -70,16 +70,20 @@ class Table:
             print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)) + ("  " + row[3] if row[3] else ""))
 
 
-def of(count, total):
-    return "%d of %d" % (count, total) if total else "none labelled"
+def of(count, total, empty="none labelled"):
+    return "%d of %d" % (count, total) if total else empty
 
 
-def missing_note(photos, results, kind):
-    missing = [p["name"] for p in photos if results.get(p["name"], {}).get(kind) is None]
-    return "no result on %d photos" % len(missing) if missing else ""
+def answered(photos, results, kind):
+    """The photos on which the kind gave a result, and a note naming how many it did not;
+    the figures are taken over the first only."""
+    got = [p for p in photos if results.get(p["name"], {}).get(kind) is not None]
+    missing = len(photos) - len(got)
+    return got, ("no result on %d photo%s, left out" % (missing, "" if missing == 1 else "s") if missing else "")
 
 
 def score_faces(table, photos, results):
+    photos, note = answered(photos, results, 4)
     labelled = found = hits = false = 0
     for photo in photos:
         result = results.get(photo["name"], {}).get(4)
@@ -90,7 +94,6 @@ def score_faces(table, photos, results):
         false += max(0, count - photo["faces"])
     clean = [p for p in photos if p["faces"] == 0]
     with_false = sum(1 for p in clean if len((results.get(p["name"], {}).get(4) or {}).get("m_faceBaseInfos", [])))
-    note = missing_note(photos, results, 4)
     table.add("faces (4)", "labelled faces found", of(hits, labelled), note)
     table.add("faces (4)", "false faces (found beyond the labelled count)", str(false))
     table.add("faces (4)", "photos without a face that got one", of(with_false, len(clean)))
@@ -101,7 +104,7 @@ def score_pets(table, photos, results):
         result = results.get(photo["name"], {}).get(95)
         return (result or {}).get("m_facePetInfos", [])
 
-    note = missing_note(photos, results, 95)
+    photos, note = answered(photos, results, 95)
     for kind in ("cat", "dog"):
         with_pet = [p for p in photos if p["pet"] == kind]
         table.add("pets (95)", "%ss found" % kind, of(sum(1 for p in with_pet if pets(p)), len(with_pet)), note)
@@ -119,26 +122,25 @@ def people_cue(photo, results):
 
 
 def score_people(table, photos, results):
+    photos, note = answered(photos, results, 25)
     with_people = [p for p in photos if p["people"]]
     without = [p for p in photos if not p["people"]]
-    note = missing_note(photos, results, 25)
     table.add("people present (25)", "photos with people said yes", of(sum(1 for p in with_people if people_cue(p, results)), len(with_people)), note)
     table.add("people present (25)", "photos without people said yes", of(sum(1 for p in without if people_cue(p, results)), len(without)))
 
 
 def score_classification(table, photos, results):
+    photos, note = answered(photos, results, 121)
     labelled = [p for p in photos if p["classes"]]
     hits = 0
     confident = []
     for photo in photos:
-        result = results.get(photo["name"], {}).get(121)
-        if result is None:
-            continue
+        result = results[photo["name"]][121]
         if photo["classes"] and any(label in photo["classes"] for label, _ in top_labels(result, 5)):
             hits += 1
         infos = result.get("m_classificationInfos") or [{}]
         confident.append(sum(1 for c in infos[0].get("confidence", []) if c >= 0.99))
-    table.add("classification (121)", "a labelled class in the top 5", of(hits, len(labelled)), missing_note(photos, results, 121))
+    table.add("classification (121)", "a labelled class in the top 5", of(hits, len(labelled)), note)
     if confident:
         confident.sort()
         table.add("classification (121)", "classes at 0.99 or more per photo (median, most)",
@@ -148,14 +150,14 @@ def score_classification(table, photos, results):
 def score_attributes(table, photos, results):
     """Age and gender on the faces of one-face photos labelled with them; all-zero attributes
     are an empty answer, not a 0-year-old."""
-    single = [p for p in photos if p["faces"] == 1 and (p["gender"] or p["age"])]
-    answered = gender_right = gender_total = age_in = age_total = faces = 0
+    single, note = answered([p for p in photos if p["faces"] == 1 and (p["gender"] or p["age"])], results, 46)
+    valued = gender_right = gender_total = age_in = age_total = faces = 0
     for photo in single:
         result = results.get(photo["name"], {}).get(46)
         for info in (result or {}).get("m_faceAttributeInfos", [])[:1]:
             faces += 1
             empty = not info.get("age") and not info.get("boy_prob") and not info.get("gender")
-            answered += not empty
+            valued += not empty
             if photo["gender"]:
                 gender_total += 1
                 if not empty:
@@ -164,10 +166,9 @@ def score_attributes(table, photos, results):
                 low, high = (float(v) for v in photo["age"].split("-"))
                 age_total += 1
                 age_in += low <= info.get("age", 0) <= high
-    note = missing_note(single, results, 46)
-    table.add("gender and age (46)", "faces with any age or gender value", of(answered, faces), note)
-    table.add("gender and age (46)", "gender right (boy_prob >= 0.5 is male)", of(gender_right, gender_total))
-    table.add("gender and age (46)", "age within the labelled range", of(age_in, age_total))
+    table.add("gender and age (46)", "faces with any age or gender value", of(valued, faces, "no face found"), note)
+    table.add("gender and age (46)", "gender right (boy_prob >= 0.5 is male)", of(gender_right, gender_total, "no face found"))
+    table.add("gender and age (46)", "age within the labelled range", of(age_in, age_total, "no face found"))
 
 
 def best_descriptor(result):
@@ -181,6 +182,8 @@ def best_descriptor(result):
 def score_identity(table, photos, results):
     """Cosine similarity of face descriptors: the named people's faces across photos, and the
     faces of one group photo among themselves (all different people)."""
+    all_photos = photos
+    photos, note = answered(photos, results, 8)
     named = []
     for photo in photos:
         if photo["person"]:
@@ -195,7 +198,6 @@ def score_identity(table, photos, results):
             faces = [i["features"] for i in (results.get(photo["name"], {}).get(8) or {}).get("m_faceVerifyInfos", [])
                      if i.get("features")]
             different += [cosine(a, b) for a, b in combinations(faces, 2)]
-    note = missing_note(photos, results, 8)
     if not same or not different:
         table.add("identity (8)", "same vs different people", "no descriptors to compare", note)
     else:
@@ -205,24 +207,24 @@ def score_identity(table, photos, results):
                   "%.3f, %.3f over %d pairs" % (different[len(different) // 2], different[-1], len(different)))
         below = sum(1 for d in different if d < min(same))
         table.add("identity (8)", "different-people pairs below the lowest same-person pair", of(below, len(different)))
+    photos, note = answered(all_photos, results, 10)
     merged = total = 0
     for photo in photos:
         if photo["faces"] > 1:
             clusters = (results.get(photo["name"], {}).get(10) or {}).get("m_results", [])
             total += len(clusters)
             merged += sum(1 for c in clusters if clusters.count(c) > 1)
-    table.add("identity (10)", "faces of the group photo in a cluster with another person", of(merged, total),
-              missing_note(photos, results, 10))
+    table.add("identity (10)", "faces of the group photo in a cluster with another person", of(merged, total, "no group photo"), note)
 
 
 def score_skeletons(table, photos, results):
     def skeletons(photo):
         return len((results.get(photo["name"], {}).get(7) or {}).get("m_skeletonInfos", []))
 
+    photos, note = answered(photos, results, 7)
     with_people = [p for p in photos if p["people"]]
     without = [p for p in photos if not p["people"]]
-    table.add("skeleton (7)", "photos with people that got a skeleton", of(sum(1 for p in with_people if skeletons(p)), len(with_people)),
-              missing_note(photos, results, 7))
+    table.add("skeleton (7)", "photos with people that got a skeleton", of(sum(1 for p in with_people if skeletons(p)), len(with_people)), note)
     table.add("skeleton (7)", "photos without people that got a skeleton", of(sum(1 for p in without if skeletons(p)), len(without)))
 
 
