@@ -1,8 +1,10 @@
 """Reads scripts/quality-labels.tsv: one photo a line, tab-separated, '#' lines are comments.
-Columns are named by the first line that is not a comment; '-' is an empty field."""
+Columns are named by the first line that is not a comment; '-' is an empty field; a list
+of points is x:y pairs separated by commas."""
 
-NUMBERS = ("people", "faces")
+NUMBERS = ("people",)
 LISTS = ("classes",)
+POINTS = ("faces",)
 
 
 def read_labels(path):
@@ -26,6 +28,8 @@ def read_labels(path):
                     value = int(value or 0)
                 elif column in LISTS:
                     value = [v for v in value.split(",") if v]
+                elif column in POINTS:
+                    value = [tuple(float(c) for c in v.split(":")) for v in value.split(",") if v]
                 photo[column] = value
             photos.append(photo)
     return photos

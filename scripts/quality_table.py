@@ -82,20 +82,37 @@ def answered(photos, results, kind):
     return got, ("no result on %d photo%s, left out" % (missing, "" if missing == 1 else "s") if missing else "")
 
 
+def face_boxes(result):
+    """Top-left x, y, width and height of each face found, in fractions of the photo."""
+    return [(f["rect"]["x"], f["rect"]["y_vantor"], f["rect"]["width"], f["rect"]["height"])
+            for f in (result or {}).get("m_faceBaseInfos", [])]
+
+
+def match_faces(boxes, centres):
+    """Hits (labelled faces whose centre lies in a box found, each box used once) and false
+    faces (boxes that hold no labelled face)."""
+    unused = list(boxes)
+    hits = 0
+    for cx, cy in centres:
+        inside = [b for b in unused if b[0] <= cx <= b[0] + b[2] and b[1] <= cy <= b[1] + b[3]]
+        if inside:
+            unused.remove(min(inside, key=lambda b: (b[0] + b[2] / 2 - cx) ** 2 + (b[1] + b[3] / 2 - cy) ** 2))
+            hits += 1
+    return hits, len(unused)
+
+
 def score_faces(table, photos, results):
     photos, note = answered(photos, results, 4)
-    labelled = found = hits = false = 0
+    labelled = hits = false = with_false = 0
+    clean = [p for p in photos if not p["faces"]]
     for photo in photos:
-        result = results.get(photo["name"], {}).get(4)
-        count = len(result.get("m_faceBaseInfos", [])) if result else 0
-        labelled += photo["faces"]
-        found += count
-        hits += min(count, photo["faces"])
-        false += max(0, count - photo["faces"])
-    clean = [p for p in photos if p["faces"] == 0]
-    with_false = sum(1 for p in clean if len((results.get(p["name"], {}).get(4) or {}).get("m_faceBaseInfos", [])))
+        photo_hits, photo_false = match_faces(face_boxes(results[photo["name"]][4]), photo["faces"])
+        labelled += len(photo["faces"])
+        hits += photo_hits
+        false += photo_false
+        with_false += not photo["faces"] and photo_false > 0
     table.add("faces (4)", "labelled faces found", of(hits, labelled), note)
-    table.add("faces (4)", "false faces (found beyond the labelled count)", str(false))
+    table.add("faces (4)", "false faces (boxes on no labelled face)", str(false))
     table.add("faces (4)", "photos without a face that got one", of(with_false, len(clean)))
 
 
@@ -150,7 +167,7 @@ def score_classification(table, photos, results):
 def score_attributes(table, photos, results):
     """Age and gender on the faces of one-face photos labelled with them; all-zero attributes
     are an empty answer, not a 0-year-old."""
-    single, note = answered([p for p in photos if p["faces"] == 1 and (p["gender"] or p["age"])], results, 46)
+    single, note = answered([p for p in photos if len(p["faces"]) == 1 and (p["gender"] or p["age"])], results, 46)
     valued = gender_right = gender_total = age_in = age_total = faces = 0
     for photo in single:
         result = results.get(photo["name"], {}).get(46)
@@ -171,33 +188,37 @@ def score_attributes(table, photos, results):
     table.add("gender and age (46)", "age within the labelled range", of(age_in, age_total, "no face found"))
 
 
-def best_descriptor(result):
-    infos = (result or {}).get("m_faceVerifyInfos", [])
-    infos = [i for i in infos if i.get("features")]
-    if not infos:
-        return None
-    return max(infos, key=lambda i: (i.get("m_face106") or {}).get("score", 0))["features"]
+def descriptors_at(result, centres):
+    """The face descriptors found at the labelled face centres (faces found elsewhere are
+    left out: a false face is not a person)."""
+    infos = [i for i in (result or {}).get("m_faceVerifyInfos", []) if i.get("features") and i.get("rect")]
+    found = []
+    for cx, cy in centres:
+        inside = [i for i in infos if i["rect"]["x"] <= cx <= i["rect"]["x"] + i["rect"]["width"]
+                  and i["rect"]["y_vantor"] <= cy <= i["rect"]["y_vantor"] + i["rect"]["height"]]
+        if inside:
+            info = min(inside, key=lambda i: (i["rect"]["x"] + i["rect"]["width"] / 2 - cx) ** 2 +
+                       (i["rect"]["y_vantor"] + i["rect"]["height"] / 2 - cy) ** 2)
+            infos.remove(info)
+            found.append(info["features"])
+    return found
 
 
 def score_identity(table, photos, results):
     """Cosine similarity of face descriptors: the named people's faces across photos, and the
-    faces of one group photo among themselves (all different people)."""
+    faces of a group photo among themselves (all different people)."""
     all_photos = photos
     photos, note = answered(photos, results, 8)
     named = []
-    for photo in photos:
-        if photo["person"]:
-            descriptor = best_descriptor(results.get(photo["name"], {}).get(8))
-            if descriptor:
-                named.append((photo["person"], descriptor))
     same, different = [], []
+    for photo in photos:
+        found = descriptors_at(results[photo["name"]][8], photo["faces"])
+        if photo["person"] and found:
+            named.append((photo["person"], found[0]))
+        if len(photo["faces"]) > 1:
+            different += [cosine(a, b) for a, b in combinations(found, 2)]
     for (a, da), (b, db) in combinations(named, 2):
         (same if a == b else different).append(cosine(da, db))
-    for photo in photos:
-        if photo["faces"] > 1:
-            faces = [i["features"] for i in (results.get(photo["name"], {}).get(8) or {}).get("m_faceVerifyInfos", [])
-                     if i.get("features")]
-            different += [cosine(a, b) for a, b in combinations(faces, 2)]
     if not same or not different:
         table.add("identity (8)", "same vs different people", "no descriptors to compare", note)
     else:
@@ -210,7 +231,7 @@ def score_identity(table, photos, results):
     photos, note = answered(all_photos, results, 10)
     merged = total = 0
     for photo in photos:
-        if photo["faces"] > 1:
+        if len(photo["faces"]) > 1:
             clusters = (results.get(photo["name"], {}).get(10) or {}).get("m_results", [])
             total += len(clusters)
             merged += sum(1 for c in clusters if clusters.count(c) > 1)
@@ -228,16 +249,21 @@ def score_skeletons(table, photos, results):
     table.add("skeleton (7)", "photos without people that got a skeleton", of(sum(1 for p in without if skeletons(p)), len(without)))
 
 
+def face_cell(result, centres):
+    hits, false = match_faces(face_boxes(result), centres)
+    return hits, len(centres), false
+
+
 def print_photos(photos, results, markdown):
     """One line per photo: what was labelled and what came back."""
-    head = ("photo", "faces found/labelled", "pet faces", "people cue / labelled", "skeletons", "top label")
+    head = ("photo", "faces found/labelled (false)", "pet faces", "people cue / labelled", "skeletons", "top label")
     rows = [head]
     for photo in photos:
         got = results.get(photo["name"], {})
         cue = people_cue(photo, results)
         top = top_labels(got[121], 1) if got.get(121) else []
         rows.append((photo["name"],
-                     "%d/%d" % (len((got.get(4) or {}).get("m_faceBaseInfos", [])), photo["faces"]),
+                     "%d/%d (%d)" % face_cell(got.get(4), photo["faces"]),
                      "%d%s" % (len((got.get(95) or {}).get("m_facePetInfos", [])), " (%s)" % photo["pet"] if photo["pet"] else ""),
                      "%s / %d" % ("-" if cue is None else "yes" if cue else "no", photo["people"]),
                      str(len((got.get(7) or {}).get("m_skeletonInfos", []))),
