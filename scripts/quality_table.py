@@ -131,19 +131,21 @@ def score_pets(table, photos, results):
 
 
 def people_cue(photo, results):
-    """The scene kind's "people" entry: satisfied or not; None without a result."""
-    result = results.get(photo["name"], {}).get(25)
-    if result is None:
-        return None
-    return any(e.get("name") == "people" and e.get("satisfied") for e in result.get("m_SceneRecogInfo", []))
+    """The scene kind's "people" entry: satisfied or not; None without a result or without
+    such an entry."""
+    entries = [e for e in (results.get(photo["name"], {}).get(25) or {}).get("m_SceneRecogInfo", [])
+               if e.get("name") == "people"]
+    return bool(entries[0].get("satisfied")) if entries else None
 
 
 def score_people(table, photos, results):
-    photos, note = answered(photos, results, 25)
+    missing = sum(1 for p in photos if people_cue(p, results) is None)
+    photos = [p for p in photos if people_cue(p, results) is not None]
+    note = "no \"people\" entry on %d photos, left out" % missing if missing else ""
     with_people = [p for p in photos if p["people"]]
     without = [p for p in photos if not p["people"]]
-    table.add("people present (25)", "photos with people said yes", of(sum(1 for p in with_people if people_cue(p, results)), len(with_people)), note)
-    table.add("people present (25)", "photos without people said yes", of(sum(1 for p in without if people_cue(p, results)), len(without)))
+    table.add("people present (25)", "photos with people said yes", of(sum(1 for p in with_people if people_cue(p, results)), len(with_people), "no answer"), note)
+    table.add("people present (25)", "photos without people said yes", of(sum(1 for p in without if people_cue(p, results)), len(without), "no answer"))
 
 
 def score_classification(table, photos, results):
