@@ -37,6 +37,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "containers.i"
 %include "callbacks.i"
 %include "byte_blocks.i"
+%include "lifetimes.i"
 
 // Records, in dependency order; each collection is instantiated before its first use.
 %include "extractor/algorithm_types.h"
