@@ -1,7 +1,8 @@
 # Compiles every .java file under SOURCE_DIRS (a ;-list) into CLASS_DIR and packs the
 # classes into JAR_FILE. Run with cmake -P; the file list is only known after SWIG ran,
 # hence a script rather than a fixed source list.
-#   JAVAC, JAR, SOURCE_DIRS, CLASS_DIR, JAR_FILE, [CLASSPATH], [RELEASE]
+#   JAVAC, JAR, SOURCE_DIRS, CLASS_DIR, JAR_FILE, [CLASSPATH], [RELEASE],
+#   [MAIN_CLASS and MANIFEST_CLASS_PATH (space-separated) for a runnable jar]
 file(REMOVE_RECURSE "${CLASS_DIR}")
 file(MAKE_DIRECTORY "${CLASS_DIR}")
 set(sources "")
@@ -26,7 +27,12 @@ execute_process(
 if(NOT javac_result EQUAL 0)
   message(FATAL_ERROR "javac failed (${javac_result})")
 endif()
-execute_process(COMMAND "${JAR}" cf "${JAR_FILE}" -C "${CLASS_DIR}" . RESULT_VARIABLE jar_result)
+if(MAIN_CLASS)
+  file(WRITE "${CLASS_DIR}.manifest" "Main-Class: ${MAIN_CLASS}\nClass-Path: ${MANIFEST_CLASS_PATH}\n")
+  execute_process(COMMAND "${JAR}" cfm "${JAR_FILE}" "${CLASS_DIR}.manifest" -C "${CLASS_DIR}" . RESULT_VARIABLE jar_result)
+else()
+  execute_process(COMMAND "${JAR}" cf "${JAR_FILE}" -C "${CLASS_DIR}" . RESULT_VARIABLE jar_result)
+endif()
 if(NOT jar_result EQUAL 0)
   message(FATAL_ERROR "jar failed (${jar_result})")
 endif()
