@@ -1,6 +1,6 @@
-# Compiles every .java file under SOURCE_DIRS (a ;-list) into CLASS_DIR and packs the
-# classes into JAR_FILE. Run with cmake -P; the file list is only known after SWIG ran,
-# hence a script rather than a fixed source list.
+# Compiles every .java file under SOURCE_DIRS (a ;-list) into CLASS_DIR, keeping parameter
+# names (-parameters), and packs the classes into JAR_FILE. Run with cmake -P; the file
+# list is only known after SWIG ran, hence a script rather than a fixed source list.
 #   JAVAC, JAR, SOURCE_DIRS, CLASS_DIR, JAR_FILE, [CLASSPATH], [RELEASE],
 #   [MAIN_CLASS and MANIFEST_CLASS_PATH (space-separated) for a runnable jar]
 file(REMOVE_RECURSE "${CLASS_DIR}")
@@ -22,7 +22,7 @@ if(CLASSPATH)
   set(cp_args -classpath "${CLASSPATH}")
 endif()
 execute_process(
-  COMMAND "${JAVAC}" ${release_args} -Xlint:-options -encoding UTF-8 -nowarn ${cp_args} -d "${CLASS_DIR}" "@${CLASS_DIR}.sources"
+  COMMAND "${JAVAC}" ${release_args} -parameters -Xlint:-options -encoding UTF-8 -nowarn ${cp_args} -d "${CLASS_DIR}" "@${CLASS_DIR}.sources"
   RESULT_VARIABLE javac_result)
 if(NOT javac_result EQUAL 0)
   message(FATAL_ERROR "javac failed (${javac_result})")

@@ -10,6 +10,8 @@
 
 %include <std_string.i>
 %include "lifetimes.i"
+%pragma(java) moduleclassmodifiers="/** Module class of the image scorer binding (no members). */\npublic class"
+%pragma(java) jniclassclassmodifiers="/** The native methods behind ImageScorer; use ImageScorer instead. */\npublic class"
 
 %pragma(java) jniclasscode=%{
   static {

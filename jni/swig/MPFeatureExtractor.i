@@ -33,11 +33,12 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %}
 
 %include "conventions.i"
+%include "lifetimes.i"
+%include "javadoc.i"
 %include "handles.i"
 %include "containers.i"
 %include "callbacks.i"
 %include "byte_blocks.i"
-%include "lifetimes.i"
 
 // Records, in dependency order; each collection is instantiated before its first use.
 %include "extractor/algorithm_types.h"

@@ -28,3 +28,32 @@ static constexpr bool vqfe_is_destructor(const char* symbol) {
          symbol[5] == 'e' && symbol[6] == '_';
 }
 %}
+
+// delete() with its Javadoc: SWIG's own body, for proxies of TYPE. OWN and OWN_DERIVED
+// name the ownership flags of a base and a derived proxy (they differ for shared
+// handles).
+%define %vqfe_delete_doc
+"/**\n   * Releases the native object now instead of at garbage collection: this proxy's own\n   * object, or for a shared object this proxy's reference to it (the engine, the caches\n   * and other proxies keep theirs). Calling it again does nothing; any other call on\n   * this proxy afterwards throws {@link IllegalStateException}.\n   */\n  public synchronized"
+%enddef
+%define %vqfe_documented_delete(TYPE, OWN, OWN_DERIVED)
+%typemap(javadestruct, methodname="delete", methodmodifiers=%vqfe_delete_doc) TYPE {
+    if (swigCPtr != 0) {
+      if (OWN) {
+        OWN = false;
+        $jnicall;
+      }
+      swigCPtr = 0;
+    }
+  }
+%typemap(javadestruct_derived, methodname="delete", methodmodifiers=%vqfe_delete_doc) TYPE {
+    if (swigCPtr != 0) {
+      if (OWN_DERIVED) {
+        OWN_DERIVED = false;
+        $jnicall;
+      }
+      swigCPtr = 0;
+    }
+    super.delete();
+  }
+%enddef
+%vqfe_documented_delete(SWIGTYPE, swigCMemOwn, swigCMemOwn)
