@@ -3,14 +3,8 @@
 #   JAVADOC, JAR, SOURCE_DIRS, DOC_DIR, JAR_FILE
 file(REMOVE_RECURSE "${DOC_DIR}")
 file(MAKE_DIRECTORY "${DOC_DIR}")
-set(sources "")
-foreach(dir IN LISTS SOURCE_DIRS)
-  file(GLOB_RECURSE found "${dir}/*.java")
-  list(APPEND sources ${found})
-endforeach()
-list(SORT sources)
-list(JOIN sources "\n" source_lines)
-file(WRITE "${DOC_DIR}.sources" "${source_lines}\n")
+include(${CMAKE_CURRENT_LIST_DIR}/java_sources.cmake)
+vqfe_java_sources_file("${SOURCE_DIRS}" "${DOC_DIR}.sources")
 execute_process(
   COMMAND "${JAVADOC}" -quiet -notimestamp -encoding UTF-8 -Xdoclint:none -windowtitle "VQFE Java API"
           -d "${DOC_DIR}" "@${DOC_DIR}.sources"
