@@ -1,9 +1,9 @@
-// MemoryCache: the library's bounded least-recently-used cache of Results, in memory.
-//
-// Keys are asset id + algorithm key. Only clearAll clears; the selective clears are
-// no-ops here (they mean something only for host caches). Results are shared, never
-// copied. Not synchronised: even a query reorders the recency list, so callers that
-// share one instance across threads serialise their calls.
+/// MemoryCache: the library's bounded least-recently-used cache of Results, in memory.
+///
+/// Keys are asset id + algorithm key. Only clearAll clears; the selective clears are
+/// no-ops here (they mean something only for host caches). Results are shared, never
+/// copied. Not synchronised: even a query reorders the recency list, so callers that
+/// share one instance across threads serialise their calls.
 #pragma once
 
 #include <memory>
@@ -17,8 +17,8 @@ namespace VQFeature {
 
 class MemoryCache : public CacheAdapter {
 public:
-    // capacity: the most entries kept. A negative capacity never evicts.
-    // Throws std::invalid_argument for capacity 0 (a cache that can hold nothing).
+    /// capacity: the most entries kept. A negative capacity never evicts.
+    /// Throws std::invalid_argument for capacity 0 (a cache that can hold nothing).
     explicit MemoryCache(int capacity);
 
     std::vector<std::shared_ptr<Result>> query(const std::shared_ptr<Input>& input) override;
@@ -31,7 +31,7 @@ public:
     void clearAll() override;
 
 private:
-    // asset id + algorithm key in a buffer kept between lookups.
+    /// asset id + algorithm key in a buffer kept between lookups.
     const std::string& lookupKey(const std::string& assetId, const std::string& algorithmKey);
 
     LRUCache<std::string, std::shared_ptr<Result>> cache_;

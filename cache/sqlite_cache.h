@@ -1,11 +1,3 @@
-// SqliteCache: a persistent result store, a CacheAdapter over one SQLite file.
-//
-// Rows are keyed by (asset id, algorithm key) and hold the blob, the algorithm kind and
-// the string kind, so the selective clears work for real (by asset, by kind number, by
-// kind name). Saving copies the blob; a query hands out a new Result owning a fresh
-// copy. The file uses write-ahead logging with a busy timeout, so several threads (this
-// object serialises its own calls) and several processes may use one store at once; a
-// killed process loses at most the write in flight.
 #pragma once
 
 #include <memory>
@@ -20,11 +12,19 @@ struct sqlite3_stmt;
 
 namespace VQFeature {
 
+/// SqliteCache: a persistent result store, a CacheAdapter over one SQLite file.
+///
+/// Rows are keyed by (asset id, algorithm key) and hold the blob, the algorithm kind and
+/// the string kind, so the selective clears work for real (by asset, by kind number, by
+/// kind name). Saving copies the blob; a query hands out a new Result owning a fresh
+/// copy. The file uses write-ahead logging with a busy timeout, so several threads (this
+/// object serialises its own calls) and several processes may use one store at once; a
+/// killed process loses at most the write in flight.
 class SqliteCache : public CacheAdapter {
 public:
-    // Opens or creates the store at path. Throws std::runtime_error with the path and
-    // SQLite's reason when the file cannot be opened or is not a result store; the file
-    // is never modified in that case.
+    /// Opens or creates the store at path. Throws std::runtime_error with the path and
+    /// SQLite's reason when the file cannot be opened or is not a result store; the file
+    /// is never modified in that case.
     explicit SqliteCache(const std::string& path);
     SqliteCache(const SqliteCache&) = delete;
     SqliteCache& operator=(const SqliteCache&) = delete;
@@ -36,12 +36,12 @@ public:
     void save(const std::shared_ptr<Result>& result) override;
     void clear(const std::vector<std::string>& assetIds) override;
     void clearTypes(const std::vector<Vantor::AlgorithmType>& types) override;
-    // Names are string kinds ("ClassificationPostProcess_c300"); a decimal number also
-    // names the enumerated kind with that number.
+    /// Names are string kinds ("ClassificationPostProcess_c300"); a decimal number also
+    /// names the enumerated kind with that number.
     void clearTypes(const std::vector<std::string>& types) override;
     void clearAll() override;
 
-    // Number of stored results.
+    /// Number of stored results.
     long long count();
 
 private:

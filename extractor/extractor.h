@@ -1,14 +1,3 @@
-// Extractor: the engine's facade. Runs algorithm kinds over lists of assets through the
-// framework, encodes each output into a result blob, and answers from and fills its two
-// caches: `cache` (consulted before running when asked, receives clears) and the
-// optional `storeCache` (receives every new result, read only by queryFeatures).
-//
-// Thread safety: any thread may call. Framework runs (both extractFeatures and
-// extractFeatureByVantor) are serialised by an internal gate; queryFeatures, the clears
-// and init are not gated, so caches shared across threads must be safe on their own and
-// init must not overlap a run. Failures never throw: they land in the error pair (the
-// last failure of a call wins; the pair is never cleared by the engine).
-// REQUIRES: init() before any extraction.
 #pragma once
 
 #include <memory>
@@ -27,13 +16,30 @@
 
 namespace VQFeature {
 
+/// (code, message) of a call's last failure; written only when something fails.
 using ErrorPair = std::pair<int, std::string>;
 
+/// Extractor: the engine's facade. Runs algorithm kinds over lists of assets through the
+/// framework, encodes each output into a result blob, and answers from and fills its two
+/// caches: `cache` (consulted before running when asked, receives clears) and the
+/// optional `storeCache` (receives every new result, read only by queryFeatures).
+///
+/// Thread safety: any thread may call. Framework runs (both extractFeatures and
+/// extractFeatureByVantor) are serialised by an internal gate; queryFeatures, the clears
+/// and init are not gated, so caches shared across threads must be safe on their own and
+/// init must not overlap a run. Failures never throw: they land in the error pair (the
+/// last failure of a call wins; the pair is never cleared by the engine).
+/// REQUIRES: init() before any extraction.
 class Extractor {
 public:
     class ExtractorImpl;
 
-    // modelDir, frameworkConfigPath and initFlag go unchanged to the framework wrapper.
+    /// cache: when a call passes useCache true, consulted before each run and given each
+    /// new result; answers queryFeatures and receives the clears; may be null.
+    /// storeCache: given every new result whatever useCache says, read only by
+    /// queryFeatures(input, false); may be null. modelDir (model files),
+    /// frameworkConfigPath (the framework's configuration file, asset name or path) and
+    /// initFlag (passed to the framework's initialisation) go unchanged to the framework.
     Extractor(std::shared_ptr<Config>& config, std::shared_ptr<CacheAdapter> cache,
               std::shared_ptr<CacheAdapter> storeCache, const std::string& modelDir,
               const std::string& frameworkConfigPath, bool initFlag);
@@ -41,34 +47,41 @@ public:
     Extractor& operator=(const Extractor&) = delete;
     ~Extractor();
 
-    // Constructs in one shared allocation; does not call init.
+    /// Constructs in one shared allocation; does not call init.
     static std::shared_ptr<Extractor> makeInstance(std::shared_ptr<Config>& config,
                                                    std::shared_ptr<CacheAdapter>& cache,
                                                    std::shared_ptr<CacheAdapter>& storeCache,
                                                    const std::string& modelDir,
                                                    const std::string& frameworkConfigPath, bool initFlag);
 
-    // 0, or the framework wrapper's error code.
+    /// 0, or the framework wrapper's error code.
     int init();
 
-    // One Result per resource, in resource order (a failed or skipped asset gives a
-    // Result without blob).
+    /// One Result per resource, in resource order (a failed or skipped asset gives a
+    /// Result without blob). useCache: answer from `cache` where it holds the asset id +
+    /// algorithm key, and give it the new results. error: receives the last failure of
+    /// the whole call (null: failures are not reported).
     std::vector<std::shared_ptr<Result>> extractFeatures(const std::shared_ptr<Input>& input, bool useCache,
                                                          ErrorPair* error = nullptr);
-    // One MultiResult per resource, in resource order; one framework run per asset.
+    /// One MultiResult per resource, in resource order; one framework run per asset.
+    /// useCache and error as for an Input.
     std::vector<std::shared_ptr<MultiResult>> extractFeatures(const std::shared_ptr<MultiAlgorithmInput>& input,
                                                               bool useCache, ErrorPair* error = nullptr);
-    // Cache read only; with firstCacheOnly false also the store cache, de-duplicated.
+    /// Cache read only; with firstCacheOnly false also the store cache, de-duplicated.
     std::vector<std::shared_ptr<Result>> queryFeatures(const std::shared_ptr<Input>& input,
                                                        bool firstCacheOnly = true);
-    // The raw framework output of one run (owned by the framework), or null.
+    /// The raw framework output of one run (owned by the framework), or null.
     void* extractFeatureByVantor(const Vantor::VantorAlgorithmInput& input, Vantor::AlgorithmType type,
                                  std::string graph, IntParams intParams, FloatParams floatParams,
                                  StringParams stringParams);
 
+    /// Forwards to clearAll of the first cache (storeCache is left alone).
     void clearAll();
+    /// Forwards to clear of the first cache.
     void clearAssets(const std::vector<std::string>& assetIds);
+    /// Forwards to clearTypes (by name) of the first cache.
     void clearTypes(const std::vector<std::string>& types);
+    /// Forwards to clearTypes of the first cache.
     void clearTypes(const std::vector<Vantor::AlgorithmType>& types);
 
 private:

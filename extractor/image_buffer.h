@@ -1,10 +1,10 @@
-// ImageBuffer: one decoded image as the caller hands it over.
-//
-// Public fields, no invariants. data points at the pixels; a block set through setData
-// (or the string constructor) is owned by the buffer and released by recycle() or the
-// destructor. A pointer assigned to data directly stays the caller's. length is always
-// the caller's to set: setData leaves it alone on purpose.
-// Not synchronised: one thread at a time.
+/// ImageBuffer: one decoded image as the caller hands it over.
+///
+/// Public fields, no invariants. data points at the pixels; a block set through setData
+/// (or the string constructor) is owned by the buffer and released by recycle() or the
+/// destructor. A pointer assigned to data directly stays the caller's. length is always
+/// the caller's to set: setData leaves it alone on purpose.
+/// Not synchronised: one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -14,25 +14,26 @@ namespace VQFeature {
 
 class ImageBuffer {
 public:
+    /// All fields zero, no data.
     ImageBuffer();
-    // Copies the text's bytes into an owned block (the managed binding hands over a
-    // string that dies right after the call, so pointing at it would dangle).
+    /// Copies the text's bytes into an owned block (the managed binding hands over a
+    /// string that dies right after the call, so pointing at it would dangle).
     ImageBuffer(int width, int height, const char* data, unsigned long length);
     ImageBuffer(const ImageBuffer&) = delete;
     ImageBuffer& operator=(const ImageBuffer&) = delete;
     ~ImageBuffer();
 
-    // Stores a zero-filled copy of n bytes as data (array new). length is unchanged.
+    /// Stores a zero-filled copy of n bytes as data (array new). length is unchanged.
     void setData(const char* bytes, unsigned long n);
-    // Releases the block set through setData and sets data null. length is unchanged.
+    /// Releases the block set through setData and sets data null. length is unchanged.
     void recycle();
 
-    int width;
-    int height;
+    int width;            ///< pixels per row
+    int height;           ///< rows
     unsigned char* data;
-    unsigned long length;
-    int rotateMode;  // 0..3 meaningful
-    int format;      // -1..8 meaningful
+    unsigned long length; ///< bytes of data (RGBA8888: width x height x 4)
+    int rotateMode;  ///< 0..3 meaningful
+    int format;      ///< the framework's pixel format, -1..8 meaningful (0 RGBA8888)
 
 private:
     std::unique_ptr<unsigned char[]> owned_;

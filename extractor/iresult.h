@@ -1,7 +1,7 @@
-// IResult: typed access to decoded result blobs. Each accessor decodes the blob of its
-// algorithm kind into a protobuf-c message (owned by the result object, released by it)
-// or returns null. Accessors mutate the object: not safe for concurrent use.
-// The accessor order is the binding's slot order; do not reorder.
+/// IResult: typed access to decoded result blobs. Each accessor decodes the blob of its
+/// algorithm kind into a protobuf-c message (owned by the result object, released by it)
+/// or returns null. Accessors mutate the object: not safe for concurrent use.
+/// The accessor order is the binding's slot order; do not reorder.
 #pragma once
 
 #include "vqfe_results.pb-c.h"

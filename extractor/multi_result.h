@@ -1,8 +1,8 @@
-// MultiResult: the blobs of several algorithm kinds for one asset, one ResultItem each.
-//
-// Items own their blobs (malloc blocks, freed when the last holder of the item lets
-// go). Typed accessors decode the first matching item into a slot owned by the
-// MultiResult; the item keeps its blob. Not synchronised.
+/// MultiResult: the blobs of several algorithm kinds for one asset, one ResultItem each.
+///
+/// Items own their blobs (malloc blocks, freed when the last holder of the item lets
+/// go). Typed accessors decode the first matching item into a slot owned by the
+/// MultiResult; the item keeps its blob. Not synchronised.
 #pragma once
 
 #include <memory>
@@ -16,38 +16,45 @@ namespace VQFeature {
 
 class MultiResult : public IResult {
 public:
+    /// The blob of one kind.
     class ResultItem {
     public:
+        /// No blob.
         ResultItem();
-        // Both take ownership of data (a malloc block).
+        /// Both take ownership of data (a malloc block).
         ResultItem(Vantor::AlgorithmType type, void* data, unsigned long size);
+        /// An item of a string kind; takes ownership of data.
         ResultItem(const std::string& stringType, void* data, unsigned long size);
         ResultItem(const ResultItem&) = delete;
         ResultItem& operator=(const ResultItem&) = delete;
         ~ResultItem();
 
-        // Copies size bytes of data into dest; the caller sizes dest.
+        /// Copies size bytes of data into dest; the caller sizes dest.
         void memcpyStructResult(char* dest, unsigned long size);
 
-        Vantor::AlgorithmType type;   // not meaningful for string-kind items
-        std::string stringType;       // empty for enumerated items
-        void* data;
-        unsigned long size;
+        Vantor::AlgorithmType type;   ///< not meaningful for string-kind items
+        std::string stringType;       ///< empty for enumerated items
+        void* data;                   ///< the blob (native memory; read it with memcpyStructResult)
+        unsigned long size;           ///< bytes of the blob
     };
 
+    /// No items.
     MultiResult();
     MultiResult(const MultiResult&) = delete;
     MultiResult& operator=(const MultiResult&) = delete;
     ~MultiResult() override;
 
-    // Append an item that takes ownership of data.
+    /// Append an item that takes ownership of data.
     void emplace(Vantor::AlgorithmType type, void* data, unsigned long size);
+    /// Append an item of a string kind that takes ownership of data.
     void emplace(const std::string& stringType, void* data, unsigned long size);
-    // The first item of that kind, or null.
+    /// The first item of that string kind, or null.
     std::shared_ptr<ResultItem> getResultItem(const std::string& stringType);
+    /// The first item of that kind, or null.
     std::shared_ptr<ResultItem> getResultItem(Vantor::AlgorithmType type);
-    // Drops the items; decoded slots stay.
+    /// Drops the items; decoded slots stay.
     void clear();
+    /// Number of items.
     int resultCount();
 
     CAfterEffectBuffer* afterEffectBuffer() override;
@@ -69,10 +76,10 @@ public:
     CMattingResult* mattingResult() override;
     CFaceClustingBuffer* faceClustingBuffer() override;
 
-    std::string assetId;
-    std::vector<Vantor::AlgorithmType> types;
-    std::vector<std::string> stringTypes;
-    std::vector<std::shared_ptr<ResultItem>> items;  // insertion order
+    std::string assetId;                       ///< the picture's id
+    std::vector<Vantor::AlgorithmType> types;  ///< the kinds asked for
+    std::vector<std::string> stringTypes;      ///< the string kinds asked for
+    std::vector<std::shared_ptr<ResultItem>> items;  ///< insertion order
 
 private:
     CAfterEffectBuffer* afterEffect_ = nullptr;

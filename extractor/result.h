@@ -1,9 +1,9 @@
-// Result: one result blob for one asset and one algorithm kind.
-//
-// The blob (result, resultLength) is a malloc block owned by the Result. The first
-// matching typed accessor decodes it, keeps the decoded message and frees the blob, so
-// afterwards only the decoded message remains (single owner: a blob never has two).
-// Shared between the engine and the caches through shared_ptr; not synchronised.
+/// Result: one result blob for one asset and one algorithm kind.
+///
+/// The blob (result, resultLength) is a malloc block owned by the Result. The first
+/// matching typed accessor decodes it, keeps the decoded message and frees the blob, so
+/// afterwards only the decoded message remains (single owner: a blob never has two).
+/// Shared between the engine and the caches through shared_ptr; not synchronised.
 #pragma once
 
 #include <string>
@@ -15,27 +15,31 @@ namespace VQFeature {
 
 class Result : public IResult {
 public:
+    /// No blob, empty texts, kind 0.
     Result();
+    /// No blob.
     Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type);
-    // Take ownership of the blob. The length passes through a signed 32-bit int and is
-    // widened with its sign, as the binding always did.
+    /// Take ownership of the blob. The length passes through a signed 32-bit int and is
+    /// widened with its sign, as the binding always did.
     Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type, void* result,
            int length);
-    // A string-kind result: algorithmType is -1.
+    /// A string-kind result: algorithmType is -1.
     Result(const std::string& assetId, const std::string& algorithmKey, const std::string& algorithmStringType,
            void* result, int length);
     Result(const Result&) = delete;
     Result& operator=(const Result&) = delete;
     ~Result() override;
 
-    void freeResult();       // frees the blob; resultLength unchanged
-    void resetData();        // forgets the blob without freeing (it was handed elsewhere)
-    // Stores a malloc copy of size bytes; resultLength and an earlier blob are left as
-    // they are (the caller sets the length).
+    void freeResult();       ///< frees the blob; resultLength unchanged
+    void resetData();        ///< forgets the blob without freeing (it was handed elsewhere)
+    /// Stores a malloc copy of size bytes; resultLength and an earlier blob are left as
+    /// they are (the caller sets the length).
     void setResultNative(const char* data, unsigned long size);
-    // Copies size bytes of the blob into dest; the caller sizes dest.
+    /// Copies size bytes of the blob into dest; the caller sizes dest.
     void memcpyStructResult(char* dest, unsigned long size);
+    /// For the three named string kinds, releases the decoded message and returns true.
     bool freeStringTypeResult();
+    /// Releases the decoded message, if any.
     void freeStructResult();
 
     CAfterEffectBuffer* afterEffectBuffer() override;
@@ -57,17 +61,17 @@ public:
     CMattingResult* mattingResult() override;
     CFaceClustingBuffer* faceClustingBuffer() override;
 
-    unsigned long resultLength;
-    void* result;
-    std::string assetId;
-    std::string algorithmStringType;
-    Vantor::AlgorithmType algorithmType;
-    std::string algorithmKey;
+    unsigned long resultLength;          ///< bytes of the blob
+    void* result;                        ///< the blob (native memory; read it with memcpyStructResult)
+    std::string assetId;                 ///< the picture's id
+    std::string algorithmStringType;     ///< the string kind, empty for enumerated kinds
+    Vantor::AlgorithmType algorithmType; ///< the kind; -1 for a string kind
+    std::string algorithmKey;            ///< the request's algorithm key (second half of the cache key)
 
 private:
-    // The byte size of the blob this object allocated or was given, so that
-    // memcpyStructResult can copy what the caller asks for (resultLength may lag behind
-    // setResultNative) without ever reading past the block.
+    /// The byte size of the blob this object allocated or was given, so that
+    /// memcpyStructResult can copy what the caller asks for (resultLength may lag behind
+    /// setResultNative) without ever reading past the block.
     void rememberBlob(const void* blob, unsigned long bytes);
     unsigned long readableBytes() const;
 

@@ -1,4 +1,4 @@
-// Small text helpers offered to Java next to the extractor. Pure functions, thread-safe.
+/// Small text helpers offered to Java next to the extractor. Pure functions, thread-safe.
 #pragma once
 
 #include <string>
@@ -6,20 +6,20 @@
 
 namespace VQFeature {
 
-// 1 when b occurs in a, 0 when it does not, -1 when a is shorter than b. A null text
-// counts as empty; an empty b is never contained. The scan keeps its historical 8-bit
-// position counters, so it is exact only for texts shorter than 256 bytes; for longer
-// ones a match it reaches is still reported, and a scan that would cycle forever
-// answers 0.
+/// 1 when b occurs in a, 0 when it does not, -1 when a is shorter than b. A null text
+/// counts as empty; an empty b is never contained. The scan keeps its historical 8-bit
+/// position counters, so it is exact only for texts shorter than 256 bytes; for longer
+/// ones a match it reaches is still reported, and a scan that would cycle forever
+/// answers 0.
 int strContains(const char* a, const char* b);
 
-// Cuts text at every character that occurs in separators; empty pieces (from adjacent,
-// leading or trailing separators) are dropped, so an empty text gives an empty list.
+/// Cuts text at every character that occurs in separators; empty pieces (from adjacent,
+/// leading or trailing separators) are dropped, so an empty text gives an empty list.
 std::vector<std::string> split(const std::string& text, const std::string& separators = " ");
 
-// Joins the elements with separator between them. An element is appended without a
-// separator while the text built so far is still empty, so leading empty elements leave
-// no separator behind (join({"", "a"}, ",") is "a").
+/// Joins the elements with separator between them. An element is appended without a
+/// separator while the text built so far is still empty, so leading empty elements leave
+/// no separator behind (join({"", "a"}, ",") is "a").
 std::string join(const std::vector<std::string>& list, const std::string& separator = ",");
 
 }  // namespace VQFeature

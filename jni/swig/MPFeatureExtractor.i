@@ -33,6 +33,8 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %}
 
 %include "conventions.i"
+%include "lifetimes.i"
+%include "javadoc.i"
 %include "handles.i"
 %include "containers.i"
 %include "callbacks.i"

@@ -26,35 +26,35 @@ const char kNoBytes[1] = {0};
 %rename(releaseObject) VQFeature::CoverUtil::releaseCopy;
 
 %extend VQFeature::Result {
-  // Copies as many bytes as the array holds, whatever resultLength says: sizing the
-  // array is the caller's job. Nothing is copied into a null array or out of a result
-  // without blob.
+  /// Copies as many bytes as the array holds, whatever resultLength says: sizing the
+  /// array is the caller's job. Nothing is copied into a null array or out of a result
+  /// without blob.
   void copyBlobInto(char* dest, unsigned long size) {
     if (dest != nullptr && size > 0 && $self->result != nullptr) $self->memcpyStructResult(dest, size);
   }
-  // Stores a malloc copy of the array; resultLength is the caller's to set. A null
-  // array stores a zero-length block.
+  /// Stores a malloc copy of the array; resultLength is the caller's to set. A null
+  /// array stores a zero-length block.
   void storeBlobCopy(const char* data, unsigned long size) {
     $self->setResultNative(data != nullptr ? data : kNoBytes, size);
   }
 }
 
 %extend VQFeature::MultiResult::ResultItem {
-  // As Result::memcpyStructResult, from the item's blob.
+  /// Copies as many bytes of the item's blob as the array holds (size it from getSize()).
   void copyBlobInto(char* dest, unsigned long size) {
     if (dest != nullptr && size > 0 && $self->data != nullptr) $self->memcpyStructResult(dest, size);
   }
 }
 
 %extend VQFeature::CoverUtil {
-  // The text of the copied block up to its first zero byte (or all of it). The copy
-  // is released here: the old binding let it leak.
+  /// The array's bytes as text, up to the first zero byte (or all of them). The native
+  /// copy made on the way is released here (the old binding let it leak).
   static std::string copiedText(char* data, unsigned long size) {
     std::unique_ptr<char[]> block(VQFeature::CoverUtil::getMemoryAddress(data, size));
     return std::string(block.get(), strnlen(block.get(), size));
   }
-  // releaseObject frees with free(): it gets a malloc copy of the array, never the
-  // array's own memory (which belongs to the virtual machine).
+  /// Hands a native copy of the array to the blob release function (free()), never the
+  /// array's own memory, which belongs to the virtual machine.
   static void releaseCopy(char* data, unsigned long size) {
     char* block = nullptr;
     if (data != nullptr) {

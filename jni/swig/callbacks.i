@@ -42,5 +42,6 @@
 %ignore Vantor::VantorAlgorithmInput::type;
 %rename(type) Vantor::VantorAlgorithmInput::inputType;
 %extend Vantor::VantorAlgorithmInput {
+  /// The kind of input: an image, a texture or a tensor.
   Vantor::VantorInputType inputType() const { return $self->type; }
 }

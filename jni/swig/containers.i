@@ -52,6 +52,8 @@
 %ignore VQFeature::MultiAlgorithmInput::MultiAlgorithmInput(const ResourceList&, const std::string&,
     const std::vector<Vantor::AlgorithmType>&, const std::vector<std::string>&);
 %extend VQFeature::MultiAlgorithmInput {
+  /// resources: the pictures. algorithmConf: the graph JSON. types, stringTypes: the
+  /// outputs wanted, each an output of the graph.
   MultiAlgorithmInput(const std::vector<std::shared_ptr<VQFeature::Resource>>& resources,
                       const std::string& algorithmConf, const std::vector<Vantor::AlgorithmType>& types,
                       const std::vector<std::string>& stringTypes) {

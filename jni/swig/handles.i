@@ -3,27 +3,47 @@
 // Everything else (collections, ErrorPair, VantorFeatureData, CoverUtil,
 // NativeStringUtils) crosses as a plain handle to the object itself.
 
-%shared_ptr(Vantor::VantorAlgorithmInput)
-%shared_ptr(Vantor::VantorHeaderProvider)
-%shared_ptr(Vantor::VantorNetworkDelegate)
-%shared_ptr(Vantor::VantorThreadDelegate)
-%shared_ptr(VQ::AppConfig)
-%shared_ptr(VQFeature::ModelsDownloadCallback)
-%shared_ptr(VQFeature::Config)
-%shared_ptr(VQFeature::ImageBuffer)
-%shared_ptr(VQFeature::Resource)
-%shared_ptr(VQFeature::Input)
-%shared_ptr(VQFeature::MultiAlgorithmInput)
-%shared_ptr(VQFeature::IResult)
-%shared_ptr(VQFeature::Result)
-%shared_ptr(VQFeature::MultiResult)
-%shared_ptr(VQFeature::MultiResult::ResultItem)
-%shared_ptr(VQFeature::CacheAdapter)
-%shared_ptr(VQFeature::MemoryCache)
-%shared_ptr(VQFeature::SqliteCache)
-%shared_ptr(VQFeature::Extractor)
-%shared_ptr(VQFeature::StructResultCopyCallBack)
-%shared_ptr(VQFeature::ByteArrayCallBack)
+// %shared_ptr, and the Javadoc of the methods SWIG writes for such a proxy.
+%define %vqfe_shared(TYPE)
+%shared_ptr(TYPE)
+%vqfe_documented_delete(TYPE, swigCMemOwn, swigCMemOwnDerived)
+%typemap(directorowner_release, methodname="swigReleaseOwnership") TYPE %{
+  /** Makes the native side the owner of this Java implementation (used by the binding). */
+  public void $methodname() {
+    swigSetCMemOwn(false);
+    $jnicall;
+  }
+%}
+%typemap(directorowner_take, methodname="swigTakeOwnership") TYPE %{
+  /** Makes this proxy the owner of its native side again (used by the binding). */
+  public void $methodname() {
+    swigSetCMemOwn(true);
+    $jnicall;
+  }
+%}
+%enddef
+
+%vqfe_shared(Vantor::VantorAlgorithmInput)
+%vqfe_shared(Vantor::VantorHeaderProvider)
+%vqfe_shared(Vantor::VantorNetworkDelegate)
+%vqfe_shared(Vantor::VantorThreadDelegate)
+%vqfe_shared(VQ::AppConfig)
+%vqfe_shared(VQFeature::ModelsDownloadCallback)
+%vqfe_shared(VQFeature::Config)
+%vqfe_shared(VQFeature::ImageBuffer)
+%vqfe_shared(VQFeature::Resource)
+%vqfe_shared(VQFeature::Input)
+%vqfe_shared(VQFeature::MultiAlgorithmInput)
+%vqfe_shared(VQFeature::IResult)
+%vqfe_shared(VQFeature::Result)
+%vqfe_shared(VQFeature::MultiResult)
+%vqfe_shared(VQFeature::MultiResult::ResultItem)
+%vqfe_shared(VQFeature::CacheAdapter)
+%vqfe_shared(VQFeature::MemoryCache)
+%vqfe_shared(VQFeature::SqliteCache)
+%vqfe_shared(VQFeature::Extractor)
+%vqfe_shared(VQFeature::StructResultCopyCallBack)
+%vqfe_shared(VQFeature::ByteArrayCallBack)
 
 // Host-side platform objects and the download callback are only stored and handed
 // back; Java never creates them.

@@ -1,5 +1,6 @@
 // Test-only natives for the JVM suite: runs a callback object on a fresh native
-// thread the virtual machine has never seen, the way a framework worker would.
+// thread the virtual machine has never seen, the way a framework worker would, and
+// decodes blobs with the C++ decoder for comparison with the Java one.
 #include <jni.h>
 
 #include <exception>
@@ -8,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "encoding/message_json.h"
 #include "jni/byte_array_callback.h"
 
 namespace {
@@ -57,4 +59,15 @@ extern "C" JNIEXPORT jlong JNICALL Java_com_quorvane_zul_mediaprocessors_jnitest
 extern "C" JNIEXPORT void JNICALL Java_com_quorvane_zul_mediaprocessors_jnitest_TestHooks_deleteCallbackHolder(
     JNIEnv*, jclass, jlong holder) {
     delete reinterpret_cast<CallbackHolder*>(holder);
+}
+
+// The C++ decoder's JSON of a blob of the given kind (what the vqfe tool prints), or
+// "error: " and the decoder's reason.
+extern "C" JNIEXPORT jstring JNICALL Java_com_quorvane_zul_mediaprocessors_jnitest_TestHooks_blobToJson(
+    JNIEnv* env, jclass, jint kind, jbyteArray blob) {
+    std::vector<char> bytes(static_cast<size_t>(env->GetArrayLength(blob)));
+    env->GetByteArrayRegion(blob, 0, static_cast<jsize>(bytes.size()), reinterpret_cast<jbyte*>(bytes.data()));
+    std::string error;
+    std::string json = VQFeature::blobToJson(kind, bytes.data(), bytes.size(), &error);
+    return env->NewStringUTF(json.empty() ? ("error: " + error).c_str() : json.c_str());
 }

@@ -1,8 +1,6 @@
 package com.quorvane.zul.mediaprocessors.extractor_jni;
 
-import java.awt.image.BufferedImage;
 import java.io.IOException;
-import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -21,26 +19,7 @@ final class Pictures {
   /** The photo decoded to RGBA8888 pixels, as an app hands over a decoded bitmap. */
   static Resource resource(String assetId, String file) throws IOException {
     Path path = TESTDATA.resolve(file);
-    BufferedImage image = ImageIO.read(path.toFile());
-    int width = image.getWidth();
-    int height = image.getHeight();
-    byte[] rgba = new byte[width * height * 4];
-    int i = 0;
-    for (int y = 0; y < height; y++) {
-      for (int x = 0; x < width; x++) {
-        int argb = image.getRGB(x, y);
-        rgba[i++] = (byte) (argb >> 16);
-        rgba[i++] = (byte) (argb >> 8);
-        rgba[i++] = (byte) argb;
-        rgba[i++] = (byte) (argb >>> 24);
-      }
-    }
-    ImageBuffer buffer = new ImageBuffer();
-    buffer.setWidth(width);
-    buffer.setHeight(height);
-    buffer.setFormat(0);
-    buffer.setData(rgba);
-    buffer.setLength(BigInteger.valueOf(rgba.length));
+    ImageBuffer buffer = ImagePixels.fromBufferedImage(ImageIO.read(path.toFile()));
     return new Resource(assetId, path.toString(), buffer);
   }
 

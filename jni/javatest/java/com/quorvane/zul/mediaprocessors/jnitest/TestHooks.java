@@ -19,4 +19,7 @@ public final class TestHooks {
 
   /** Drops a reference made by copyCallbackHolder. */
   public static native void deleteCallbackHolder(long holder);
+
+  /** The C++ decoder's JSON of a blob of the kind, or "error: " and its reason. */
+  public static native String blobToJson(int kind, byte[] blob);
 }

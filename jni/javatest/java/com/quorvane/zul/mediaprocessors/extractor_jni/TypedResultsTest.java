@@ -1,0 +1,95 @@
+package com.quorvane.zul.mediaprocessors.extractor_jni;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.google.protobuf.Message;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttribute;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttributeBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.ResultMessages;
+import com.quorvane.zul.mediaprocessors.jnitest.TestHooks;
+import java.math.BigInteger;
+import java.nio.file.Path;
+import java.util.HashSet;
+import java.util.Set;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The typed results jar reads every blob exactly as the C++ decoder does. */
+class TypedResultsTest {
+  @TempDir Path tmp;
+
+  /** Same JSON from both decoders, and protobuf-java writes the very same bytes back. */
+  private static void assertDecodesAsCpp(int kind, byte[] blob, Message message) {
+    assertEquals(TestHooks.blobToJson(kind, blob), MessageJson.of(message), "kind " + kind);
+    assertArrayEquals(blob, message.toByteArray(), "kind " + kind);
+  }
+
+  @Test
+  void everyKindOfRealBlobDecodesAsInCpp() throws Exception {
+    ResourceList photos = Pictures.resources(Pictures.resource("astronaut", "astronaut.jpg"),
+        Pictures.resource("chelsea", "chelsea.jpg"));
+    Set<Class<?>> seen = new HashSet<>();
+    try (Extractor extractor = Pictures.initialised(tmp, new MemoryCache(64), null)) {
+      for (AlgorithmType kind : AlgorithmType.values()) {
+        String graph = CoverUtil.getAlgorithmConf(kind);
+        if (graph.isEmpty() || kind == AlgorithmType.FaceExpression) continue;
+        Input request = new Input(photos, graph, new StringLongMap(), kind);
+        for (Result result : extractor.extractFeatures(request, false, null)) {
+          byte[] blob = ResultMessages.blobOf(result);
+          if (blob == null) continue;
+          Message message = ResultMessages.parse(result);
+          assertSame(ResultMessages.messageType(kind), message.getClass());
+          assertDecodesAsCpp(kind.swigValue(), blob, message);
+          seen.add(message.getClass());
+        }
+      }
+    }
+    assertEquals(14, seen.size(), "blob formats seen: " + seen);
+
+    // FaceAttribute has no built-in graph: a blob written by Java, read by C++.
+    C_FaceAttributeBuffer attributes = C_FaceAttributeBuffer.newBuilder()
+        .addMFaceAttributeInfos(C_FaceAttribute.newBuilder().setAge(31.5f).setBoyProb(0.125f).setGender(1)
+            .setAttractive(1e-7f).setHappyScore(Float.NaN).setExpType(-2).addExpProbs(0.1f).addExpProbs(1e20f)
+            .setRealFaceProb(0.99999994f).setQuality(-0f))
+        .build();
+    assertDecodesAsCpp(46, attributes.toByteArray(), ResultMessages.parse(AlgorithmType.FaceAttribute,
+        attributes.toByteArray()));
+  }
+
+  @Test
+  void kindsMapToTheirMessages() throws Exception {
+    try (Extractor extractor = Pictures.initialised(tmp, new MemoryCache(8), null)) {
+      ResourceList photos = Pictures.resources(Pictures.resource("astronaut", "astronaut.jpg"));
+      VecAlgorithmType kinds = new VecAlgorithmType();
+      kinds.add(AlgorithmType.Face);
+      kinds.add(AlgorithmType.NHClassification);
+      MultiAlgorithmInput request = new MultiAlgorithmInput(photos,
+          CoverUtil.getAlgorithmConf(AlgorithmType.NHClassification), kinds, new VecString());
+      MultiResult multi = extractor.extractFeatures(request, false).get(0);
+      MultiResult.ResultItem classes = multi.getResultItem(AlgorithmType.NHClassification);
+      C_NHClassificationBuffer typed = ResultMessages.parse(classes, C_NHClassificationBuffer.class);
+      assertTrue(typed.getSerializedSize() > 0);
+      assertThrows(IllegalArgumentException.class, () -> ResultMessages.parse(classes, C_FaceBuffer.class));
+      // A string kind is a classification output whatever its name.
+      byte[] blob = typed.toByteArray();
+      assertEquals(typed, ResultMessages.parse(MPFeatureExtractor.getAlgorithmTypeC300(), blob));
+      try (Result named = new Result()) {
+        named.setAlgorithmStringType("custom_output");
+        named.setResultNative(blob);
+        named.setResultLength(BigInteger.valueOf(blob.length));
+        assertEquals(typed, ResultMessages.parse(named));
+      }
+    }
+    assertNull(ResultMessages.parse(new Result("asset", "key", AlgorithmType.Face)), "no blob, no message");
+    assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(AlgorithmType.FaceExpression));
+    assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(-1));
+    assertSame(C_NHClassificationBuffer.class, ResultMessages.messageType(130));
+  }
+}
