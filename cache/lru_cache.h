@@ -28,9 +28,11 @@
 namespace VQFeature {
 
 // One entry of the recency list. Created and destroyed by its LRUCache only.
-template <typename V>
+template <typename K, typename V>
 struct CacheNode {
-    std::string_view key;         // the key's characters, stored behind the node
+    static_assert(std::is_same_v<K, std::string>, "keys are strings, stored inside their nodes");
+
+    std::string_view key;         // the node's private copy of the key, stored behind it
     V value;
     CacheNode* prev = nullptr;    // the next more recently used entry; null at head
     CacheNode* next = nullptr;    // the next less recently used entry; null at tail
@@ -38,10 +40,8 @@ struct CacheNode {
 
 template <typename K, typename V>
 class LRUCache {
-    static_assert(std::is_same_v<K, std::string>, "keys are strings, stored inside their nodes");
-
 public:
-    using Node = CacheNode<V>;
+    using Node = CacheNode<K, V>;
 
     // A negative capacity never evicts (compared as a huge unsigned count).
     // Throws std::invalid_argument for 0: such a cache could hold nothing.
