@@ -62,6 +62,10 @@ ROWS = [
      "per_item", ("ratio<=", 1.2)),
     ("  (textbook lookups alone: 100k vs 1k)", "extractor/cached_100k/lookup", "extractor/cached_1k/lookup",
      "per_item", None),
+    ("  (memory floor, asset id + shared Result, no cache: 10k vs 1k)", "extractor/cached_10k/floor",
+     "extractor/cached_1k/floor", "per_item", None),
+    ("  (memory floor, asset id + shared Result, no cache: 100k vs 1k)", "extractor/cached_100k/floor",
+     "extractor/cached_1k/floor", "per_item", None),
     ("JNI extractFeatures, 1k cached assets, per asset vs C++", "jni/cached_1k/vqfe", "extractor/cached_1k/vqfe",
      "per_item", ("abs<=", 1000)),
 ]

@@ -1,31 +1,38 @@
-// LRUCache: a bounded map from key to value that forgets the least recently used entry
-// when a new key would exceed the capacity.
+// LRUCache: a bounded map from string key to value that forgets the least recently used
+// entry when a new key would exceed the capacity.
 //
-// A hash index points at the nodes of an intrusive doubly linked recency list (newest at
-// head), so get, set, promotion and eviction are constant-time on average. The cache owns
-// its nodes: evicted and cleared nodes are deleted, which releases the cache's copy of the
-// value (a shared value stays alive only while someone else holds it).
+// Entries are nodes of an intrusive doubly linked recency list (newest at head). Each node
+// is one heap block holding the node and, right behind it, the key's characters: the key
+// is stored once. The index is a flat open-addressing table of (hash, node) slots, linear
+// probing, backward-shift deletion, at most three quarters full. A lookup reads one slot
+// (its neighbours share the cache line) and the node; get, set, promotion and eviction
+// are constant-time on average and need no allocation but the new node's.
+// The cache owns its nodes: evicted and cleared nodes are deleted, which releases the
+// cache's copy of the value (a shared value stays alive only while someone else holds it).
 // Not synchronised: get() reorders the list, so even lookups need one thread at a time.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace VQFeature {
 
-// One entry of the recency list.
+// One entry of the recency list. Created and destroyed by its LRUCache only.
 template <typename K, typename V>
-class CacheNode {
-public:
-    CacheNode(K key, const V& value) : key(std::move(key)), value(value) {}
+struct CacheNode {
+    static_assert(std::is_same_v<K, std::string>, "keys are strings, stored inside their nodes");
 
-    K key;                        // private copy of the index key
+    std::string_view key;         // the node's private copy of the key, stored behind it
     V value;
     CacheNode* prev = nullptr;    // the next more recently used entry; null at head
     CacheNode* next = nullptr;    // the next less recently used entry; null at tail
@@ -48,56 +55,149 @@ public:
     ~LRUCache() { clear(); }
 
     // The value stored under key, promoted to most recent; an empty V on a miss.
-    V get(const K& key) {
-        auto found = index.find(IndexKey(key));
-        if (found == index.end()) {
+    V get(std::string_view key) {
+        const size_t slot = find(key, hashOf(key));
+        if (slot == kNone) {
             return V();
         }
-        promote(found->second);
-        return found->second->value;
+        Node* node = index[slot].node;
+        promote(node);
+        return node->value;
     }
 
     // Stores value under key as the most recent entry. Replacing an existing key never
     // evicts; a new key evicts the least recent entry first when the cache is full.
-    void set(K key, const V& value) {
-        auto found = index.find(IndexKey(key));
-        if (found != index.end()) {
-            found->second->value = value;
-            promote(found->second);
+    void set(std::string_view key, const V& value) {
+        const size_t hash = hashOf(key);
+        const size_t slot = find(key, hash);
+        if (slot != kNone) {
+            Node* node = index[slot].node;
+            node->value = value;
+            promote(node);
             return;
         }
-        Node* node = new Node(std::move(key), value);
-        if (index.size() >= static_cast<size_t>(static_cast<int64_t>(capacity)) && tail != nullptr) {
+        Node* node = makeNode(key, value);
+        if (count >= static_cast<size_t>(static_cast<int64_t>(capacity)) && tail != nullptr) {
             Node* evicted = tail;
             unlink(evicted);
-            index.erase(IndexKey(evicted->key));
-            delete evicted;
+            erase(find(evicted->key, hashOf(evicted->key)));
+            destroyNode(evicted);
         }
         linkAtHead(node);
-        index.emplace(IndexKey(node->key), node);
+        insert(hash, node);
     }
 
-    // Forgets every entry.
+    // Forgets every entry; the index keeps its size for the entries to come.
     void clear() {
-        for (auto& entry : index) {
-            delete entry.second;
+        for (Node* node = head; node != nullptr;) {
+            Node* next = node->next;
+            destroyNode(node);
+            node = next;
         }
-        index.clear();
+        std::fill(index.begin(), index.end(), Slot{});
+        count = 0;
         head = nullptr;
         tail = nullptr;
     }
 
-    size_t size() const { return index.size(); }
+    size_t size() const { return count; }
     // Most recent entry, or null when empty.
     const Node* newest() const { return head; }
     // Least recent entry, or null when empty.
     const Node* oldest() const { return tail; }
 
 private:
-    // String keys are indexed by a view of the node's own copy, so each key is stored
-    // once and a lookup needs no copy of it. Nodes never move, so the views stay valid
-    // while their node is indexed.
-    using IndexKey = std::conditional_t<std::is_same_v<K, std::string>, std::string_view, K>;
+    struct Slot {
+        size_t hash = 0;
+        Node* node = nullptr;  // null: the slot is free
+    };
+    static constexpr size_t kNone = SIZE_MAX;
+    static constexpr size_t kMinSlots = 16;
+
+    static size_t hashOf(std::string_view key) { return std::hash<std::string_view>()(key); }
+
+    // One block: the node, then the key's characters (operator new's alignment suits the
+    // node; the characters need none).
+    static Node* makeNode(std::string_view key, const V& value) {
+        void* block = ::operator new(sizeof(Node) + key.size());
+        char* chars = static_cast<char*>(block) + sizeof(Node);
+        if (!key.empty()) {
+            std::memcpy(chars, key.data(), key.size());
+        }
+        try {
+            return new (block) Node{std::string_view(chars, key.size()), value};
+        } catch (...) {
+            ::operator delete(block);
+            throw;
+        }
+    }
+
+    static void destroyNode(Node* node) {
+        node->~Node();
+        ::operator delete(static_cast<void*>(node));
+    }
+
+    // The slot holding key, or kNone.
+    size_t find(std::string_view key, size_t hash) const {
+        if (index.empty()) {
+            return kNone;
+        }
+        const size_t mask = index.size() - 1;
+        for (size_t i = hash & mask;; i = (i + 1) & mask) {
+            const Slot& slot = index[i];
+            if (slot.node == nullptr) {
+                return kNone;
+            }
+            if (slot.hash == hash && slot.node->key == key) {
+                return i;
+            }
+        }
+    }
+
+    void insert(size_t hash, Node* node) {
+        if ((count + 1) * 4 > index.size() * 3) {
+            grow();
+        }
+        place(hash, node);
+        ++count;
+    }
+
+    // Into the first free slot from the key's home slot on.
+    void place(size_t hash, Node* node) {
+        const size_t mask = index.size() - 1;
+        size_t i = hash & mask;
+        while (index[i].node != nullptr) {
+            i = (i + 1) & mask;
+        }
+        index[i] = Slot{hash, node};
+    }
+
+    void grow() {
+        std::vector<Slot> old(index.empty() ? kMinSlots : index.size() * 2);
+        old.swap(index);
+        for (const Slot& slot : old) {
+            if (slot.node != nullptr) {
+                place(slot.hash, slot.node);
+            }
+        }
+    }
+
+    // Frees the slot and moves later slots of the same probe run back into the gap, so
+    // that every key stays reachable from its home slot without tombstones.
+    void erase(size_t hole) {
+        const size_t mask = index.size() - 1;
+        for (size_t i = (hole + 1) & mask; index[i].node != nullptr; i = (i + 1) & mask) {
+            const size_t home = index[i].hash & mask;
+            // The entry may move to the hole when its home is not cyclically in (hole, i].
+            const bool homeAfterHole = hole <= i ? (home > hole && home <= i) : (home > hole || home <= i);
+            if (!homeAfterHole) {
+                index[hole] = index[i];
+                hole = i;
+            }
+        }
+        index[hole] = Slot{};
+        --count;
+    }
 
     void unlink(Node* node) {
         if (node->prev != nullptr) {
@@ -127,6 +227,9 @@ private:
     }
 
     void promote(Node* node) {
+        if (node == head) {
+            return;
+        }
         unlink(node);
         linkAtHead(node);
     }
@@ -134,7 +237,8 @@ private:
     int capacity;
     Node* head = nullptr;
     Node* tail = nullptr;
-    std::unordered_map<IndexKey, Node*> index;
+    std::vector<Slot> index;  // size 0 or a power of two
+    size_t count = 0;
 };
 
 }  // namespace VQFeature

@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <list>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace VQFeature {
 namespace {
@@ -70,6 +74,33 @@ TEST(LRUCacheTest, ClearReleasesEveryNodeAndStaysUsable) {
     EXPECT_EQ(kept.use_count(), 1);
     cache.set("c", std::make_shared<int>(3));
     EXPECT_EQ(cache.newest(), cache.oldest());
+}
+
+// The flat index against a plain list of (key, value), newest first, through a long random
+// run of gets and sets that grows the table, evicts and shifts probe runs back on erase.
+TEST(LRUCacheTest, AgreesWithAPlainListOverARandomRun) {
+    for (int capacity : {1, 7, 300}) {
+        LRUCache<std::string, int> cache(capacity);
+        std::list<std::pair<std::string, int>> model;
+        std::mt19937 random(static_cast<unsigned>(capacity));
+        for (int step = 0; step < 20000; ++step) {
+            const std::string key = "k" + std::to_string(random() % 500);
+            auto it = std::find_if(model.begin(), model.end(), [&](const auto& entry) { return entry.first == key; });
+            if (random() % 3 == 0) {
+                EXPECT_EQ(cache.get(key), it == model.end() ? 0 : it->second) << key;
+                if (it != model.end()) model.splice(model.begin(), model, it);
+            } else {
+                cache.set(key, step + 1);
+                if (it != model.end()) model.erase(it);
+                else if (model.size() >= static_cast<size_t>(capacity)) model.pop_back();
+                model.emplace_front(key, step + 1);
+            }
+            ASSERT_EQ(cache.size(), model.size());
+            if (model.empty()) continue;
+            ASSERT_EQ(cache.newest()->key, model.front().first);
+            ASSERT_EQ(cache.oldest()->key, model.back().first);
+        }
+    }
 }
 
 }  // namespace

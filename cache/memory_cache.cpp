@@ -26,7 +26,7 @@ std::shared_ptr<Result> MemoryCache::query(const std::string& assetId, const std
 }
 
 const std::string& MemoryCache::lookupKey(const std::string& assetId, const std::string& algorithmKey) {
-    // One buffer for every lookup: after the first few queries no key costs an allocation.
+    // One buffer for every key built: after the first few calls no key costs an allocation.
     lookupKey_.assign(assetId);
     lookupKey_ += algorithmKey;
     return lookupKey_;
@@ -43,7 +43,7 @@ void MemoryCache::save(const std::shared_ptr<Result>& result) {
     if (!result) {
         return;  // nothing to key it by
     }
-    cache_.set(result->assetId + result->algorithmKey, result);
+    cache_.set(lookupKey(result->assetId, result->algorithmKey), result);
 }
 
 // Selective clears mean something only for host caches; this cache keeps its entries.

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cache/cache_adapter.h"
+#include "extractor/cache_adapter.h"
 #include "cache/lru_cache.h"
 
 namespace VQFeature {
@@ -31,7 +31,7 @@ public:
     void clearAll() override;
 
 private:
-    /// asset id + algorithm key in a buffer kept between lookups.
+    /// asset id + algorithm key in a buffer kept between calls.
     const std::string& lookupKey(const std::string& assetId, const std::string& algorithmKey);
 
     LRUCache<std::string, std::shared_ptr<Result>> cache_;

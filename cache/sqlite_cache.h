@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cache/cache_adapter.h"
+#include "extractor/cache_adapter.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -12,7 +13,7 @@
 #include <thread>
 
 #include "extractor/algorithm_types.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/temp_dir.h"
 
 namespace VQFeature {
 namespace {
@@ -139,7 +140,10 @@ TEST_F(SqliteCacheTest, TwoProcessesWriteAtOnceAndAKilledWriterLosesNothingCommi
         writer("killed", 1000000);
         _exit(0);
     }
-    while (SqliteCache(path_).count() < 350) usleep(1000);
+    // Kill the writer once it has committed 50 rows; a writer stuck on a lock fails the
+    // test after the deadline instead of hanging it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (SqliteCache(path_).count() < 350 && std::chrono::steady_clock::now() < deadline) usleep(1000);
     kill(victim, SIGKILL);
     waitpid(victim, nullptr, 0);
     SqliteCache after(path_);

@@ -1,9 +1,10 @@
-# Fails when an object of ARCHIVE references a C library function of DENYLIST (functions
+# Fails when an object of ARCHIVES references a C library function of DENYLIST (functions
 # Android's libc lacks at API 21 or that only glibc has). Run with cmake -P:
-#   -DNM=<nm> -DARCHIVE=<static library> -DDENYLIST=<file>
-execute_process(COMMAND ${NM} -u --format=posix ${ARCHIVE} OUTPUT_VARIABLE undefined RESULT_VARIABLE nm_result)
+#   -DNM=<nm> -DARCHIVES=<static library>,<static library>... -DDENYLIST=<file>
+string(REPLACE "," ";" archives "${ARCHIVES}")
+execute_process(COMMAND ${NM} -u --format=posix ${archives} OUTPUT_VARIABLE undefined RESULT_VARIABLE nm_result)
 if(NOT nm_result EQUAL 0)
-  message(FATAL_ERROR "nm failed on ${ARCHIVE}")
+  message(FATAL_ERROR "nm failed on ${ARCHIVES}")
 endif()
 file(STRINGS ${DENYLIST} entries REGEX "^[A-Za-z_]")
 set(found "")

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "encoding/encoder_test_support.h"
+#include "testing/encoder_test_support.h"
 
 namespace VQFeature {
 namespace {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "Vantor/AlgorithmType.h"
 #include "vqfe_results.pb-c.h"
 
 namespace VQFeature {
@@ -150,23 +151,10 @@ std::string messageToJson(const ProtobufCMessage& message) {
 }
 
 const ProtobufCMessageDescriptor* blobDescriptorForKind(int kind) {
-    switch (kind) {
-        case 4: return &c__face_buffer__descriptor;
-        case 7: return &c__skeleton_buffer__descriptor;
-        case 8: return &c__face_verify_buffer__descriptor;
-        case 10: return &c__face_clusting_buffer__descriptor;
-        case 12: return &c__matting_result__descriptor;
-        case 25: return &c__scene_recog_buffer__descriptor;
-        case 29: return &c__similarity_buffer__descriptor;
-        case 30: return &c__after_effect_buffer__descriptor;
-        case 33: return &c__porn_cls_buffer__descriptor;
-        case 46: return &c__face_attribute_buffer__descriptor;
-        case 58: return &c__scene_recog_v3_buffer__descriptor;
-        case 60: return &c__saliency_seg_info__descriptor;
-        case 71: return &c__pet_matting_buffer__descriptor;
-        case 95: return &c__face_pet_detect_buffer__descriptor;
-        case 121:
-        case 130: return &c__nhclassification_buffer__descriptor;
+    switch (static_cast<Vantor::AlgorithmType>(kind)) {
+#define VQFE_RESULT_KIND(kind, number, cliName, Buffer, Message, name) \
+    case Vantor::AlgorithmType::kind: return &c__##name##__descriptor;
+#include "encoding/result_kinds.def"
         default: return nullptr;
     }
 }

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "encoding/encoder_test_support.h"
+#include "testing/encoder_test_support.h"
 
 namespace VQFeature {
 namespace {

@@ -1,7 +1,7 @@
 // Round trips of the region encoders, with their deliberate field shifts.
 #include <gtest/gtest.h>
 
-#include "encoding/encoder_test_support.h"
+#include "testing/encoder_test_support.h"
 
 namespace VQFeature {
 namespace {

@@ -1,13 +1,10 @@
-// The encoder dispatch by algorithm kind, the decode helpers on bad input, and the blob
-// memory helpers.
+// The encoder dispatch by algorithm kind and the decode helpers on bad input.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <vector>
 
-#include "encoding/encoder_test_support.h"
-#include "extractor/extractor_impl.h"
-#include "vantor/cover_util.h"
+#include "testing/encoder_test_support.h"
+#include "encoding/result_convert.h"
 
 namespace VQFeature {
 namespace {
@@ -17,7 +14,7 @@ using Vantor::AlgorithmType;
 
 Blob convert(AlgorithmType type, void* buffer) {
     Blob blob;
-    blob.data = Extractor::ExtractorImpl::resultConvert(type, buffer, &blob.size);
+    blob.data = encodeResult(type, buffer, &blob.size);
     return blob;
 }
 
@@ -43,13 +40,13 @@ TEST(ResultConvertTest, KindsWithoutEncoderAndNullBuffersGiveNull) {
     Vantor::PornClsBuffer porn;
     for (int kind : {-1, 0, 3, 9, 11, 47, 120, 131, 1000}) {
         unsigned long size = 1234;
-        EXPECT_EQ(Extractor::ExtractorImpl::resultConvert(static_cast<AlgorithmType>(kind), &porn, &size), nullptr)
+        EXPECT_EQ(encodeResult(static_cast<AlgorithmType>(kind), &porn, &size), nullptr)
             << kind;
         EXPECT_EQ(size, 1234u) << kind;
     }
     for (int kind : {4, 7, 8, 10, 12, 25, 29, 30, 33, 46, 58, 60, 71, 95, 121, 130}) {
         unsigned long size = 0;
-        EXPECT_EQ(Extractor::ExtractorImpl::resultConvert(static_cast<AlgorithmType>(kind), nullptr, &size), nullptr)
+        EXPECT_EQ(encodeResult(static_cast<AlgorithmType>(kind), nullptr, &size), nullptr)
             << kind;
     }
 }
@@ -92,19 +89,6 @@ TEST(DecodeHelpersTest, MalformedOrMissingBlobsDecodeToNull) {
     ASSERT_NE(plain, nullptr);
     face_clusting_buffer_free(plain);
     EXPECT_EQ(face_clusting_buffer_alloc(clusters, sizeof clusters), nullptr);
-}
-
-TEST(CoverUtilBlobTest, CopiesIntoAnArrayAndReleasesWithFree) {
-    char source[] = {1, 2, 3, 4};
-    char* copy = CoverUtil::getMemoryAddress(source, sizeof source);
-    EXPECT_EQ(std::memcmp(copy, source, sizeof source), 0);
-    delete[] copy;
-    char* empty = CoverUtil::getMemoryAddress(nullptr, 3);
-    EXPECT_EQ(std::vector<char>(empty, empty + 3), std::vector<char>(3, 0));
-    delete[] empty;
-
-    CoverUtil::releaseObject(static_cast<char*>(std::malloc(8)), 999);  // size ignored
-    CoverUtil::releaseObject(nullptr, 0);
 }
 
 }  // namespace

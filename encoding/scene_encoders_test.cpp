@@ -1,7 +1,7 @@
 // Round trips of the whole-image encoders, with the classification slot rules.
 #include <gtest/gtest.h>
 
-#include "encoding/encoder_test_support.h"
+#include "testing/encoder_test_support.h"
 
 namespace VQFeature {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "Vantor/AlgorithmType.h"
 #include "Vantor/VantorAlgorithmInput.h"
-#include "cache/cache_adapter.h"
+#include "extractor/cache_adapter.h"
 #include "extractor/config.h"
 #include "extractor/input.h"
 #include "extractor/multi_result.h"

@@ -7,7 +7,7 @@
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
-#include "extractor/testing/fake_algorithm_system.h"
+#include "testing/fake_algorithm_system.h"
 
 namespace VQFeature {
 namespace {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "encoding/blob_encoders.h"
+#include "encoding/result_convert.h"
 #include "extractor/algorithm_types.h"
 
 namespace VQFeature {
@@ -69,6 +70,10 @@ Extractor::ExtractorImpl::ExtractorImpl(std::shared_ptr<Config> config, std::sha
       initFlag(initFlag) {}
 
 Extractor::ExtractorImpl::~ExtractorImpl() = default;
+
+void* Extractor::ExtractorImpl::resultConvert(AlgorithmType type, void* buffer, unsigned long* size) {
+    return encodeResult(type, buffer, size);
+}
 
 // Runners wait while a run is in progress or a reader is active; they are let in one at
 // a time. Nothing takes the reader side yet; it is kept so a reader role can be added.

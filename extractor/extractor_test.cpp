@@ -11,7 +11,7 @@
 #include "encoding/decode_helpers.h"
 #include "extractor/algorithm_types.h"
 #include "extractor/extractor_impl.h"
-#include "extractor/testing/fake_algorithm_system.h"
+#include "testing/fake_algorithm_system.h"
 
 namespace VQFeature {
 namespace {

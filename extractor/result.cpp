@@ -134,34 +134,11 @@ void Result::freeStructResult() {
     if (decoded_ == nullptr) return;
     if (freeStringTypeResult()) return;
     switch (algorithmType) {
-        case AlgorithmType::Face: face_buffer_free(static_cast<CFaceBuffer*>(decoded_)); break;
-        case AlgorithmType::Skeleton: skeleton_buffer_free(static_cast<CSkeletonBuffer*>(decoded_)); break;
-        case AlgorithmType::FaceVerify: face_verify_buffer_free(static_cast<CFaceVerifyBuffer*>(decoded_)); break;
-        case AlgorithmType::FaceClusting:
-            face_clusting_buffer_free(static_cast<CFaceClustingBuffer*>(decoded_));
-            break;
-        case AlgorithmType::Matting: matting_result_free(static_cast<CMattingResult*>(decoded_)); break;
-        case AlgorithmType::SceneRecog: scene_recog_buffer_free(static_cast<CSceneRecogBuffer*>(decoded_)); break;
-        case AlgorithmType::Similarity: similarity_buffer_free(static_cast<CSimilarityBuffer*>(decoded_)); break;
-        case AlgorithmType::AfterEffect: after_effect_buffer_free(static_cast<CAfterEffectBuffer*>(decoded_)); break;
-        case AlgorithmType::PornCls: porn_cls_buffer_free(static_cast<CPornClsBuffer*>(decoded_)); break;
-        case AlgorithmType::FaceAttribute:
-            face_attribute_buffer_free(static_cast<CFaceAttributeBuffer*>(decoded_));
-            break;
-        case AlgorithmType::SceneRecogV3:
-            scene_recog_v3_buffer_free(static_cast<CSceneRecogV3Buffer*>(decoded_));
-            break;
-        case AlgorithmType::SaliencySeg: saliency_seg_info_free(static_cast<CSaliencySegInfo*>(decoded_)); break;
-        case AlgorithmType::PetMatting: pet_matting_buffer_free(static_cast<CPetMattingBuffer*>(decoded_)); break;
-        case AlgorithmType::FacePetDetect:
-            face_pet_detect_buffer_free(static_cast<CFacePetDetectBuffer*>(decoded_));
-            break;
-        case AlgorithmType::NHClassification:
         // Kind 130 was historically dropped here without release; its record is released
         // all the same (the slot is emptied either way, so no caller can tell).
-        case AlgorithmType::RelationRecog:
-            nhclassification_buffer_free(static_cast<CNHClassificationBuffer*>(decoded_));
-            break;
+#define VQFE_RESULT_KIND(kind, number, cliName, Buffer, Message, name) \
+    case AlgorithmType::kind: name##_free(static_cast<Message*>(decoded_)); break;
+#include "encoding/result_kinds.def"
         default: break;  // no accessor of another kind ever fills the slot
     }
     decoded_ = nullptr;

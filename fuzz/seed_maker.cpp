@@ -18,7 +18,7 @@
 #include "decoder_table.h"
 #include "extractor/extractor_impl.h"
 #include "jni/string_utils.h"
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 #include "vantor/cover_util.h"
 
 namespace {

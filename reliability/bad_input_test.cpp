@@ -21,9 +21,9 @@
 
 #include "extractor/extractor.h"
 #include "reliability/testing/fake_jni.h"
-#include "extractor/testing/rgba_image.h"
+#include "testing/rgba_image.h"
 #include "vantor/cover_util.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/temp_dir.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>

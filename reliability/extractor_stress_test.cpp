@@ -18,9 +18,9 @@
 
 #include "cache/memory_cache.h"
 #include "extractor/extractor.h"
-#include "extractor/testing/rgba_image.h"
+#include "testing/rgba_image.h"
 #include "vantor/cover_util.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/temp_dir.h"
 
 namespace VQFeature {
 namespace {

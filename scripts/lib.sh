@@ -1,15 +1,18 @@
-# Shared by scripts/test and scripts/demo: installs the packages of scripts/packages.txt
-# that are missing, and builds a preset.
+# Shared by scripts/test and scripts/demo: installs the Debian packages that are missing,
+# and builds a preset.
 set -euo pipefail
 VQFE_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
+# vqfe_install_packages [list]: the packages of list (scripts/packages.txt by default),
+# one a line, # comments.
 vqfe_install_packages() {
+  local list="${1:-$VQFE_ROOT/scripts/packages.txt}"
   local missing=()
   local pkg
   while read -r pkg; do
     [[ -z "$pkg" || "$pkg" == \#* ]] && continue
     dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || missing+=("$pkg")
-  done < "$VQFE_ROOT/scripts/packages.txt"
+  done < "$list"
   if ((${#missing[@]})); then
     echo "installing: ${missing[*]}"
     local sudo=""

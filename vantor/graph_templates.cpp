@@ -1,5 +1,4 @@
 // CoverUtil's graph and model-list lookups, VantorGraph and the post-processor names.
-// (CoverUtil's blob memory helpers live with the encoders.)
 #include <string>
 
 #include "vantor/cover_util.h"
@@ -29,24 +28,25 @@ std::string kind121Graph() {
 // A plain lookup by kind number: no template is parsed or filled in here; per-run
 // parameters go through VantorSystem::setParams instead.
 std::string CoverUtil::getAlgorithmConf(const Vantor::AlgorithmType& type) {
-    switch (static_cast<int>(type)) {
-        case 4: return GraphTexts::kKind4;
-        case 7: return GraphTexts::kKind7;
-        case 8: return GraphTexts::kKind8;
-        case 9: return GraphTexts::kKind9;
-        case 10: return GraphTexts::kKind10;
-        case 12: return GraphTexts::kKind12;
-        case 25: return GraphTexts::kKind25;
-        case 29: return GraphTexts::kKind29;
-        case 30: return GraphTexts::kKind30;
-        case 33: return GraphTexts::kKind33;
-        case 58: return GraphTexts::kKind58;
-        case 60: return GraphTexts::kKind60;
-        case 71: return GraphTexts::kKind71;
-        case 95: return GraphTexts::kKind95;
-        case 121: return kind121Graph();
-        case 130: return GraphTexts::kKind130;
-        default: return "";  // 46 (FaceAttribute) has an encoder but no graph, on purpose
+    using Vantor::AlgorithmType;
+    switch (type) {
+        case AlgorithmType::Face: return GraphTexts::kKind4;
+        case AlgorithmType::Skeleton: return GraphTexts::kKind7;
+        case AlgorithmType::FaceVerify: return GraphTexts::kKind8;
+        case AlgorithmType::FaceExpression: return GraphTexts::kKind9;
+        case AlgorithmType::FaceClusting: return GraphTexts::kKind10;
+        case AlgorithmType::Matting: return GraphTexts::kKind12;
+        case AlgorithmType::SceneRecog: return GraphTexts::kKind25;
+        case AlgorithmType::Similarity: return GraphTexts::kKind29;
+        case AlgorithmType::AfterEffect: return GraphTexts::kKind30;
+        case AlgorithmType::PornCls: return GraphTexts::kKind33;
+        case AlgorithmType::SceneRecogV3: return GraphTexts::kKind58;
+        case AlgorithmType::SaliencySeg: return GraphTexts::kKind60;
+        case AlgorithmType::PetMatting: return GraphTexts::kKind71;
+        case AlgorithmType::FacePetDetect: return GraphTexts::kKind95;
+        case AlgorithmType::NHClassification: return kind121Graph();
+        case AlgorithmType::RelationRecog: return GraphTexts::kKind130;
+        default: return "";  // FaceAttribute (46) has an encoder but no graph, on purpose
     }
 }
 

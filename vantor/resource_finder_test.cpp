@@ -7,7 +7,7 @@
 #include <string>
 
 #include "vantor/asset_manager_holder.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/temp_dir.h"
 
 namespace VQFeature {
 namespace {

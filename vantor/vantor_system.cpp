@@ -122,20 +122,24 @@ void VantorSystem::exec(const Vantor::VantorAlgorithmInput& input, Vantor::Algor
     }
 }
 
+// The name of a framework code is its enumerator's name, spelt by the preprocessor.
 std::string VantorSystem::code2Error(Vantor::VantorErrorCode code) {
-    switch (static_cast<int>(code)) {
-        case 0: return "NO_ERROR";
-        case 1: return "INVALID_RES_FINDER";
-        case 2: return "NOT_INIT";
-        case 3: return "INVALID_CONFIG";
-        case 4: return "INVALID_GRAPH";
-        case 5: return "INVALID_MODEL";
-        case 6: return "INVALID_TYPE";
-        case 7: return "INVALID_NODE";
-        case 8: return "INVALID_FORMAT";
-        case 9: return "INTERNAL_ERROR";
+#define VQFE_CODE_NAME(name) \
+    case Vantor::name: return #name;
+    switch (code) {
+        VQFE_CODE_NAME(NO_ERROR)
+        VQFE_CODE_NAME(INVALID_RES_FINDER)
+        VQFE_CODE_NAME(NOT_INIT)
+        VQFE_CODE_NAME(INVALID_CONFIG)
+        VQFE_CODE_NAME(INVALID_GRAPH)
+        VQFE_CODE_NAME(INVALID_MODEL)
+        VQFE_CODE_NAME(INVALID_TYPE)
+        VQFE_CODE_NAME(INVALID_NODE)
+        VQFE_CODE_NAME(INVALID_FORMAT)
+        VQFE_CODE_NAME(INTERNAL_ERROR)
         default: return "UNKNOWN";
     }
+#undef VQFE_CODE_NAME
 }
 
 }  // namespace VQFeature

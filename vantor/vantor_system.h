@@ -13,10 +13,11 @@
 #include <unordered_map>
 
 #include "Vantor/VantorAlgorithmSystem.h"
-#include "extractor/config.h"
 
 namespace VQFeature {
 
+// Accepted and never read, so a declaration is enough.
+class Config;
 class VantorResourceFinderImpl;
 
 class VantorSystem {

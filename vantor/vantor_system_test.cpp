@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "vantor/asset_manager_holder.h"
-#include "vantor/testing/mock_algorithm_system.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/mock_algorithm_system.h"
+#include "testing/temp_dir.h"
 
 namespace VQFeature {
 namespace {
@@ -41,21 +41,10 @@ protected:
     MockSystemFactory factory;
     MockAlgorithmSystem& mock = factory.next();
     std::unique_ptr<VantorSystem> wrapper =
-        std::make_unique<VantorSystem>(std::make_shared<Config>(), "models", "vantor.json", true);
+        std::make_unique<VantorSystem>(nullptr, "models", "vantor.json", true);
     Vantor::VantorImageBuffer image;
     Outcome outcome;
 };
-
-TEST(VantorSystemCodesTest, Code2Error) {
-    const char* names[] = {"NO_ERROR",     "INVALID_RES_FINDER", "NOT_INIT",       "INVALID_CONFIG",
-                           "INVALID_GRAPH", "INVALID_MODEL",     "INVALID_TYPE",   "INVALID_NODE",
-                           "INVALID_FORMAT", "INTERNAL_ERROR"};
-    for (int code = 0; code <= 9; ++code) {
-        EXPECT_EQ(VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(code)), names[code]);
-    }
-    EXPECT_EQ(VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(10)), "UNKNOWN");
-    EXPECT_EQ(VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(-1)), "UNKNOWN");
-}
 
 TEST_F(VantorSystemTest, ExecuteErrorCarriesNameAndType) {
     EXPECT_CALL(mock, execute(_, AlgorithmType::SceneRecog)).WillOnce(Return(Vantor::INVALID_GRAPH));
@@ -117,18 +106,6 @@ TEST_F(VantorSystemTest, SetGraphReleasesFirstAndReturnsTheLoadCode) {
     }
     EXPECT_EQ(wrapper->setGraph("{bad}"), Vantor::INVALID_GRAPH);
     EXPECT_EQ(wrapper->setGraph("{good}"), Vantor::NO_ERROR);
-}
-
-TEST_F(VantorSystemTest, SetParamsForwardsEachMap) {
-    std::unordered_map<std::string, long> ints{{"face_max_num", 3}};
-    std::unordered_map<std::string, float> floats{{"thres", 0.5f}};
-    std::unordered_map<std::string, std::string> texts{{"model_name", "qm_sim"}};
-    EXPECT_CALL(mock, setIntParams(AlgorithmType::Face, ints)).WillOnce(Return(11));
-    EXPECT_CALL(mock, setFloatParams(AlgorithmType::Similarity, floats)).WillOnce(Return(12));
-    EXPECT_CALL(mock, setStringParams(AlgorithmType::PornCls, texts)).WillOnce(Return(13));
-    EXPECT_EQ(wrapper->setParams(AlgorithmType::Face, ints), 11);
-    EXPECT_EQ(wrapper->setParams(AlgorithmType::Similarity, floats), 12);
-    EXPECT_EQ(wrapper->setParams(AlgorithmType::PornCls, texts), 13);
 }
 
 TEST_F(VantorSystemTest, InitFromFileInstallsTheFinderOnSuccessOnly) {

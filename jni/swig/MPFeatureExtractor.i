@@ -8,7 +8,7 @@
 %module(directors="1") MPFeatureExtractor
 
 %{
-#include "cache/cache_adapter.h"
+#include "extractor/cache_adapter.h"
 #include "cache/memory_cache.h"
 #include "cache/sqlite_cache.h"
 #include "extractor/algorithm_types.h"
@@ -62,7 +62,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "extractor/multi_result.h"
 %template(FeatureResultList) std::vector<std::shared_ptr<VQFeature::Result>>;
 %template(VecMultiResult) std::vector<std::shared_ptr<VQFeature::MultiResult>>;
-%include "cache/cache_adapter.h"
+%include "extractor/cache_adapter.h"
 %include "cache/memory_cache.h"
 %include "cache/sqlite_cache.h"
 %include "Vantor/VantorPlatform.h"

@@ -10,7 +10,7 @@
 
 #include "Korvid/Diagnostics.h"
 #include "testing/builtin_templates.h"
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {

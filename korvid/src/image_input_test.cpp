@@ -4,7 +4,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "testing/builtin_templates.h"
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {

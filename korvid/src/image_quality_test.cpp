@@ -9,7 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {

@@ -119,17 +119,4 @@ bool cueValue(const std::string& name, const ImageStats& s, double& value) {
     return true;
 }
 
-std::vector<std::string> splitList(const std::string& text) {
-    std::vector<std::string> out;
-    if (text.empty()) return out;
-    size_t start = 0;
-    for (;;) {
-        size_t comma = text.find(',', start);
-        out.push_back(text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
-        if (comma == std::string::npos) break;
-        start = comma + 1;
-    }
-    return out;
-}
-
 }  // namespace kv

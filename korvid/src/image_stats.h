@@ -43,7 +43,4 @@ const std::vector<std::string>& cueNames();
 // The value of a cue; false when the name is not a cue.
 bool cueValue(const std::string& name, const ImageStats& stats, double& value);
 
-// Splits text on commas (an empty text gives an empty list).
-std::vector<std::string> splitList(const std::string& text);
-
 }  // namespace kv

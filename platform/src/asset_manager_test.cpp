@@ -2,31 +2,30 @@
 #include "android/asset_manager.h"
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "testing/temp_dir.h"
+
 namespace {
 
+// The asset root is a directory of a fresh temporary one, whose other entries lie outside
+// the root. (A fixed path would be shared by test runs of other checkouts.)
 class AssetManagerTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = std::filesystem::path(::testing::TempDir()) / "korvid_assets";
-        std::filesystem::remove_all(root_);
-        std::filesystem::create_directories(root_ / "models");
-        std::ofstream(root_ / "config.json") << "{}";
-        std::ofstream(root_ / "models" / "a.model", std::ios::binary) << std::string("ab\0cd", 5);
-        std::ofstream(root_ / "empty.bin");
-        std::ofstream(root_.parent_path() / "korvid_outside.txt") << "secret";
+        dir_.write("assets/config.json", "{}");
+        dir_.write("assets/models/a.model", std::string("ab\0cd", 5));
+        dir_.write("assets/empty.bin", "");
+        dir_.write("korvid_outside.txt", "secret");
         mgr_ = AAssetManager_fromDirectory(root_.c_str());
         ASSERT_NE(mgr_, nullptr);
     }
-    void TearDown() override {
-        AAssetManager_delete(mgr_);
-        std::filesystem::remove_all(root_);
-    }
-    std::filesystem::path root_;
+    void TearDown() override { AAssetManager_delete(mgr_); }
+
+    VQFeature::TempDir dir_;
+    std::filesystem::path root_ = std::filesystem::path(dir_.path()) / "assets";
     AAssetManager* mgr_ = nullptr;
 };
 

@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "Korvid/Diagnostics.h"
-#include "vantor/testing/temp_dir.h"
+#include "testing/temp_dir.h"
 
 namespace vqfe {
 namespace {

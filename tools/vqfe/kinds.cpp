@@ -1,33 +1,38 @@
 #include "tools/vqfe/kinds.h"
 
+#include <algorithm>
 #include <cctype>
 
+#include "Vantor/AlgorithmType.h"
 #include "extractor/algorithm_types.h"
 
 namespace vqfe {
 
-const std::vector<Kind>& allKinds() {
-    static const std::vector<Kind> kinds = {
-        {4, "face", "", 4},
-        {7, "skeleton", "", 7},
-        {8, "face-verify", "", 8},
-        {9, "expression", "", 9},
-        {10, "face-cluster", "", 10},
-        {12, "matting", "", 12},
-        {25, "scene", "", 25},
-        {29, "similarity", "", 29},
-        {30, "aesthetics", "", 30},
-        {33, "sensitive", "", 33},
-        {46, "face-attribute", "", 9},
-        {58, "scene-v3", "", 58},
-        {60, "saliency", "", 60},
-        {71, "pet-matting", "", 71},
-        {95, "pet-face", "", 95},
-        {121, "classification", "", 121},
-        {130, "relation", "", 130},
-        {-1, "c300", VQFeature::AlgorithmTypeC300, 121},
-        {-1, "relation-output", VQFeature::AlgorithmTypeRelation, 130},
+namespace {
+
+constexpr int kExpression = static_cast<int>(Vantor::AlgorithmType::FaceExpression);
+
+std::vector<Kind> makeKinds() {
+    std::vector<Kind> kinds = {
+#define VQFE_RESULT_KIND(kind, number, cliName, Buffer, Message, name) {number, cliName, "", number},
+#include "encoding/result_kinds.def"
+        {kExpression, "expression", "", kExpression},
     };
+    // Face attributes come out of the expression graph; kind 46 has no graph of its own.
+    for (Kind& kind : kinds) {
+        if (kind.number == static_cast<int>(Vantor::AlgorithmType::FaceAttribute)) kind.templateKind = kExpression;
+    }
+    std::sort(kinds.begin(), kinds.end(), [](const Kind& a, const Kind& b) { return a.number < b.number; });
+    kinds.push_back({-1, "c300", VQFeature::AlgorithmTypeC300, static_cast<int>(Vantor::AlgorithmType::NHClassification)});
+    kinds.push_back({-1, "relation-output", VQFeature::AlgorithmTypeRelation,
+                     static_cast<int>(Vantor::AlgorithmType::RelationRecog)});
+    return kinds;
+}
+
+}  // namespace
+
+const std::vector<Kind>& allKinds() {
+    static const std::vector<Kind> kinds = makeKinds();
     return kinds;
 }
 
@@ -47,7 +52,7 @@ std::optional<Kind> parseKind(const std::string& text) {
 std::vector<Kind> kindsWithBlobs() {
     std::vector<Kind> kinds;
     for (const Kind& kind : allKinds()) {
-        if (kind.number != 9) kinds.push_back(kind);
+        if (kind.number != kExpression) kinds.push_back(kind);
     }
     return kinds;
 }

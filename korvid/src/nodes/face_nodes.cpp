@@ -14,6 +14,7 @@
 #include "face_output.h"
 #include "image_stats.h"
 #include "model_loading.h"
+#include "node_helpers.h"
 
 namespace kv {
 
@@ -24,15 +25,6 @@ namespace {
 constexpr int kDetectSide = 640;  // faces are searched on a copy at most this large
 
 float neighbourScore(int neighbours) { return neighbours <= 0 ? 0.f : neighbours / (neighbours + 10.f); }
-
-Glintcore::Rect normalised(const cv::Rect& r, const cv::Size& image) {
-    return Glintcore::Rect{float(r.x) / image.width, float(r.y) / image.height, float(r.width) / image.width,
-                           float(r.height) / image.height};
-}
-
-Glintcore::Vector2f normalised(const cv::Point2f& p, const cv::Size& image) {
-    return Glintcore::Vector2f{p.x / image.width, p.y / image.height};
-}
 
 cv::Point2f centre(const cv::Rect& r) { return cv::Point2f(r.x + r.width / 2.f, r.y + r.height / 2.f); }
 

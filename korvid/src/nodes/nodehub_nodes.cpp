@@ -13,6 +13,7 @@
 #include "face_output.h"
 #include "image_stats.h"
 #include "model_loading.h"
+#include "node_helpers.h"
 
 namespace kv {
 
@@ -41,18 +42,6 @@ public:
     std::map<std::string, std::vector<float>> tensors;
 };
 
-std::vector<std::string> splitOn(const std::string& text, char sep) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    while (start <= text.size()) {
-        size_t end = text.find(sep, start);
-        if (end == std::string::npos) end = text.size();
-        if (end > start) out.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return out;
-}
-
 float logit(double p) {
     p = std::min(1.0 - 1e-4, std::max(1e-4, p));
     return static_cast<float>(std::log(p / (1.0 - p)));
@@ -67,7 +56,7 @@ public:
         auto out = std::make_unique<TransformedOutput>();
         cv::Mat m = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat view = m;
-        for (const std::string& step : splitOn(params.stringOr("transforms", ""), ':')) {
+        for (const std::string& step : splitText(params.stringOr("transforms", ""), ':', true)) {
             if (step == "cvt_color") {
                 const long code = params.intOr("cvt_color_code", 0);
                 if (code == 1) cv::cvtColor(m, m, cv::COLOR_BGR2RGB);
@@ -199,7 +188,7 @@ public:
             if (cue != "none") cueValue(cue, s, v);
             scores.push_back(logit(v));
         }
-        std::vector<std::string> wanted = splitOn(params.stringOr("output_names", featureName_ + ":" + scoreName_), ':');
+        std::vector<std::string> wanted = splitText(params.stringOr("output_names", featureName_ + ":" + scoreName_), ':', true);
         for (const std::string& name : wanted) {
             if (name == featureName_) out->tensors[name] = descriptor(tensor.view, layout_);
             else if (name == scoreName_ && !scoreName_.empty()) out->tensors[name] = scores;
@@ -258,7 +247,7 @@ public:
             logits.push_back(logit(p));
         }
         auto out = std::make_unique<ScoresOutput>();
-        for (const std::string& name : splitOn(params.stringOr("output_names", output_), ':')) {
+        for (const std::string& name : splitText(params.stringOr("output_names", output_), ':', true)) {
             if (name != output_) throw NodeFailure(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
             out->tensors[name] = logits;
         }
@@ -272,7 +261,7 @@ private:
 
 std::vector<float> parseFloats(const std::string& text) {
     std::vector<float> out;
-    for (const std::string& item : splitList(text)) {
+    for (const std::string& item : splitText(text, ',')) {
         char* end = nullptr;
         float v = std::strtof(item.c_str(), &end);
         if (end == item.c_str() || *end != '\0' || !std::isfinite(v)) throw NodeFailure(Vantor::INVALID_NODE, "bad threshold \"" + item + "\"");
@@ -294,7 +283,7 @@ public:
             throw NodeFailure(Vantor::INVALID_NODE, "num_classes does not match the scores");
         }
         // The labels are read from "class_labels" only.
-        std::vector<std::string> labels = splitList(params.stringOr("class_labels", ""));
+        std::vector<std::string> labels = splitText(params.stringOr("class_labels", ""), ',');
         std::vector<float> thresholds = parseFloats(params.stringOr("class_thresholds", ""));
         if ((!labels.empty() && labels.size() != conf.size()) || (!thresholds.empty() && thresholds.size() != conf.size())) {
             throw NodeFailure(Vantor::INVALID_NODE, "class labels or thresholds do not match num_classes");

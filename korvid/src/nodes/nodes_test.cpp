@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "testing/builtin_templates.h"
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {

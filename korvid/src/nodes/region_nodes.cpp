@@ -11,6 +11,7 @@
 
 #include "Vantor/SegmentationBuffers.h"
 #include "model_loading.h"
+#include "node_helpers.h"
 
 namespace kv {
 
@@ -27,11 +28,6 @@ cv::Mat workCopy(const cv::Mat& bgr, int side) {
     const int longest = std::max(bgr.cols, bgr.rows);
     if (longest > side) cv::resize(bgr, small, cv::Size(), double(side) / longest, double(side) / longest, cv::INTER_AREA);
     return small;
-}
-
-Glintcore::Rect normalised(const cv::Rect& r, const cv::Size& size) {
-    return Glintcore::Rect{float(r.x) / size.width, float(r.y) / size.height, float(r.width) / size.width,
-                           float(r.height) / size.height};
 }
 
 struct SalientRegion {

@@ -11,6 +11,7 @@
 #include "face_output.h"
 #include "image_stats.h"
 #include "model_loading.h"
+#include "node_helpers.h"
 
 namespace kv {
 
@@ -65,14 +66,14 @@ struct LabelSet {
 
 LabelSet sceneLabels(const NodeParams& params) {
     LabelSet set;
-    set.labels = splitList(params.stringOr("scene_labels", ""));
+    set.labels = splitText(params.stringOr("scene_labels", ""), ',');
     if (set.labels.empty()) set.labels = cueNames();
     ImageStats probe;
     double unused;
     for (const std::string& l : set.labels) {
         if (!cueValue(l, probe, unused)) throw NodeFailure(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
     }
-    std::vector<std::string> thresholds = splitList(params.stringOr("scene_thresholds", ""));
+    std::vector<std::string> thresholds = splitText(params.stringOr("scene_thresholds", ""), ',');
     if (!thresholds.empty() && thresholds.size() != set.labels.size()) {
         throw NodeFailure(Vantor::INVALID_NODE, "scene_thresholds and scene_labels differ in length");
     }

@@ -1,6 +1,7 @@
-// Helpers of the open framework's tests: a resource finder over a model directory that
-// records every request and release, test images as framework inputs, and a system
-// fixture that creates, initialises and destroys a framework system.
+// The open framework's test harness (korvid's tests and the fuzz seed maker): a resource
+// finder over a model directory that records every request and release, test images as
+// framework inputs, and a system fixture that creates, initialises and destroys a
+// framework system.
 #pragma once
 
 #include <map>

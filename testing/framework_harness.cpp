@@ -1,4 +1,4 @@
-#include "testing/test_support.h"
+#include "testing/framework_harness.h"
 
 #include <cstring>
 #include <fstream>

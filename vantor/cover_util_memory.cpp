@@ -1,4 +1,4 @@
-// The blob memory helpers of CoverUtil (the rest of CoverUtil lives with the graphs).
+// The blob memory helpers of CoverUtil (the graph lookups are in graph_templates.cpp).
 #include <cstdlib>
 #include <cstring>
 
