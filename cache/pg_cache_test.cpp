@@ -1,14 +1,13 @@
 #include "cache/pg_cache.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
 
 #include "extractor/algorithm_types.h"
+#include "testing/pg_test_database.h"
 
 namespace VQFeature {
 namespace {
@@ -26,30 +25,14 @@ std::string blobOf(const std::shared_ptr<Result>& result) {
     return std::string(static_cast<const char*>(result->result), result->resultLength);
 }
 
-// Each test gets a database of its own on the server that scripts/test starts, dropped
-// at the end.
 class PgCacheTest : public testing::Test {
 protected:
     void SetUp() override {
-        const char* base = std::getenv("VQFE_TEST_PG_URI");
-        if (base == nullptr || *base == '\0') {
-            GTEST_SKIP() << "VQFE_TEST_PG_URI is not set: no PostgreSQL server to test against "
-                            "(scripts/test starts one with scripts/pg_cluster)";
-        }
-        static std::atomic<int> serial{0};
-        database_ = "vqfe_cache_test_" + std::to_string(getpid()) + "_" + std::to_string(serial++);
-        admin_ = std::make_unique<PgConnection>(base);
-        admin_->command("DROP DATABASE IF EXISTS " + database_);
-        admin_->command("CREATE DATABASE " + database_);
-        uri_ = std::string(base) + (std::strchr(base, '?') ? "&" : "?") + "dbname=" + database_;
-    }
-    void TearDown() override {
-        if (admin_) admin_->command("DROP DATABASE IF EXISTS " + database_ + " WITH (FORCE)");
+        if (!database_.available()) GTEST_SKIP() << PgTestDatabase::kSkipReason;
     }
 
-    std::unique_ptr<PgConnection> admin_;
-    std::string database_;
-    std::string uri_;
+    PgTestDatabase database_;
+    const std::string& uri_ = database_.uri();
 };
 
 TEST_F(PgCacheTest, StoresCopiesAndAnswersFromAnotherConnection) {
@@ -136,7 +119,8 @@ TEST_F(PgCacheTest, ReconnectsAfterTheServerDropsTheConnectionAndServesThreads) 
     PgCache store(uri_);
     store.save(makeResult("before", "k", AlgorithmType::Face, "v"));
     // What a server restart does to each session: the backend goes away.
-    admin_->command("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '" + database_ + "'");
+    database_.admin().command("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '" +
+                               database_.name() + "'");
     EXPECT_EQ(blobOf(store.query("before", "k")), "v");  // statements prepared again
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
