@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Shared work survives its faults: four worker processes over 200 small images and a
 # corrupt one, one worker killed with SIGKILL while it holds a batch, the server
-# restarted mid-run (pg_ctl restart -m fast), one worker started late. Afterwards every
+# restarted mid-run (pg_ctl restart -m fast), two workers frozen for a while and one
+# started late. Afterwards every
 # job is done exactly once, the blobs equal a single-process run's, the corrupt image is
 # failed once with its error, and no job was claimed while another claim's lease on it
 # was still valid (every claim is recorded in vqfe_claims).
@@ -38,21 +39,7 @@ single_uri="$VQFE_TEST_PG_URI&dbname=$single_db"
 q() { psql "$run_uri" -XAtq -v ON_ERROR_STOP=1 -c "$1"; }
 
 # 200 small distinct PNGs and a file that is no image.
-python3 - "$work/images" <<'PY'
-import os, struct, sys, zlib
-out = sys.argv[1]
-os.makedirs(out)
-def chunk(kind, data):
-    body = kind + data
-    return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
-for i in range(200):
-    rows = b"".join(b"\0" + bytes(v for x in range(48) for v in ((x * i) % 256, (y * 7 + i) % 256, (x + y + 3 * i) % 256))
-                    for y in range(48))
-    png = b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", 48, 48, 8, 2, 0, 0, 0))
-    png += chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b"")
-    open(os.path.join(out, "img%03d.png" % i), "wb").write(png)
-open(os.path.join(out, "corrupt.png"), "wb").write(b"\x89PNG\r\n\x1a\n but nothing after the signature")
-PY
+python3 "$root/testing/make_pngs.py" "$work/images" 200
 
 "$vqfe" enqueue --store "$single_uri" "$work/images" >/dev/null
 "$vqfe" work --store "$single_uri" >"$work/single.log" 2>&1 || fail "single-process run"
@@ -76,12 +63,16 @@ wait "$victim" 2>/dev/null || true
 killed_with=$(q "SELECT count(*) FROM vqfe_jobs WHERE state = 'leased' AND worker LIKE '%:$victim'")
 
 at_least() { (($(done_jobs) >= $1)); }
-# The restart comes early and the late worker right after it, while most jobs are open
-# and the others are still reconnecting (the whole run takes about two seconds here).
+# The server restarts while the others work. Then they are frozen (SIGSTOP: a hung
+# machine, leases unrenewed) while the late worker starts and takes jobs, so it surely
+# has some; they go on afterwards, reconnecting, and lose any lease that ran out.
 wait_until 120 at_least 20
 "$root/scripts/pg_cluster" restart "$VQFE_TEST_PG_DIR"
+kill -STOP "$w2" "$w3"
 start_worker 4; w4=$!
-echo "late worker $w4 started at $(date +%T.%N) with $(done_jobs) jobs done"
+late_done() { (($(q "SELECT count(*) FROM vqfe_claims WHERE worker LIKE '%:$w4' AND outcome IS NOT NULL") >= 5)); }
+wait_until 120 late_done
+kill -CONT "$w2" "$w3"
 
 deadline=$((SECONDS + 180))
 for pid in $w2 $w3 $w4; do
