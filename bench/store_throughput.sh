@@ -13,33 +13,38 @@ count=${1:-200}
 side=${2:-256}
 kind=${3:-face}
 work=$(mktemp -d)
+chmod 755 "$work"  # the server account (when run as root) must reach its directory
 trap '"$root/scripts/pg_cluster" stop "$work/pg"; rm -rf "$work"' EXIT
 uri=$(VQFE_PG_FSYNC=on "$root/scripts/pg_cluster" start "$work/pg")
 python3 "$root/testing/make_pngs.py" "$work/images" "$count" "$side"
 rm "$work/images/corrupt.png"
 
-seconds() { local start=$(date +%s.%N); "$@" >/dev/null 2>&1; awk "BEGIN { print $(date +%s.%N) - $start }"; }
-rate() { awk "BEGIN { printf \"%.1f\", $count / $1 }"; }
-fresh_db() { psql "$uri" -XAtq -c "DROP DATABASE IF EXISTS $1" -c "CREATE DATABASE $1"; echo "$uri&dbname=$1"; }
+# measure LABEL COMMAND...: images per second of wall time, and CPU milliseconds (user +
+# system, all processes) per image, which a machine shared with other work disturbs less.
+measure() {
+  local label=$1 TIMEFORMAT='%R %U %S' times; shift
+  times=$({ time "$@" >/dev/null 2>&1; } 2>&1)
+  awk -v label="$label" -v n="$count" -v t="$times" \
+    'BEGIN { split(t, f, " "); printf "%-46s %9.1f %12.1f\n", label, n / f[1], 1000 * (f[2] + f[3]) / n }'
+}
+fresh_db() { psql "$uri" -XAtq -c "SET client_min_messages = warning" -c "DROP DATABASE IF EXISTS $1" -c "CREATE DATABASE $1"; echo "$uri&dbname=$1"; }
 pg_workers() {  # pg_workers N URI: N worker processes until the queue is empty
   local pids=() i
   for ((i = 0; i < $1; i++)); do "$vqfe" work --store "$2" >/dev/null 2>&1 & pids+=($!); done
   wait "${pids[@]}"
 }
 
-printf "%-44s %10s\n" "measure ($count images, ${side}px, $kind)" "images/s"
+echo "load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
+printf "%-46s %9s %12s\n" "$count images, ${side}px, $kind" "images/s" "CPU ms/image"
 for n in 1 2; do
-  t=$(seconds "$vqfe" extract --kind "$kind" --jobs "$n" --store "$work/s$n.db" "$work/images")
-  printf "%-44s %10s\n" "SQLite store, extract --jobs $n" "$(rate "$t")"
+  measure "SQLite store, extract --jobs $n" "$vqfe" extract --kind "$kind" --jobs "$n" --store "$work/s$n.db" "$work/images"
   db=$(fresh_db "w$n")
   "$vqfe" enqueue --kind "$kind" --store "$db" "$work/images" >/dev/null
-  t=$(seconds pg_workers "$n" "$db")
-  printf "%-44s %10s\n" "PostgreSQL store, $n work process(es)" "$(rate "$t")"
+  measure "PostgreSQL store, $n work process(es)" pg_workers "$n" "$db"
 done
-t=$(seconds "$vqfe" extract --kind "$kind" --store "$work/s1.db" "$work/images")
-printf "%-44s %10s\n" "cached walk, SQLite store (extract again)" "$(rate "$t")"
-t=$(seconds "$vqfe" extract --kind "$kind" --store "$uri&dbname=w1" "$work/images")
-printf "%-44s %10s\n" "cached walk, PostgreSQL store (extract again)" "$(rate "$t")"
+measure "cached walk, SQLite store (extract again)" "$vqfe" extract --kind "$kind" --store "$work/s1.db" "$work/images"
+measure "cached walk, PostgreSQL store (extract again)" \
+  "$vqfe" extract --kind "$kind" --store "$uri&dbname=w1" "$work/images"
 
 VQFE_BENCH_PG_URI="$(fresh_db bench)" "$root/build/bin/bench_store" --benchmark_repetitions=3 \
   --benchmark_report_aggregates_only=true 2>/dev/null | grep -E '^(saveOne|saveBatch|cachedWalk).*_median'

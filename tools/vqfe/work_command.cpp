@@ -107,7 +107,7 @@ public:
             if (jobs.empty()) {
                 if (!options_.follow && queue_.open() == 0) return;
                 // Leased jobs may still come back when their worker died: look again.
-                std::this_thread::sleep_for(std::chrono::seconds(1));
+                std::this_thread::sleep_for(std::chrono::milliseconds(250));
                 continue;
             }
             keeper_.hold(jobs);
