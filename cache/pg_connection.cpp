@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <stdexcept>

@@ -113,7 +113,12 @@ public:
             keeper_.hold(jobs);
             std::map<std::string, std::vector<Job>> byKinds;
             for (const Job& job : jobs) byKinds[job.kinds].push_back(job);
-            for (const auto& [kinds, group] : byKinds) runGroup(kinds, group);
+            try {
+                for (const auto& [kinds, group] : byKinds) runGroup(kinds, group);
+            } catch (...) {
+                keeper_.release(jobs);  // they expire and go to another worker
+                throw;
+            }
             keeper_.release(jobs);
         }
     }

@@ -2,40 +2,39 @@
 # Shared work survives its faults: four worker processes over 200 small images and a
 # corrupt one, one worker killed with SIGKILL while it holds a batch, the server
 # restarted mid-run (pg_ctl restart -m fast), two workers frozen for a while and one
-# started late. Afterwards every
-# job is done exactly once, the blobs equal a single-process run's, the corrupt image is
-# failed once with its error, and no job was claimed while another claim's lease on it
-# was still valid (every claim is recorded in vqfe_claims).
+# started late. Afterwards every job is done exactly once, the blobs equal a
+# single-process run's, the corrupt image is failed once with its error, and no job was
+# claimed while another claim's lease on it was still valid (every claim is recorded in
+# vqfe_claims).
 #
 # usage: work_fault_test.sh VQFE_BINARY SOURCE_DIR
-# Needs VQFE_TEST_PG_URI and VQFE_TEST_PG_DIR (scripts/test); exits 77 (skipped) without.
+# Restarts its server, so it starts a cluster of its own (scripts/pg_cluster) rather than
+# disturb the other tests; exits 77 (skipped), saying why, where none can run.
 set -euo pipefail
 vqfe=$1
 root=$2
-if [[ -z "${VQFE_TEST_PG_URI:-}" || -z "${VQFE_TEST_PG_DIR:-}" ]]; then
-  echo "VQFE_TEST_PG_URI/VQFE_TEST_PG_DIR are not set: no PostgreSQL server to test against (scripts/test starts one)"
-  exit 77
-fi
 work=$(mktemp -d)
-run_db=vqfe_fault_$$
-single_db=vqfe_single_$$
-sql() { psql "$VQFE_TEST_PG_URI" -XAtq -v ON_ERROR_STOP=1 "$@"; }
+chmod 755 "$work"  # the server account (when run as root) must reach its directory
 cleanup() {
   jobs -p | xargs -r kill -9 2>/dev/null || true
   wait 2>/dev/null || true
-  sql -c "DROP DATABASE IF EXISTS $run_db WITH (FORCE)" -c "DROP DATABASE IF EXISTS $single_db WITH (FORCE)" || true
+  "$root/scripts/pg_cluster" stop "$work/pg"
   rm -rf "$work"
 }
 trap cleanup EXIT
+if ! server=$("$root/scripts/pg_cluster" start "$work/pg" 2>"$work/pg.err"); then
+  echo "no PostgreSQL server could be started here, skipped: $(tail -n 1 "$work/pg.err")"
+  exit 77
+fi
 fail() {
   echo "FAIL: $*"
   tail -n 5 "$work"/w*.log 2>/dev/null || true
   psql "$run_uri" -XAq -c "SELECT worker, count(*), min(claimed_at), max(claimed_at) FROM vqfe_claims GROUP BY 1" || true
   exit 1
 }
-sql -c "CREATE DATABASE $run_db" -c "CREATE DATABASE $single_db"
-run_uri="$VQFE_TEST_PG_URI&dbname=$run_db"
-single_uri="$VQFE_TEST_PG_URI&dbname=$single_db"
+psql "$server" -XAtq -v ON_ERROR_STOP=1 -c "CREATE DATABASE run" -c "CREATE DATABASE single"
+run_uri="$server&dbname=run"
+single_uri="$server&dbname=single"
 q() { psql "$run_uri" -XAtq -v ON_ERROR_STOP=1 -c "$1"; }
 
 # 200 small distinct PNGs and a file that is no image.
@@ -67,7 +66,7 @@ at_least() { (($(done_jobs) >= $1)); }
 # machine, leases unrenewed) while the late worker starts and takes jobs, so it surely
 # has some; they go on afterwards, reconnecting, and lose any lease that ran out.
 wait_until 120 at_least 20
-"$root/scripts/pg_cluster" restart "$VQFE_TEST_PG_DIR"
+"$root/scripts/pg_cluster" restart "$work/pg"
 kill -STOP "$w2" "$w3"
 start_worker 4; w4=$!
 late_done() { (($(q "SELECT count(*) FROM vqfe_claims WHERE worker LIKE '%:$w4' AND outcome IS NOT NULL") >= 5)); }
