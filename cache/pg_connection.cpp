@@ -81,6 +81,8 @@ PgConnection::PgConnection(const std::string& uri) : uri_(uri), name_(maskPasswo
     try {
         connect();
     } catch (const LostConnection& e) {
+        PQfinish(conn_);  // no destructor runs for a constructor that throws
+        conn_ = nullptr;
         throw std::runtime_error(e.what());
     }
 }
