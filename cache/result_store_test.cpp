@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
+#include <thread>
 
 #include "cache/sqlite_cache.h"
 #include "extractor/algorithm_types.h"
@@ -115,6 +115,24 @@ TYPED_TEST(ResultStoreTest, SelectiveClearsRemoveOnlyWhatTheyName) {
     store->save(makeResult("a", "k", AlgorithmType::Face, "x"));
     store->clearAll();
     EXPECT_EQ(store->count(), 0);
+}
+
+TYPED_TEST(ResultStoreTest, OneStoreSharedByThreads) {
+    auto store = this->open();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&store, t] {
+            for (int i = 0; i < 50; ++i) {
+                const std::string asset = std::to_string(t) + "/" + std::to_string(i);
+                store->save(makeResult(asset, "k", AlgorithmType::Face, asset));
+                auto hit = store->query(asset, "k");
+                ASSERT_NE(hit, nullptr);
+                EXPECT_EQ(blobOf(hit), asset);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(store->count(), 200);
 }
 
 }  // namespace

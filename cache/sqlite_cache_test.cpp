@@ -9,7 +9,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 #include "extractor/algorithm_types.h"
 #include "testing/stored_results.h"
@@ -78,24 +77,6 @@ TEST_F(SqliteCacheTest, TwoProcessesWriteAtOnceAndAKilledWriterLosesNothingCommi
     ASSERT_NE(after.query("p149", "k"), nullptr);
     after.save(makeResult("late", "k", AlgorithmType::Face, "v"));
     EXPECT_NE(after.query("late", "k"), nullptr);
-}
-
-TEST_F(SqliteCacheTest, OneStoreSharedByThreads) {
-    SqliteCache store(path_);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&store, t] {
-            for (int i = 0; i < 50; ++i) {
-                const std::string asset = std::to_string(t) + "/" + std::to_string(i);
-                store.save(makeResult(asset, "k", AlgorithmType::Face, asset));
-                auto hit = store.query(asset, "k");
-                ASSERT_NE(hit, nullptr);
-                EXPECT_EQ(blobOf(hit), asset);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(store.count(), 200);
 }
 
 }  // namespace
