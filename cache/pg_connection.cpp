@@ -91,9 +91,11 @@ PgConnection::~PgConnection() { PQfinish(conn_); }
 
 void PgConnection::connect() {
     PQfinish(conn_);
-    // Keywords before dbname are defaults that the URI may override.
-    const char* keywords[] = {"connect_timeout", "dbname", nullptr};
-    const char* values[] = {"10", uri_.c_str(), nullptr};
+    // Keywords before dbname are defaults that the URI may override. A session left idle
+    // inside a transaction (its process frozen, its machine cut off) is ended by the
+    // server after a minute, so its row locks do not outlive it by much.
+    const char* keywords[] = {"connect_timeout", "options", "dbname", nullptr};
+    const char* values[] = {"10", "-c idle_in_transaction_session_timeout=60s", uri_.c_str(), nullptr};
     conn_ = PQconnectdbParams(keywords, values, 1);
     if (conn_ == nullptr) throw LostConnection("result store " + name_ + ": out of memory");
     if (PQstatus(conn_) != CONNECTION_OK) {

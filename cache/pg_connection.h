@@ -53,8 +53,8 @@ private:
 
 class PgConnection {
 public:
-    // Connects (connect_timeout 10 s unless the URI says otherwise). Throws when the
-    // server cannot be reached.
+    // Connects (connect_timeout 10 s and idle_in_transaction_session_timeout 60 s unless
+    // the URI says otherwise). Throws when the server cannot be reached.
     explicit PgConnection(const std::string& uri);
     PgConnection(const PgConnection&) = delete;
     PgConnection& operator=(const PgConnection&) = delete;

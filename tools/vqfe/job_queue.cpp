@@ -28,6 +28,9 @@ JobQueue::JobQueue(const std::string& uri) : connection_(uri) {
     VQFeature::PgCache::prepareResults(connection_);
     connection_.transact([&] {
         connection_.command(kSchemaLock);
+        // Only when missing: DDL on existing tables would wait for the locks of every
+        // open transaction, such as a hung worker's.
+        if (connection_.command("SELECT (to_regclass('vqfe_claims') IS NOT NULL)::int").int32(0, 0) == 1) return;
         connection_.command(
             "CREATE TABLE IF NOT EXISTS vqfe_jobs ("
             " id bigserial PRIMARY KEY,"
@@ -60,7 +63,8 @@ JobQueue::JobQueue(const std::string& uri) : connection_(uri) {
     connection_.prepare("vqfe_abandon",
                         "UPDATE vqfe_jobs SET state = 'failed', finished_at = clock_timestamp(),"
                         " error = 'abandoned: its lease ran out ' || attempts || ' times (each worker died or hung)'"
-                        " WHERE state = 'leased' AND lease_until < clock_timestamp() AND attempts >= $1");
+                        " WHERE id IN (SELECT id FROM vqfe_jobs WHERE state = 'leased'"
+                        "  AND lease_until < clock_timestamp() AND attempts >= $1 FOR UPDATE SKIP LOCKED)");
     connection_.prepare("vqfe_claim",
                         "WITH picked AS ("
                         "  SELECT id FROM vqfe_jobs"
@@ -95,11 +99,14 @@ JobQueue::JobQueue(const std::string& uri) : connection_(uri) {
     connection_.prepare("vqfe_open", "SELECT count(*) FROM vqfe_jobs WHERE state IN ('pending', 'leased')");
 }
 
-bool JobQueue::enqueue(const std::string& assetId, const std::string& path, const std::string& kinds) {
-    bool added = false;
-    connection_.run([&] {
-        added = connection_.execute("vqfe_enqueue", {PgParam::text(assetId), PgParam::text(path), PgParam::text(kinds)})
-                    .affected() == 1;
+long long JobQueue::enqueue(const std::vector<std::pair<std::string, std::string>>& images, const std::string& kinds) {
+    long long added = 0;
+    connection_.transact([&] {
+        added = 0;
+        for (const auto& [assetId, path] : images) {
+            added += connection_.execute("vqfe_enqueue", {PgParam::text(assetId), PgParam::text(path), PgParam::text(kinds)})
+                         .affected();
+        }
     });
     return added;
 }

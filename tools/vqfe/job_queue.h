@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cache/pg_connection.h"
@@ -32,9 +33,10 @@ public:
     // Connects and creates the job tables (and the results table) when missing.
     explicit JobQueue(const std::string& uri);
 
-    // Records a pending job; false when the same image (by content) with the same kinds
-    // is already queued or done.
-    bool enqueue(const std::string& assetId, const std::string& path, const std::string& kinds);
+    // Records pending jobs for (content digest, path) pairs, all with the same kinds, in
+    // one transaction. Returns how many were new: an image (by content) already queued
+    // or done with the same kinds is not queued again.
+    long long enqueue(const std::vector<std::pair<std::string, std::string>>& images, const std::string& kinds);
 
     // Claims up to count jobs that are pending or whose lease expired, leased to worker
     // for leaseSeconds. Jobs abandoned kMaxAttempts times are failed instead.

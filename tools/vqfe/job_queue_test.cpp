@@ -32,11 +32,9 @@ protected:
 TEST_F(JobQueueTest, AnExpiredLeaseGoesToAnotherWorkerAndOnlyTheHolderCompletes) {
     JobQueue a(database_.uri());
     JobQueue b(database_.uri());
-    EXPECT_TRUE(a.enqueue("d1", "/img/1.jpg", "face"));
-    EXPECT_TRUE(a.enqueue("d2", "/img/2.jpg", "face"));
-    EXPECT_TRUE(a.enqueue("d3", "/img/3.jpg", "face"));
-    EXPECT_FALSE(b.enqueue("d1", "/elsewhere/1.jpg", "face"));  // same content, same kinds
-    EXPECT_TRUE(b.enqueue("d1", "/img/1.jpg", "face,scene"));
+    EXPECT_EQ(a.enqueue({{"d1", "/img/1.jpg"}, {"d2", "/img/2.jpg"}, {"d3", "/img/3.jpg"}}, "face"), 3);
+    EXPECT_EQ(b.enqueue({{"d1", "/elsewhere/1.jpg"}}, "face"), 0);  // same content, same kinds
+    EXPECT_EQ(b.enqueue({{"d1", "/img/1.jpg"}}, "face,scene"), 1);
 
     const auto held = a.claim(2, 60, "a");
     ASSERT_EQ(held.size(), 2u);
@@ -61,8 +59,7 @@ TEST_F(JobQueueTest, AnExpiredLeaseGoesToAnotherWorkerAndOnlyTheHolderCompletes)
 
 TEST_F(JobQueueTest, FailedJobsStayFailedAndAJobThatKeepsKillingItsWorkersIsGivenUp) {
     JobQueue queue(database_.uri());
-    queue.enqueue("bad", "/img/bad.jpg", "face");
-    queue.enqueue("fatal", "/img/fatal.jpg", "face");
+    queue.enqueue({{"bad", "/img/bad.jpg"}, {"fatal", "/img/fatal.jpg"}}, "face");
     auto jobs = queue.claim(1, 60, "w");
     ASSERT_EQ(jobs.size(), 1u);
     EXPECT_TRUE(queue.fail(jobs[0], "not a JPEG or PNG image"));

@@ -220,23 +220,32 @@ int runEnqueue(const std::string& store, const std::vector<Kind>& kinds, const s
         err << "vqfe enqueue: no images to enqueue\n";
         return 1;
     }
+    // A transaction per chunk: one commit per image would cost a disk flush each.
+    constexpr size_t kChunk = 256;
     try {
         JobQueue queue(store);
         const std::string names = joinNames(kinds);
         long long added = 0;
-        for (const auto& file : files) {
-            std::ifstream in(file, std::ios::binary);
+        long long readable = 0;
+        std::vector<std::pair<std::string, std::string>> chunk;
+        for (size_t i = 0; i < files.size(); ++i) {
+            std::ifstream in(files[i], std::ios::binary);
             const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
             if (!in && !in.eof()) {
-                err << "vqfe enqueue: " << file << ": cannot read\n";
-                continue;
+                err << "vqfe enqueue: " << files[i] << ": cannot read\n";
+            } else {
+                // The absolute path, so workers started elsewhere find the image.
+                std::error_code ec;
+                const std::string path = std::filesystem::absolute(files[i], ec).lexically_normal().string();
+                chunk.emplace_back(VQFeature::md5(bytes), ec ? files[i] : path);
+                ++readable;
             }
-            // The absolute path, so workers started elsewhere find the image.
-            std::error_code ec;
-            const std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
-            added += queue.enqueue(VQFeature::md5(bytes), ec ? file : path, names) ? 1 : 0;
+            if (chunk.size() == kChunk || (i + 1 == files.size() && !chunk.empty())) {
+                added += queue.enqueue(chunk, names);
+                chunk.clear();
+            }
         }
-        out << "enqueued: " << added << "\nalready queued: " << files.size() - added << "\n";
+        out << "enqueued: " << added << "\nalready queued: " << readable - added << "\n";
     } catch (const std::exception& e) {
         err << "vqfe enqueue: " << e.what() << "\n";
         return 1;

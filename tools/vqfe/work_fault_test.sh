@@ -62,15 +62,16 @@ wait "$victim" 2>/dev/null || true
 killed_with=$(q "SELECT count(*) FROM vqfe_jobs WHERE state = 'leased' AND worker LIKE '%:$victim'")
 
 at_least() { (($(done_jobs) >= $1)); }
-# The server restarts while the others work. Then they are frozen (SIGSTOP: a hung
-# machine, leases unrenewed) while the late worker starts and takes jobs, so it surely
-# has some; they go on afterwards, reconnecting, and lose any lease that ran out.
+# Two workers freeze (SIGSTOP: a hung machine, leases unrenewed) while most jobs are
+# open, so the late worker surely has work; the server restarts under the late worker's
+# transactions; the frozen ones go on, find their connections gone, reconnect, and lose
+# any lease that ran out meanwhile.
 wait_until 120 at_least 20
-"$root/scripts/pg_cluster" restart "$work/pg"
 kill -STOP "$w2" "$w3"
 start_worker 4; w4=$!
 late_done() { (($(q "SELECT count(*) FROM vqfe_claims WHERE worker LIKE '%:$w4' AND outcome IS NOT NULL") >= 5)); }
 wait_until 120 late_done
+"$root/scripts/pg_cluster" restart "$work/pg"
 kill -CONT "$w2" "$w3"
 
 deadline=$((SECONDS + 180))
