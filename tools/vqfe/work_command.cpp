@@ -1,5 +1,6 @@
 #include "tools/vqfe/work_command.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,6 +25,35 @@
 
 namespace vqfe {
 namespace {
+
+// Set by SIGTERM or SIGINT: finish the batch in hand, claim no more, return. A lock-free
+// atomic, so the handler may set it and every worker thread read it.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
+void requestStop(int) { stopRequested = true; }
+
+// Installs requestStop for SIGTERM and SIGINT while it lives.
+class StopOnSignal {
+public:
+    StopOnSignal() {
+        stopRequested = false;
+        struct sigaction action = {};
+        action.sa_handler = requestStop;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGTERM, &action, &oldTerm_);
+        sigaction(SIGINT, &action, &oldInt_);
+    }
+    ~StopOnSignal() {
+        sigaction(SIGTERM, &oldTerm_, nullptr);
+        sigaction(SIGINT, &oldInt_, nullptr);
+    }
+    StopOnSignal(const StopOnSignal&) = delete;
+    StopOnSignal& operator=(const StopOnSignal&) = delete;
+
+private:
+    struct sigaction oldTerm_ = {};
+    struct sigaction oldInt_ = {};
+};
 
 std::string joinNames(const std::vector<Kind>& kinds) {
     std::string names;
@@ -100,9 +130,10 @@ public:
         : options_(options), queue_(options.store), keeper_(keeper), tally_(tally), err_(err), errMutex_(errMutex),
           worker_(hostAndPid()) {}
 
-    // Returns when no job is open (or never, with follow). Throws on store failures.
+    // Returns when no job is open (never, with follow) or a stop was asked for. Throws on
+    // store failures.
     void run() {
-        for (;;) {
+        while (!stopRequested) {
             std::vector<Job> jobs = queue_.claim(options_.batch, options_.leaseSeconds, worker_);
             if (jobs.empty()) {
                 if (!options_.follow && queue_.open() == 0) return;
@@ -257,6 +288,7 @@ int runWork(const WorkOptions& options, std::ostream& out, std::ostream& err) {
     Tally tally;
     std::mutex errMutex;
     std::atomic<bool> broken{false};
+    StopOnSignal stopOnSignal;
     const auto start = std::chrono::steady_clock::now();
     try {
         LeaseKeeper keeper(options.store, options.leaseSeconds, err);
