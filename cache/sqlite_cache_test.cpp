@@ -10,9 +10,9 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 #include "extractor/algorithm_types.h"
+#include "testing/stored_results.h"
 #include "testing/temp_dir.h"
 
 namespace VQFeature {
@@ -20,82 +20,12 @@ namespace {
 
 using Vantor::AlgorithmType;
 
-std::shared_ptr<Result> makeResult(const std::string& asset, const std::string& key, AlgorithmType type,
-                                   const std::string& bytes) {
-    void* blob = std::malloc(bytes.size());
-    std::memcpy(blob, bytes.data(), bytes.size());
-    return std::make_shared<Result>(asset, key, type, blob, static_cast<int>(bytes.size()));
-}
-
-std::string blobOf(const std::shared_ptr<Result>& result) {
-    return std::string(static_cast<const char*>(result->result), result->resultLength);
-}
-
 class SqliteCacheTest : public testing::Test {
 protected:
     TempDir temp_;
     const std::string dir_ = temp_.path();
     const std::string path_ = dir_ + "/results.db";
 };
-
-TEST_F(SqliteCacheTest, StoresCopiesAndAnswersAfterReopening) {
-    auto input = std::make_shared<Input>(
-        ResourceList{std::make_shared<Resource>("a"), std::make_shared<Resource>("missing"),
-                     std::make_shared<Resource>("b")},
-        "", IntParams{}, AlgorithmType::Face);
-    const std::string key = input->algorithmKey();
-    {
-        SqliteCache store(path_);
-        auto saved = makeResult("a", key, AlgorithmType::Face, std::string("\0\x01\xff", 3));
-        store.save(saved);
-        saved->freeResult();  // the store kept its own copy
-        store.save({makeResult("b", key, AlgorithmType::Face, "bb"),
-                    std::make_shared<Result>("c", "k", std::string(AlgorithmTypeC300),
-                                             std::malloc(1), 1)});
-        EXPECT_EQ(store.count(), 3);
-    }
-    SqliteCache reopened(path_);
-    auto hits = reopened.query(input);
-    ASSERT_EQ(hits.size(), 2u);  // misses skipped, resource order kept
-    EXPECT_EQ(hits[0]->assetId, "a");
-    EXPECT_EQ(blobOf(hits[0]), std::string("\0\x01\xff", 3));
-    EXPECT_EQ(hits[0]->algorithmType, AlgorithmType::Face);
-    EXPECT_EQ(blobOf(hits[1]), "bb");
-    auto named = reopened.query("c", "k");
-    ASSERT_NE(named, nullptr);
-    EXPECT_EQ(named->algorithmStringType, AlgorithmTypeC300);
-    EXPECT_EQ(named->algorithmType, AlgorithmType::AllNodes);
-    EXPECT_EQ(reopened.query("c", "other"), nullptr);
-    // An empty message is a zero-byte blob, not the absence of one.
-    reopened.save(std::make_shared<Result>("e", "k", AlgorithmType::FacePetDetect, std::malloc(1), 0));
-    reopened.save(std::make_shared<Result>("n", "k", AlgorithmType::FacePetDetect));
-    EXPECT_NE(reopened.query("e", "k")->result, nullptr);
-    EXPECT_EQ(reopened.query("e", "k")->resultLength, 0u);
-    EXPECT_EQ(reopened.query("n", "k")->result, nullptr);
-    // The key is the pair, not the concatenation: "a"+"bc" is not "ab"+"c".
-    reopened.save(makeResult("ab", "c", AlgorithmType::Face, "1"));
-    reopened.save(makeResult("a", "bc", AlgorithmType::Face, "2"));
-    EXPECT_EQ(blobOf(reopened.query("ab", "c")), "1");
-}
-
-TEST_F(SqliteCacheTest, SelectiveClearsRemoveOnlyWhatTheyName) {
-    SqliteCache store(path_);
-    store.save({makeResult("a", "k4", AlgorithmType::Face, "x"), makeResult("a", "k25", AlgorithmType::SceneRecog, "x"),
-                makeResult("b", "k4", AlgorithmType::Face, "x"), makeResult("b", "k25", AlgorithmType::SceneRecog, "x"),
-                std::make_shared<Result>("b", "kc", std::string(AlgorithmTypeC300), std::malloc(1), 1)});
-    store.clear({"a"});
-    EXPECT_EQ(store.count(), 3);
-    store.clearTypes(std::vector<AlgorithmType>{AlgorithmType::Face});
-    EXPECT_EQ(store.query("b", "k4"), nullptr);
-    EXPECT_NE(store.query("b", "kc"), nullptr);  // a string kind is not kind -1's victim
-    store.clearTypes(std::vector<std::string>{AlgorithmTypeC300});
-    EXPECT_EQ(store.count(), 1);
-    store.clearTypes(std::vector<std::string>{"25"});
-    EXPECT_EQ(store.count(), 0);
-    store.save(makeResult("a", "k", AlgorithmType::Face, "x"));
-    store.clearAll();
-    EXPECT_EQ(store.count(), 0);
-}
 
 TEST_F(SqliteCacheTest, ForeignFileIsRefusedAndLeftAsItWas) {
     const std::string garbage(4096, 'G');
@@ -151,24 +81,6 @@ TEST_F(SqliteCacheTest, TwoProcessesWriteAtOnceAndAKilledWriterLosesNothingCommi
     ASSERT_NE(after.query("p149", "k"), nullptr);
     after.save(makeResult("late", "k", AlgorithmType::Face, "v"));
     EXPECT_NE(after.query("late", "k"), nullptr);
-}
-
-TEST_F(SqliteCacheTest, OneStoreSharedByThreads) {
-    SqliteCache store(path_);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&store, t] {
-            for (int i = 0; i < 50; ++i) {
-                const std::string asset = std::to_string(t) + "/" + std::to_string(i);
-                store.save(makeResult(asset, "k", AlgorithmType::Face, asset));
-                auto hit = store.query(asset, "k");
-                ASSERT_NE(hit, nullptr);
-                EXPECT_EQ(blobOf(hit), asset);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(store.count(), 200);
 }
 
 }  // namespace

@@ -65,6 +65,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "extractor/cache_adapter.h"
 %include "cache/memory_cache.h"
 %include "cache/sqlite_cache.h"
+%include "pg_cache.i"
 %include "Vantor/VantorPlatform.h"
 %include "extractor/config.h"
 %template(ErrorPair) std::pair<int, std::string>;

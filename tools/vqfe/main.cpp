@@ -1,4 +1,5 @@
-// vqfe: the library's command-line tool. Subcommands: extract, score, graph, models, show.
+// vqfe: the library's command-line tool. Subcommands: extract, score, graph, models, show,
+// and enqueue, work, status for work shared through a PostgreSQL store.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
 #include "tools/vqfe/kinds.h"
+#include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
 
@@ -32,12 +34,15 @@ const char* const kUsage =
     "  graph     print the built-in graph of a kind\n"
     "  models    print the default model list\n"
     "  show      decode a stored result blob to JSON\n"
+    "  enqueue   queue photos as jobs in a PostgreSQL store for workers on any machine\n"
+    "  work      run queued jobs (any number of workers, on any number of machines)\n"
+    "  status    print the jobs of a PostgreSQL store by state\n"
     "\n"
     "Run 'vqfe <command> --help' for the options of a command.\n";
 
 const char* const kExtractUsage =
     "usage: vqfe extract [--kind K]... [--graph FILE] [--models DIR] [--framework-config FILE]\n"
-    "                    [--store FILE] [--draw DIR] [--jobs N] [--summary] [--verbose] IMAGE|DIR...\n"
+    "                    [--store FILE|URI] [--draw DIR] [--jobs N] [--summary] [--verbose] IMAGE|DIR...\n"
     "\n"
     "Runs the kinds over the images (JPEG or PNG; directories are searched recursively) and\n"
     "prints one JSON object per image and kind on standard output. Several kinds run as one\n"
@@ -49,7 +54,8 @@ const char* const kExtractUsage =
     "  --graph FILE    run this graph instead of the built-in one(s)\n"
     "  --models DIR    model directory (default: the build's models/)\n"
     "  --framework-config FILE  framework configuration (default: the build's framework.json)\n"
-    "  --store FILE    keep results in this SQLite store and answer from it next time\n"
+    "  --store FILE    keep results in this SQLite store and answer from it next time;\n"
+    "                  a postgresql:// connection URI uses that PostgreSQL store instead\n"
     "  --draw DIR      write a PNG per image with what was found drawn on it\n"
     "  --jobs N        run N extractors side by side, each with its own framework\n"
     "  --summary       print a human summary on standard error at the end\n"
@@ -269,6 +275,7 @@ int main(int argc, char** argv) {
     if (command == "graph") return graphCommand(args);
     if (command == "models") return modelsCommand(args);
     if (command == "show") return showCommand(args);
+    if (vqfe::isWorkCommand(command)) return vqfe::workCommand(command, args, executableDir() + "/..");
     std::cerr << "vqfe: unknown command '" << command << "'\n" << kUsage;
     return 2;
 }
