@@ -13,7 +13,6 @@ namespace kv {
 
 struct DetectedFace {
     cv::Rect box;                  // pixels of the upright image
-    int neighbours = 0;            // raw detections merged into this one
     float score = 0.f;
     bool hasEyes = false;
     cv::Point2f leftEye, rightEye; // eye centres, image left first (valid when hasEyes)

@@ -177,9 +177,21 @@ TEST(Nodes, RegionsMasksAndPets) {
     ASSERT_NE(skeleton, nullptr);
     EXPECT_TRUE(skeleton->isExecuted);
     EXPECT_EQ(skeleton->sourceWidth, 384);
-    for (const auto& person : skeleton->infos) {
-        EXPECT_EQ(person->keyPoints.size(), 5u);
-        EXPECT_EQ(person->keyPointsDetected.size(), 5u);
+    ASSERT_EQ(skeleton->infos.size(), 1u);
+    const SkeletonInfo& person = *skeleton->infos[0];
+    ASSERT_EQ(person.keyPoints.size(), 17u);
+    ASSERT_EQ(person.keyPointsScore.size(), 17u);
+    // Nose inside the face, between the eyes, above the shoulders; her right shoulder is
+    // on the image's left. Hips and ankles are outside the portrait: not detected.
+    EXPECT_NEAR(person.keyPoints[0].x, 0.435f, 0.05f);
+    EXPECT_NEAR(person.keyPoints[0].y, 0.22f, 0.05f);
+    EXPECT_TRUE(person.keyPointsDetected[5] && person.keyPointsDetected[6]);
+    EXPECT_GT(person.keyPoints[5].x, person.keyPoints[6].x);
+    EXPECT_GT(person.keyPoints[5].y, person.keyPoints[0].y + 0.15f);
+    EXPECT_FALSE(person.keyPointsDetected[15] || person.keyPointsDetected[16]);
+    EXPECT_GT(person.rect.height, 0.2f);
+    for (const char* nobody : {"coffee.jpg", "rocket.jpg", "chelsea.jpg"}) {
+        EXPECT_TRUE(run<SkeletonBuffer>(h, 7, nobody)->infos.empty()) << nobody;
     }
 }
 
