@@ -2,7 +2,7 @@
 // JavaScript CPU backend) on one fixed pseudo-random image and writes, per network, the
 // converted network's input (NCHW float32) and every output (float32, TF layout) to OUT:
 //   <model>.input.f32, <model>.<output>.f32, <model>.json with the shapes and timing, and
-//   manifest.txt, one line per network: MODEL HEIGHT WIDTH then OUTPUT COUNT pairs.
+//   manifest.txt, one line per network: MODEL CHANNELS HEIGHT WIDTH then OUTPUT COUNT pairs.
 //   usage: node reference.js NETWORKS.json MODELS_DIR OUT_DIR   (NODE_PATH: the runtime)
 'use strict';
 const fs = require('fs');
@@ -23,8 +23,8 @@ function loadGraphModel(dir, name) {
 }
 
 // Pixels 0..255 from a fixed linear congruential sequence, the same on every run.
-function pixels(h, w) {
-  const out = new Uint8Array(h * w * 3);
+function pixels(h, w, c) {
+  const out = new Uint8Array(h * w * c);
   let s = 12345;
   for (let i = 0; i < out.length; i++) {
     s = (Math.imul(s, 1103515245) + 12345) >>> 0;
@@ -40,14 +40,15 @@ async function main() {
   const manifest = [];
   for (const net of JSON.parse(fs.readFileSync(networksFile)).networks) {
     const { height: h, width: w, scale, offset } = net.input;
-    const px = pixels(h, w);
+    const c = net.input.channels || 3;
+    const px = pixels(h, w, c);
     const normalised = Float32Array.from(px, (v) => v * scale + offset);
     const input = net.input.tfjs_dtype === 'int32'
-      ? tf.tensor(Int32Array.from(px), [1, h, w, 3], 'int32')
-      : tf.tensor(normalised, [1, h, w, 3], 'float32');
-    const nchw = new Float32Array(h * w * 3);
-    for (let y = 0; y < h; y++) for (let x = 0; x < w; x++) for (let c = 0; c < 3; c++) {
-      nchw[(c * h + y) * w + x] = normalised[(y * w + x) * 3 + c];
+      ? tf.tensor(Int32Array.from(px), [1, h, w, c], 'int32')
+      : tf.tensor(normalised, [1, h, w, c], 'float32');
+    const nchw = new Float32Array(h * w * c);
+    for (let y = 0; y < h; y++) for (let x = 0; x < w; x++) for (let k = 0; k < c; k++) {
+      nchw[(k * h + y) * w + x] = normalised[(y * w + x) * c + k];
     }
     fs.writeFileSync(path.join(outDir, `${net.model}.input.f32`), Buffer.from(nchw.buffer));
     const model = await loadGraphModel(modelsDir, net.source);
@@ -62,7 +63,7 @@ async function main() {
       fs.writeFileSync(path.join(outDir, `${net.model}.${names[i]}.f32`), Buffer.from((await t.data()).buffer));
     }
     fs.writeFileSync(path.join(outDir, `${net.model}.json`), JSON.stringify({ shapes, tfjs_cpu_ms: ms }));
-    manifest.push([net.model, h, w, ...names.flatMap((n) => [n, shapes[n].reduce((a, b) => a * b, 1)])].join(' '));
+    manifest.push([net.model, c, h, w, ...names.flatMap((n) => [n, shapes[n].reduce((a, b) => a * b, 1)])].join(' '));
     console.log(`${net.model} (${net.source}): tfjs cpu ${ms.toFixed(1)} ms`);
   }
   fs.writeFileSync(path.join(outDir, 'manifest.txt'), manifest.join('\n') + '\n');

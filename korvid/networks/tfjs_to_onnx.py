@@ -340,10 +340,18 @@ class Converter:
     def op_Mean(self, node, inputs):
         x = self.get(inputs[0])
         axes = sorted(int(v) for v in self.value(inputs[1]).reshape(-1))
-        if not x.nchw or axes != [1, 2] or not attr(node, "keep_dims", False):
+        if not x.nchw or axes != [1, 2]:
             raise ConversionError("Mean at %s" % node["name"])
         out = self.emit("GlobalAveragePool", [x.name], node["name"])
-        return Tensor(out, [1, 1, 1, x.shape[3]], True)
+        if attr(node, "keep_dims", False):
+            return Tensor(out, [1, 1, 1, x.shape[3]], True)
+        return Tensor(self.emit("Flatten", [out], node["name"], axis=1), [1, x.shape[3]], False)
+
+    def op_Softmax(self, node, inputs):
+        x = self.get(inputs[0])
+        if x.nchw or len(x.shape) != 2:
+            raise ConversionError("Softmax at %s" % node["name"])
+        return Tensor(self.emit("Softmax", [x.name], node["name"], axis=1), x.shape, False)
 
     def op_ResizeBilinear(self, node, inputs):
         x = self.get(inputs[0])
@@ -405,9 +413,9 @@ def clip_attribute_form(model):
 
 
 def convert_one(model_json, out, input_spec, outputs):
-    """input_spec: (node, height, width); outputs: [(name, node)]. Writes out atomically."""
-    node, h, w = input_spec
-    model = Converter(model_json).build(node, [1, h, w, 3], outputs, os.path.basename(out))
+    """input_spec: (node, height, width, channels); outputs: [(name, node)]. Writes out atomically."""
+    node, h, w, c = input_spec
+    model = Converter(model_json).build(node, [1, h, w, c], outputs, os.path.basename(out))
     tmp = out + ".tmp"
     onnx.save(model, tmp)
     os.replace(tmp, out)
@@ -430,14 +438,15 @@ def main():
         if args.command == "convert":
             node, _, hw = args.input.partition(":")
             h, w = (int(v) for v in hw.split(","))
-            convert_one(args.model_json, args.out, (node, h, w), [tuple(o.split("=", 1)) for o in args.output])
+            convert_one(args.model_json, args.out, (node, h, w, 3), [tuple(o.split("=", 1)) for o in args.output])
         else:
             os.makedirs(args.out_dir, exist_ok=True)
             for net in json.load(open(args.networks_json))["networks"]:
                 spec = net["input"]
                 convert_one(os.path.join(args.models_dir, net["source"] + ".json"),
                             os.path.join(args.out_dir, net["model"] + ".model"),
-                            (spec["node"], spec["height"], spec["width"]), list(net["outputs"].items()))
+                            (spec["node"], spec["height"], spec["width"], spec.get("channels", 3)),
+                            list(net["outputs"].items()))
     except (ConversionError, KeyError, ValueError, OSError) as e:
         sys.exit("tfjs_to_onnx: %s" % e)
 

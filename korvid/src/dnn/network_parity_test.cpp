@@ -41,14 +41,14 @@ int main(int argc, char** argv) {
     while (std::getline(manifest, line)) {
         std::istringstream fields(line);
         std::string model, name;
-        int h = 0, w = 0;
+        int c = 0, h = 0, w = 0;
         size_t count = 0;
-        fields >> model >> h >> w;
+        fields >> model >> c >> h >> w;
         std::vector<std::pair<std::string, size_t>> outputs;
         while (fields >> name >> count) outputs.emplace_back(name, count);
         std::vector<char> bytes = readFile(models + "/" + model + ".model");
         std::vector<float> input = readFloats(ref + "/" + model + ".input.f32");
-        if (bytes.empty() || input.size() != size_t(3) * h * w) {
+        if (bytes.empty() || input.size() != size_t(c) * h * w) {
             std::cerr << model << ": converted network or reference input missing\n";
             ++failed;
             continue;
@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
         std::vector<cv::Mat> outs;
         try {
             cv::dnn::Net net = cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
-            const int shape[] = {1, 3, h, w};
+            const int shape[] = {1, c, h, w};
             net.setInput(cv::Mat(4, shape, CV_32F, input.data()));
             net.forward(outs, names);
         } catch (const cv::Exception& e) {

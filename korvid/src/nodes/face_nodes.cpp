@@ -1,8 +1,8 @@
 // Face family: face (kind 4), face_verify (8), face_clusting (10), expression_detect
 // (46 and 9). Detection is the BlazeFace network, with an eye cascade inside each face for
-// the eye boxes; identity
-// features are uniform-LBP histograms of normalised crops; attributes come from a smile
-// cascade and crop statistics. See korvid/README.md for what each field holds.
+// the eye boxes; identity features are uniform-LBP histograms of normalised crops; the
+// expression comes from the emotion network, the other attributes from crop statistics.
+// See korvid/README.md for what each field holds.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -12,6 +12,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 
+#include "dnn/expression_classifier.h"
 #include "dnn/face_detector.h"
 #include "face_output.h"
 #include "image_stats.h"
@@ -299,10 +300,9 @@ private:
 class ExpressionNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        auto smile = models.find("face_attr_expression_model_dir");
-        if (smile != models.end()) {
-            loadCascade(smile->second, smile_);
-            hasSmile_ = true;
+        if (models.count("face_attr_expression_model_dir")) {
+            expressions_ = std::make_unique<ExpressionClassifier>(
+                loadNetwork(models, "face_attr_expression_model_dir", ExpressionClassifier::spec()));
         }
         for (const char* key : {"face_attr_age_gender_model_dir", "face_attr_extra_model_dir"}) {
             if (models.count(key)) openParams(models.at(key), "face_attribute");
@@ -318,19 +318,12 @@ public:
         cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
         for (const DetectedFace& f : faces.faces) {
             auto attr = Glintcore::makeShared<Vantor::FaceAttribute>();
-            float happy = 0.f;
-            if (hasSmile_) {
-                cv::Rect lower(f.box.x, f.box.y + f.box.height / 2, f.box.width, f.box.height - f.box.height / 2);
-                cv::Mat roi = gray(lower).clone();
-                cv::equalizeHist(roi, roi);
-                auto smiles = detect(smile_, roi, 1.1, 3, cv::Size(std::max(8, f.box.width / 4), std::max(4, f.box.height / 8)));
-                int best = 0;
-                for (const auto& s : smiles) best = std::max(best, s.second);
-                happy = best / (best + 20.f);
+            if (expressions_) {
+                const auto probs = expressions_->classify(gray, f.box);
+                attr->happyScore = probs[Happy];
+                attr->expType = static_cast<int32_t>(std::max_element(probs.begin(), probs.end()) - probs.begin());
+                attr->expProbs = Glintcore::PrimitiveVector<float>(probs.begin(), probs.end());
             }
-            attr->happyScore = happy;
-            attr->expType = happy >= 0.5f ? 1 : 0;
-            attr->expProbs = {1.f - happy, happy};
             cv::Mat crop = gray(f.box);
             cv::Mat lap;
             cv::Laplacian(crop, lap, CV_64F);
@@ -350,8 +343,7 @@ public:
     }
 
 private:
-    cv::CascadeClassifier smile_;
-    bool hasSmile_ = false;
+    std::unique_ptr<ExpressionClassifier> expressions_;
 };
 
 }  // namespace

@@ -77,9 +77,10 @@ TEST(Nodes, VerificationClusteringAndAttributes) {
     ASSERT_EQ(attrs->attributes.size(), 1u);
     const FaceAttribute& a = *attrs->attributes[0];
     EXPECT_GT(a.happyScore, 0.5f);  // she smiles
-    EXPECT_EQ(a.expType, 1);
-    ASSERT_EQ(a.expProbs.size(), 2u);
-    EXPECT_FLOAT_EQ(a.expProbs[0] + a.expProbs[1], 1.f);
+    EXPECT_EQ(a.expType, 3);        // happy, in the emotion network's class order
+    ASSERT_EQ(a.expProbs.size(), 7u);
+    EXPECT_FLOAT_EQ(a.expProbs[3], a.happyScore);
+    EXPECT_NEAR(std::accumulate(a.expProbs.begin(), a.expProbs.end(), 0.f), 1.f, 1e-4f);
     EXPECT_TRUE(inUnit(a.quality) && a.quality > 0.f);
     EXPECT_GT(a.realFaceProb, 0.3f);
     EXPECT_EQ(a.age, 0.f);  // not estimated
