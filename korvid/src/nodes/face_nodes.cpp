@@ -1,16 +1,14 @@
 // Face family: face (kind 4), face_verify (8), face_clusting (10), expression_detect
-// (46 and 9). Detection is the BlazeFace network, with an eye cascade inside each face for
-// the eye boxes; identity features are uniform-LBP histograms of normalised crops; the
+// (46 and 9). Detection is the BlazeFace network, landmarks and head angles the face mesh
+// network; identity features are uniform-LBP histograms of normalised crops; the
 // expression comes from the emotion network, the other attributes from crop statistics.
 // See korvid/README.md for what each field holds.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <numeric>
-#include <tuple>
 
 #include <opencv2/imgproc.hpp>
-#include <opencv2/objdetect.hpp>
 
 #include "dnn/expression_classifier.h"
 #include "dnn/face_detector.h"
@@ -27,6 +25,7 @@ namespace {
 // BlazeFace probability below which a face is not reported: the faces of the test photos
 // score 0.87 and more, the coffee cup's foam 0.62.
 constexpr float kMinFaceScore = 0.75f;
+constexpr float kMinMeshPresence = 0.5f;  // below, the mesh did not find a face in the crop
 
 Glintcore::Rect normalised(const cv::Rect& r, const cv::Size& image) {
     return Glintcore::Rect{float(r.x) / image.width, float(r.y) / image.height, float(r.width) / image.width,
@@ -37,30 +36,12 @@ Glintcore::Vector2f normalised(const cv::Point2f& p, const cv::Size& image) {
     return Glintcore::Vector2f{p.x / image.width, p.y / image.height};
 }
 
-cv::Point2f centre(const cv::Rect& r) { return cv::Point2f(r.x + r.width / 2.f, r.y + r.height / 2.f); }
-
-// Detections of cascade on grey, largest first, in pixels of grey.
-std::vector<std::pair<cv::Rect, int>> detect(cv::CascadeClassifier& cascade, const cv::Mat& gray, double scale,
-                                             int minNeighbours, cv::Size minSize) {
-    std::vector<cv::Rect> rects;
-    std::vector<int> neighbours;
-    cascade.detectMultiScale(gray, rects, neighbours, scale, minNeighbours, 0, minSize);
-    std::vector<std::pair<cv::Rect, int>> found;
-    for (size_t i = 0; i < rects.size(); ++i) found.emplace_back(rects[i], i < neighbours.size() ? neighbours[i] : 0);
-    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
-        if (a.first.area() != b.first.area()) return a.first.area() > b.first.area();
-        return std::tie(a.first.y, a.first.x) < std::tie(b.first.y, b.first.x);
-    });
-    return found;
-}
-
 class FaceNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
         detector_ = std::make_unique<FaceDetector>(loadNetwork(models, "face_base_model_key", FaceDetector::spec()));
         if (models.count("face_extra_model_key")) {
-            loadCascade(models.at("face_extra_model_key"), eyes_);
-            hasEyes_ = true;
+            mesh_ = std::make_unique<FaceMesh>(loadNetwork(models, "face_extra_model_key", FaceMesh::spec()));
         }
     }
 
@@ -70,8 +51,6 @@ public:
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_max_num out of range");
         auto out = std::make_unique<FaceOutput>();
         out->bgr = bgr;
-        cv::Mat gray;
-        if (hasEyes_) cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
         const cv::Rect image(0, 0, bgr.cols, bgr.rows);
         for (const FaceDetection& d : detector_->detect(bgr, kMinFaceScore)) {
             DetectedFace face;
@@ -83,7 +62,10 @@ public:
             face.hasEyes = true;
             face.leftEye = d.keyPoints[0].x <= d.keyPoints[1].x ? d.keyPoints[0] : d.keyPoints[1];
             face.rightEye = d.keyPoints[0].x <= d.keyPoints[1].x ? d.keyPoints[1] : d.keyPoints[0];
-            if (hasEyes_) findEyeBoxes(gray, face);
+            if (mesh_) {
+                face.landmarks = mesh_->fit(bgr, d.box, face.leftEye, face.rightEye);
+                face.hasMesh = face.landmarks.presence >= kMinMeshPresence;
+            }
             out->faces.push_back(face);
         }
         // Largest first, as callers expect, then at most face_max_num.
@@ -99,24 +81,6 @@ public:
     }
 
 private:
-    // Eye boxes for the extras: the eye cascade in the upper 60% of the face, the two
-    // largest distinct ones, image-left first.
-    void findEyeBoxes(const cv::Mat& gray, DetectedFace& face) {
-        cv::Rect upper(face.box.x, face.box.y, face.box.width, face.box.height * 6 / 10);
-        if (upper.height < 8 || upper.width < 8) return;
-        cv::Mat roi = gray(upper).clone();
-        cv::equalizeHist(roi, roi);
-        const int minSide = std::max(8, face.box.width / 8);
-        for (const auto& [r, n] : detect(eyes_, roi, 1.1, 3, cv::Size(minSide, minSide))) {
-            cv::Rect eye(r.x + upper.x, r.y + upper.y, r.width, r.height);
-            bool distinct = true;
-            for (const cv::Rect& e : face.eyes) distinct = distinct && std::abs(centre(e).x - centre(eye).x) > face.box.width / 5.f;
-            if (distinct) face.eyes.push_back(eye);
-            if (face.eyes.size() == 2) break;
-        }
-        std::sort(face.eyes.begin(), face.eyes.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.x < b.x; });
-    }
-
     static void fillBuffer(FaceOutput& out, const cv::Size& size) {
         Vantor::FaceBuffer& buf = *out.buffer;
         buf.imageWidth = size.width;
@@ -135,25 +99,34 @@ private:
                 face->eyeDist = std::sqrt(d.x * d.x + d.y * d.y) / size.width;
                 face->roll = static_cast<float>(std::atan2(d.y, d.x) * 180.0 / CV_PI);
             }
+            if (f.hasMesh) {
+                face->yaw = f.landmarks.yaw;
+                face->pitch = f.landmarks.pitch;
+                face->roll = f.landmarks.roll;
+            }
             buf.faces.push_back(face);
 
             auto extra = Glintcore::makeShared<Vantor::FaceExtra>();
-            extra->eyeCount = static_cast<int32_t>(f.eyes.size());
-            for (size_t e = 0; e < f.eyes.size(); ++e) {
-                auto& target = e == 0 ? extra->eyeLeft : extra->eyeRight;
-                const cv::Rect& r = f.eyes[e];
-                for (cv::Point2f p : {cv::Point2f(r.x, r.y), cv::Point2f(r.x + r.width, r.y),
-                                      cv::Point2f(r.x + r.width, r.y + r.height), cv::Point2f(r.x, r.y + r.height)}) {
-                    target.push_back(normalised(p, size));
-                }
+            if (f.hasMesh) {
+                auto outline = [&](const std::vector<cv::Point2f>& points, Glintcore::PrimitiveVector<Glintcore::Vector2f>& target) {
+                    for (const cv::Point2f& p : points) target.push_back(normalised(p, size));
+                };
+                const FaceLandmarks& m = f.landmarks;
+                extra->eyeCount = 2;
+                extra->eyebrowCount = 2;
+                extra->lipsCount = 1;
+                outline(m.eyeLeft, extra->eyeLeft);
+                outline(m.eyeRight, extra->eyeRight);
+                outline(m.eyebrowLeft, extra->eyebrowLeft);
+                outline(m.eyebrowRight, extra->eyebrowRight);
+                outline(m.lips, extra->lips);
             }
             buf.extras.push_back(extra);
         }
     }
 
     std::unique_ptr<FaceDetector> detector_;
-    cv::CascadeClassifier eyes_;
-    bool hasEyes_ = false;
+    std::unique_ptr<FaceMesh> mesh_;
 };
 
 // Uniform LBP: the 58 patterns with at most two 0/1 transitions get their own bin,

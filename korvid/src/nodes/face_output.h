@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 
 #include "Vantor/FaceBuffers.h"
+#include "dnn/face_mesh.h"
 #include "node.h"
 
 namespace kv {
@@ -16,7 +17,8 @@ struct DetectedFace {
     float score = 0.f;
     bool hasEyes = false;
     cv::Point2f leftEye, rightEye; // eye centres, image left first (valid when hasEyes)
-    std::vector<cv::Rect> eyes;    // eye boxes found, at most two
+    bool hasMesh = false;          // the face mesh fitted (landmarks valid)
+    FaceLandmarks landmarks;
 };
 
 class FaceOutput : public BufferOutput<Vantor::FaceBuffer> {

@@ -38,9 +38,27 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
     EXPECT_LT(f.points[0].x, f.points[1].x);
     EXPECT_GT(f.eyeDist, 0.04f);
     EXPECT_LT(f.eyeDist, f.rect.width);
+    // A frontal portrait: small head angles; the mesh's outlines where they belong.
+    EXPECT_LT(std::abs(f.yaw), 15.f);
+    EXPECT_LT(std::abs(f.pitch), 20.f);
+    EXPECT_LT(std::abs(f.roll), 10.f);
     ASSERT_EQ(faces->extras.size(), 1u);
-    EXPECT_EQ(faces->extras[0]->eyeCount, 2);
-    EXPECT_EQ(faces->extras[0]->eyeLeft.size(), 4u);
+    const FaceExtra& x = *faces->extras[0];
+    EXPECT_EQ(x.eyeCount, 2);
+    ASSERT_EQ(x.eyeLeft.size(), 16u);
+    ASSERT_EQ(x.eyebrowRight.size(), 8u);
+    ASSERT_EQ(x.lips.size(), 20u);
+    auto mean = [](const auto& points) {
+        Glintcore::Vector2f m{0, 0};
+        for (const auto& p : points) m = Glintcore::Vector2f{m.x + p.x / points.size(), m.y + p.y / points.size()};
+        return m;
+    };
+    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[0].x, 0.01f);
+    EXPECT_NEAR(mean(x.eyeLeft).y, f.points[0].y, 0.01f);
+    EXPECT_LT(mean(x.eyebrowLeft).y, mean(x.eyeLeft).y);
+    EXPECT_LT(mean(x.eyebrowRight).x, f.rect.x + f.rect.width);
+    EXPECT_GT(mean(x.eyebrowRight).x, mean(x.eyebrowLeft).x);
+    EXPECT_GT(mean(x.lips).y, f.points[1].y + 0.05f);
 
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "coffee.jpg")->faces.empty());
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "rocket.jpg")->faces.empty());
