@@ -54,8 +54,10 @@ public:
         const cv::Rect image(0, 0, bgr.cols, bgr.rows);
         for (const FaceDetection& d : detector_->detect(bgr, kMinFaceScore)) {
             DetectedFace face;
-            face.box = cv::Rect(cv::Point(int(std::floor(d.box.x)), int(std::floor(d.box.y))),
-                                cv::Point(int(std::ceil(d.box.br().x)), int(std::ceil(d.box.br().y)))) & image;
+            // Clamped in floating point first: a wild (or NaN) box must not overflow the int conversion.
+            auto pixel = [](float v, int limit) { return v >= 0.f ? static_cast<int>(std::min(v, float(limit))) : 0; };
+            face.box = cv::Rect(cv::Point(pixel(std::floor(d.box.x), image.width), pixel(std::floor(d.box.y), image.height)),
+                                cv::Point(pixel(std::ceil(d.box.br().x), image.width), pixel(std::ceil(d.box.br().y), image.height)));
             if (face.box.width < 2 || face.box.height < 2) continue;
             face.score = d.score;
             // The network's eyes, image-left first.
