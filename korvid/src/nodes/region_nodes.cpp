@@ -308,6 +308,8 @@ public:
     }
 
 private:
+    // Mean key point score of the best person: 0.32 and 0.39 on the two portraits of the
+    // samples, 0.15 on the cup, the rocket and the cat.
     static constexpr float kMinPersonScore = 0.25f;
     static constexpr float kMinPointScore = 0.3f;
     std::unique_ptr<PoseEstimator> estimator_;
