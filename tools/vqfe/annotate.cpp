@@ -1,6 +1,7 @@
 #include "tools/vqfe/annotate.h"
 
 #include <filesystem>
+#include <vector>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -27,6 +28,21 @@ void drawRect(cv::Mat& canvas, const CRect* rect, const cv::Scalar& colour) {
 
 void drawPoints(cv::Mat& canvas, CFloat2* const* points, size_t count, const cv::Scalar& colour) {
     for (size_t i = 0; i < count; ++i) cv::circle(canvas, toPixel(canvas, points[i]->x, points[i]->y), 3, colour, cv::FILLED);
+}
+
+// A face's outlines (eyes, eyebrows, lips): polylines through the points, closed where
+// they go round.
+void drawOutlines(cv::Mat& canvas, const CFaceExtra& extra, const cv::Scalar& colour) {
+    auto polyline = [&](CFloat2* const* points, size_t count, bool closed) {
+        std::vector<cv::Point> line;
+        for (size_t i = 0; i < count; ++i) line.push_back(toPixel(canvas, points[i]->x, points[i]->y));
+        if (line.size() > 1) cv::polylines(canvas, line, closed, colour, 1, cv::LINE_AA);
+    };
+    polyline(extra.eye_left, extra.n_eye_left, true);
+    polyline(extra.eye_right, extra.n_eye_right, true);
+    polyline(extra.eyebrow_left, extra.n_eyebrow_left, false);
+    polyline(extra.eyebrow_right, extra.n_eyebrow_right, false);
+    polyline(extra.lips, extra.n_lips, true);
 }
 
 // One person's skeleton: the detected points, and for the 17 COCO key points the bones
@@ -90,6 +106,7 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
             drawPoints(canvas, faces->m_facebaseinfos[i]->points_array, faces->m_facebaseinfos[i]->n_points_array,
                        kFaceColour);
         }
+        for (size_t i = 0; i < faces->n_m_faceextrainfos; ++i) drawOutlines(canvas, *faces->m_faceextrainfos[i], kFaceColour);
     }
     if (const auto* pets = decoded.pets()) {
         for (size_t i = 0; i < pets->n_m_facepetinfos; ++i) {
