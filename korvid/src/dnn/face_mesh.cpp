@@ -22,6 +22,45 @@ const int kLeftEyebrow[] = {383, 300, 293, 334, 296, 336, 285, 417};
 const int kLips[] = {61, 185, 40, 39, 37, 0, 267, 269, 270, 409, 291, 375, 321, 405, 314, 17, 84, 181, 91, 146};
 constexpr int kRightEyeOuter = 33, kLeftEyeOuter = 263, kForehead = 10, kChin = 152;
 
+// The jaw line from the image-left temple over the chin to the image-right temple,
+// resampled to the 33 contour points of the 106-point layout.
+const int kJaw[] = {127, 234, 93, 132, 58, 172, 136, 150, 149, 176, 148, 152, 377, 400, 378, 379, 365, 397, 288, 361, 323, 454, 356};
+// The rest of the layout in order (after the contour): upper eyebrow edges (33-42), nose
+// bridge (43-46), nose bottom (47-51), eyes from their image-left corner over the top
+// (52-63), lower eyebrow edges (64-71), upper and lower eyelid centres (72-73, 75-76; 74 and
+// 77 are the eye centres), nose wings (78-83), outer lips (84-95) and inner lips (96-103)
+// from the image-left corner over the top; -1 marks an eye centre.
+const int kLayout[] = {70,  63,  105, 66,  107, 336, 296, 334, 293, 300,                 // 33-42
+                       168, 6,   197, 195, 98,  97,  2,   326, 327,                       // 43-51
+                       33,  160, 158, 133, 153, 144, 362, 385, 387, 263, 373, 380,        // 52-63
+                       46,  53,  52,  65,  295, 282, 283, 276,                            // 64-71
+                       159, 145, -1,  386, 374, -1,                                       // 72-77
+                       217, 126, 209, 437, 355, 429,                                      // 78-83
+                       61,  40,  37,  0,   267, 270, 291, 321, 314, 17,  84,  91,         // 84-95
+                       78,  81,  13,  311, 308, 402, 14,  178};                           // 96-103
+
+// count points evenly spaced along the polyline through line.
+std::vector<cv::Point2f> resample(const std::vector<cv::Point2f>& line, size_t count) {
+    std::vector<double> at{0};
+    for (size_t i = 1; i < line.size(); ++i) at.push_back(at.back() + cv::norm(line[i] - line[i - 1]));
+    std::vector<cv::Point2f> out;
+    size_t seg = 1;
+    for (size_t k = 0; k < count; ++k) {
+        const double target = at.back() * double(k) / double(count - 1);
+        while (seg + 1 < line.size() && at[seg] < target) ++seg;
+        const double span = at[seg] - at[seg - 1];
+        const float t = span > 0 ? static_cast<float>((target - at[seg - 1]) / span) : 0.f;
+        out.push_back(line[seg - 1] + t * (line[seg] - line[seg - 1]));
+    }
+    return out;
+}
+
+cv::Point2f mean(const std::vector<cv::Point2f>& points) {
+    cv::Point2f sum(0, 0);
+    for (const cv::Point2f& p : points) sum += p;
+    return sum / static_cast<float>(points.size());
+}
+
 double degrees(double radians) { return radians * 180.0 / CV_PI; }
 
 template <size_t N>
@@ -74,6 +113,18 @@ FaceLandmarks FaceMesh::fit(const cv::Mat& bgr, const cv::Rect2f& box, cv::Point
     out.eyebrowLeft = pick(out.points, kRightEyebrow);
     out.eyebrowRight = pick(out.points, kLeftEyebrow);
     out.lips = pick(out.points, kLips);
+    out.points106 = resample(pick(out.points, kJaw), 33);
+    bool secondEye = false;
+    for (int i : kLayout) {
+        if (i >= 0) {
+            out.points106.push_back(out.points[static_cast<size_t>(i)]);
+        } else {
+            out.points106.push_back(mean(secondEye ? out.eyeRight : out.eyeLeft));
+            secondEye = true;
+        }
+    }
+    out.points106.push_back(mean(out.eyeLeft));   // 104, 105: the pupils, taken as the eye
+    out.points106.push_back(mean(out.eyeRight));  // centres (no iris network)
     return out;
 }
 

@@ -20,6 +20,9 @@ struct FaceLandmarks {
     // Contours, image-left first (so "left" is the person's right): eye outlines, the upper
     // edges of the eyebrows, the outer lip outline (closed, upper lip first).
     std::vector<cv::Point2f> eyeLeft, eyeRight, eyebrowLeft, eyebrowRight, lips;
+    // The 106-point layout (korvid/README.md): contour 0-32, eyebrows, nose, eyes, lips,
+    // pupils 104-105, taken or resampled from the mesh.
+    std::vector<cv::Point2f> points106;
 };
 
 class FaceMesh {

@@ -93,10 +93,15 @@ private:
             face->rect = normalised(f.box, size);
             face->score = f.score;
             face->id = static_cast<int32_t>(i);
-            if (f.hasEyes) {
+            if (f.hasMesh) {
+                for (const cv::Point2f& p : f.landmarks.points106) face->points.push_back(normalised(p, size));
+                face->visibility = Glintcore::PrimitiveVector<float>(f.landmarks.points106.size(), 1.f);
+            } else if (f.hasEyes) {
                 face->points.push_back(normalised(f.leftEye, size));
                 face->points.push_back(normalised(f.rightEye, size));
                 face->visibility = {1.f, 1.f};
+            }
+            if (f.hasEyes) {
                 const cv::Point2f d = f.rightEye - f.leftEye;
                 face->eyeDist = std::sqrt(d.x * d.x + d.y * d.y) / size.width;
                 face->roll = static_cast<float>(std::atan2(d.y, d.x) * 180.0 / CV_PI);

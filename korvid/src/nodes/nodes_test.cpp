@@ -34,8 +34,11 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
     EXPECT_GT(f.score, 0.5f);
     EXPECT_NEAR(f.rect.x + f.rect.width / 2, 0.435f, 0.06f);  // the face is left of centre, upper third
     EXPECT_NEAR(f.rect.y + f.rect.height / 2, 0.22f, 0.06f);
-    ASSERT_EQ(f.points.size(), 2u);
-    EXPECT_LT(f.points[0].x, f.points[1].x);
+    ASSERT_EQ(f.points.size(), 106u);
+    ASSERT_EQ(f.visibility.size(), 106u);
+    // Pupils 104 and 105 in their eyes, image-left first; chin (16) below the lips (84-95).
+    EXPECT_LT(f.points[104].x, f.points[105].x);
+    EXPECT_GT(f.points[16].y, f.points[93].y);
     EXPECT_GT(f.eyeDist, 0.04f);
     EXPECT_LT(f.eyeDist, f.rect.width);
     // A frontal portrait: small head angles; the mesh's outlines where they belong.
@@ -53,12 +56,11 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
         for (const auto& p : points) m = Glintcore::Vector2f{m.x + p.x / points.size(), m.y + p.y / points.size()};
         return m;
     };
-    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[0].x, 0.01f);
-    EXPECT_NEAR(mean(x.eyeLeft).y, f.points[0].y, 0.01f);
+    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[104].x, 1e-5f);
     EXPECT_LT(mean(x.eyebrowLeft).y, mean(x.eyeLeft).y);
     EXPECT_LT(mean(x.eyebrowRight).x, f.rect.x + f.rect.width);
     EXPECT_GT(mean(x.eyebrowRight).x, mean(x.eyebrowLeft).x);
-    EXPECT_GT(mean(x.lips).y, f.points[1].y + 0.05f);
+    EXPECT_GT(mean(x.lips).y, f.points[105].y + 0.05f);
 
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "coffee.jpg")->faces.empty());
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "rocket.jpg")->faces.empty());
