@@ -27,7 +27,8 @@ void drawRect(cv::Mat& canvas, const CRect* rect, const cv::Scalar& colour) {
 }
 
 void drawPoints(cv::Mat& canvas, CFloat2* const* points, size_t count, const cv::Scalar& colour) {
-    for (size_t i = 0; i < count; ++i) cv::circle(canvas, toPixel(canvas, points[i]->x, points[i]->y), 3, colour, cv::FILLED);
+    const int radius = count > 20 ? 1 : 3;  // dense landmark sets stay readable
+    for (size_t i = 0; i < count; ++i) cv::circle(canvas, toPixel(canvas, points[i]->x, points[i]->y), radius, colour, cv::FILLED);
 }
 
 // A face's outlines (eyes, eyebrows, lips): polylines through the points, closed where
