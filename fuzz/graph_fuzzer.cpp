@@ -1,8 +1,9 @@
 // Fuzz target: graph text as the app ships it in its assets, loaded by the open
 // framework (JSON dialect, graph shape, node types, links, cycles, models, parameters).
 // One initialised system is reused. Models are served from memory: the parameter files
-// of korvid/models and, for every cascade model, a one-stage cascade (real cascades take
-// tens of milliseconds to read). Checked on every input: the code is NO_ERROR exactly
+// of korvid/models, the built networks (each read once: the system keeps them by content)
+// and, for the cascade model, a one-stage cascade (real cascades take tens of milliseconds
+// to read). Checked on every input: the code is NO_ERROR exactly
 // when a graph is loaded, a failure says why, and after releaseGraph every model block
 // the finder handed out has come back.
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include <string>
 
 #include "Vantor/Vantor.h"
+#include "open_framework.h"
 
 namespace {
 
@@ -35,10 +37,10 @@ public:
         for (const auto& entry : std::filesystem::directory_iterator(VQFE_FUZZ_MODELS)) {
             if (entry.path().extension() == ".yml") models_[entry.path().stem().string()] = readFile(entry.path().string());
         }
-        const std::string cascade = readFile(VQFE_FUZZ_TINY_CASCADE);
-        for (const char* name : {"qm_face", "qm_face_extra", "qm_face_attribute_exp", "qm_petface", "qm_skeleton"}) {
-            models_[name] = cascade;
+        for (const char* name : {"qm_face", "qm_face_extra", "qm_face_attribute_exp", "qm_skeleton"}) {
+            models_[name] = readFile(std::string(VQFE_FUZZ_NETWORKS) + "/" + name + ".model");
         }
+        models_["qm_petface"] = readFile(VQFE_FUZZ_TINY_CASCADE);
     }
 
     bool findResource(VantorAlgorithmModel& model) override {
@@ -65,20 +67,12 @@ private:
 };
 
 struct Framework {
-    Framework() : system(VantorAlgorithmFactory::CreateAlgorithmSystem()) {
-        char* config = static_cast<char*>(std::malloc(3));
-        std::memcpy(config, "{}", 3);
-        VantorResourceFinderConfig finderConfig;
-        finderConfig.finder = &finder;
-        if (system->initFromMemory(false, config, 2) != NO_ERROR || system->setResourceFinder(finderConfig) != NO_ERROR) {
-            std::fprintf(stderr, "the framework does not initialise\n");
-            std::abort();
-        }
+    Framework() : system(openFramework(finder)) {
         // The served models must stay loadable, or every graph would stop at its models.
         const char* faceGraph =
             R"({"nodes":[{"name":"input_0","type":"imageProducer"},{"name":"face_0","type":"face","config":{"keymaps":{"stringParam":{"face_base_model_key":"qm_face","face_extra_model_key":"qm_face_extra"}}}}],"links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0}]})";
         if (system->loadGraph(faceGraph) != NO_ERROR) {
-            std::fprintf(stderr, "the served cascade does not load: %s\n", system->getLastErrorMessage().c_str());
+            std::fprintf(stderr, "the served models do not load: %s\n", system->getLastErrorMessage().c_str());
             std::abort();
         }
         system->releaseGraph();

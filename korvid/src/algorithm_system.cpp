@@ -86,7 +86,7 @@ VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& m
         event.type = MODEL_EVENT_LOADED;
         finder_->reportEvent(event);
         node.models.push_back(model);
-        models[key] = ModelBlob{value, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size)};
+        models[key] = ModelBlob{value, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), &networks_};
     }
     return NO_ERROR;
 }
@@ -193,7 +193,9 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
         code = fail(NOT_INIT, "loadGraph before a successful initialise");
     } else {
         try {
+            networks_.startLoad();
             code = buildGraph(graphJson);
+            if (code == NO_ERROR) networks_.dropUnused();
         } catch (const std::bad_alloc&) {
             code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
         }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Vantor/VantorAlgorithmSystem.h"
+#include "dnn/network.h"
 #include "framework_config.h"
 #include "node.h"
 
@@ -75,6 +76,8 @@ private:
     Vantor::VantorErrorCode loadError_ = Vantor::NO_ERROR;
     std::string lastError_;
     uint64_t executeCount_ = 0;
+    // Networks of the loaded graph, kept by content so that reloading it reads none again.
+    NetworkCache networks_;
 };
 
 }  // namespace kv

@@ -6,6 +6,7 @@ namespace kv {
 
 std::atomic<int> ExecuteCounter::current{0};
 std::atomic<int> ExecuteCounter::maximum{0};
+std::atomic<long> networkReads{0};
 
 ExecuteCounter::ExecuteCounter() {
     int now = current.fetch_add(1) + 1;
@@ -23,5 +24,6 @@ namespace Korvid {
 int maxConcurrentExecutes() { return kv::ExecuteCounter::maximum.load(); }
 int currentExecutes() { return kv::ExecuteCounter::current.load(); }
 void resetExecuteCounters() { kv::ExecuteCounter::maximum.store(kv::ExecuteCounter::current.load()); }
+long networksRead() { return kv::networkReads.load(); }
 
 }  // namespace Korvid

@@ -17,4 +17,7 @@ public:
     static std::atomic<int> maximum;
 };
 
+// Networks parsed from model bytes (dnn/network.cpp), read through Korvid/Diagnostics.h.
+extern std::atomic<long> networkReads;
+
 }  // namespace kv

@@ -60,11 +60,15 @@ public:
     cv::Mat bgr;
 };
 
-// Model bytes delivered by the resource finder; valid while the graph is loaded.
+class NetworkCache;
+
+// Model bytes delivered by the resource finder; valid while the graph is loaded. networks:
+// the loading system's cache of networks by content (null outside a system).
 struct ModelBlob {
     std::string name;
     const uint8_t* data = nullptr;
     size_t size = 0;
+    NetworkCache* networks = nullptr;
 };
 using ModelSet = std::map<std::string, ModelBlob>;  // by parameter key
 

@@ -1,6 +1,7 @@
 #include "tools/vqfe/annotate.h"
 
 #include <filesystem>
+#include <vector>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -26,7 +27,43 @@ void drawRect(cv::Mat& canvas, const CRect* rect, const cv::Scalar& colour) {
 }
 
 void drawPoints(cv::Mat& canvas, CFloat2* const* points, size_t count, const cv::Scalar& colour) {
-    for (size_t i = 0; i < count; ++i) cv::circle(canvas, toPixel(canvas, points[i]->x, points[i]->y), 3, colour, cv::FILLED);
+    const int radius = count > 20 ? 1 : 3;  // dense landmark sets stay readable
+    for (size_t i = 0; i < count; ++i) cv::circle(canvas, toPixel(canvas, points[i]->x, points[i]->y), radius, colour, cv::FILLED);
+}
+
+// A face's outlines (eyes, eyebrows, lips): polylines through the points, closed where
+// they go round.
+void drawOutlines(cv::Mat& canvas, const CFaceExtra& extra, const cv::Scalar& colour) {
+    auto polyline = [&](CFloat2* const* points, size_t count, bool closed) {
+        std::vector<cv::Point> line;
+        for (size_t i = 0; i < count; ++i) line.push_back(toPixel(canvas, points[i]->x, points[i]->y));
+        if (line.size() > 1) cv::polylines(canvas, line, closed, colour, 1, cv::LINE_AA);
+    };
+    polyline(extra.eye_left, extra.n_eye_left, true);
+    polyline(extra.eye_right, extra.n_eye_right, true);
+    polyline(extra.eyebrow_left, extra.n_eyebrow_left, false);
+    polyline(extra.eyebrow_right, extra.n_eyebrow_right, false);
+    polyline(extra.lips, extra.n_lips, true);
+}
+
+// One person's skeleton: the detected points, and for the 17 COCO key points the bones
+// between two detected points.
+void drawSkeleton(cv::Mat& canvas, const CSkeletonInfo& person, const cv::Scalar& colour) {
+    static const int kBones[][2] = {{0, 1},  {0, 2},   {1, 3},   {2, 4},   {5, 6},   {5, 7},   {7, 9},   {6, 8},  {8, 10},
+                                    {5, 11}, {6, 12}, {11, 12}, {11, 13}, {13, 15}, {12, 14}, {14, 16}};
+    const size_t n = person.n_key_points_xy;
+    auto detected = [&](size_t i) { return i < n && (i >= person.n_key_points_detected || person.key_points_detected[i] != 0); };
+    if (n == 17) {
+        for (const auto& bone : kBones) {
+            const size_t a = static_cast<size_t>(bone[0]), b = static_cast<size_t>(bone[1]);
+            if (!detected(a) || !detected(b)) continue;
+            cv::line(canvas, toPixel(canvas, person.key_points_xy[a]->x, person.key_points_xy[a]->y),
+                     toPixel(canvas, person.key_points_xy[b]->x, person.key_points_xy[b]->y), colour, 2, cv::LINE_AA);
+        }
+    }
+    for (size_t i = 0; i < n; ++i) {
+        if (detected(i)) cv::circle(canvas, toPixel(canvas, person.key_points_xy[i]->x, person.key_points_xy[i]->y), 3, colour, cv::FILLED);
+    }
 }
 
 // Tints the pixels where a byte mask (maskWidth x maskHeight, 0..255) is set.
@@ -70,6 +107,7 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
             drawPoints(canvas, faces->m_facebaseinfos[i]->points_array, faces->m_facebaseinfos[i]->n_points_array,
                        kFaceColour);
         }
+        for (size_t i = 0; i < faces->n_m_faceextrainfos; ++i) drawOutlines(canvas, *faces->m_faceextrainfos[i], kFaceColour);
     }
     if (const auto* pets = decoded.pets()) {
         for (size_t i = 0; i < pets->n_m_facepetinfos; ++i) {
@@ -78,10 +116,7 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
         }
     }
     if (const auto* skeleton = decoded.skeleton()) {
-        for (size_t i = 0; i < skeleton->n_m_skeletoninfos; ++i) {
-            drawPoints(canvas, skeleton->m_skeletoninfos[i]->key_points_xy, skeleton->m_skeletoninfos[i]->n_key_points_xy,
-                       kSkeletonColour);
-        }
+        for (size_t i = 0; i < skeleton->n_m_skeletoninfos; ++i) drawSkeleton(canvas, *skeleton->m_skeletoninfos[i], kSkeletonColour);
     }
     int line = 0;
     for (const auto& [label, score] : decoded.topLabels(3)) {

@@ -18,4 +18,8 @@ int currentExecutes();
 // Sets the maximum back to the current count (0 when nothing runs).
 void resetExecuteCounters();
 
+// Networks parsed from model bytes since the process started, over every system: a graph
+// reloaded with the same model content reads none again.
+long networksRead();
+
 }  // namespace Korvid

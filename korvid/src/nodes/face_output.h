@@ -7,17 +7,18 @@
 #include <opencv2/core.hpp>
 
 #include "Vantor/FaceBuffers.h"
+#include "dnn/face_mesh.h"
 #include "node.h"
 
 namespace kv {
 
 struct DetectedFace {
     cv::Rect box;                  // pixels of the upright image
-    int neighbours = 0;            // raw detections merged into this one
     float score = 0.f;
     bool hasEyes = false;
     cv::Point2f leftEye, rightEye; // eye centres, image left first (valid when hasEyes)
-    std::vector<cv::Rect> eyes;    // eye boxes found, at most two
+    bool hasMesh = false;          // the face mesh fitted (landmarks valid)
+    FaceLandmarks landmarks;
 };
 
 class FaceOutput : public BufferOutput<Vantor::FaceBuffer> {

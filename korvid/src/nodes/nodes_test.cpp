@@ -34,13 +34,33 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
     EXPECT_GT(f.score, 0.5f);
     EXPECT_NEAR(f.rect.x + f.rect.width / 2, 0.435f, 0.06f);  // the face is left of centre, upper third
     EXPECT_NEAR(f.rect.y + f.rect.height / 2, 0.22f, 0.06f);
-    ASSERT_EQ(f.points.size(), 2u);
-    EXPECT_LT(f.points[0].x, f.points[1].x);
+    ASSERT_EQ(f.points.size(), 106u);
+    ASSERT_EQ(f.visibility.size(), 106u);
+    // Pupils 104 and 105 in their eyes, image-left first; chin (16) below the lips (84-95).
+    EXPECT_LT(f.points[104].x, f.points[105].x);
+    EXPECT_GT(f.points[16].y, f.points[93].y);
     EXPECT_GT(f.eyeDist, 0.04f);
     EXPECT_LT(f.eyeDist, f.rect.width);
+    // A frontal portrait: small head angles; the mesh's outlines where they belong.
+    EXPECT_LT(std::abs(f.yaw), 15.f);
+    EXPECT_LT(std::abs(f.pitch), 20.f);
+    EXPECT_LT(std::abs(f.roll), 10.f);
     ASSERT_EQ(faces->extras.size(), 1u);
-    EXPECT_EQ(faces->extras[0]->eyeCount, 2);
-    EXPECT_EQ(faces->extras[0]->eyeLeft.size(), 4u);
+    const FaceExtra& x = *faces->extras[0];
+    EXPECT_EQ(x.eyeCount, 2);
+    ASSERT_EQ(x.eyeLeft.size(), 16u);
+    ASSERT_EQ(x.eyebrowRight.size(), 8u);
+    ASSERT_EQ(x.lips.size(), 20u);
+    auto mean = [](const auto& points) {
+        Glintcore::Vector2f m{0, 0};
+        for (const auto& p : points) m = Glintcore::Vector2f{m.x + p.x / points.size(), m.y + p.y / points.size()};
+        return m;
+    };
+    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[104].x, 1e-5f);
+    EXPECT_LT(mean(x.eyebrowLeft).y, mean(x.eyeLeft).y);
+    EXPECT_LT(mean(x.eyebrowRight).x, f.rect.x + f.rect.width);
+    EXPECT_GT(mean(x.eyebrowRight).x, mean(x.eyebrowLeft).x);
+    EXPECT_GT(mean(x.lips).y, f.points[105].y + 0.05f);
 
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "coffee.jpg")->faces.empty());
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "rocket.jpg")->faces.empty());
@@ -77,9 +97,10 @@ TEST(Nodes, VerificationClusteringAndAttributes) {
     ASSERT_EQ(attrs->attributes.size(), 1u);
     const FaceAttribute& a = *attrs->attributes[0];
     EXPECT_GT(a.happyScore, 0.5f);  // she smiles
-    EXPECT_EQ(a.expType, 1);
-    ASSERT_EQ(a.expProbs.size(), 2u);
-    EXPECT_FLOAT_EQ(a.expProbs[0] + a.expProbs[1], 1.f);
+    EXPECT_EQ(a.expType, 3);        // happy, in the emotion network's class order
+    ASSERT_EQ(a.expProbs.size(), 7u);
+    EXPECT_FLOAT_EQ(a.expProbs[3], a.happyScore);
+    EXPECT_NEAR(std::accumulate(a.expProbs.begin(), a.expProbs.end(), 0.f), 1.f, 1e-4f);
     EXPECT_TRUE(inUnit(a.quality) && a.quality > 0.f);
     EXPECT_GT(a.realFaceProb, 0.3f);
     EXPECT_EQ(a.age, 0.f);  // not estimated
@@ -177,9 +198,21 @@ TEST(Nodes, RegionsMasksAndPets) {
     ASSERT_NE(skeleton, nullptr);
     EXPECT_TRUE(skeleton->isExecuted);
     EXPECT_EQ(skeleton->sourceWidth, 384);
-    for (const auto& person : skeleton->infos) {
-        EXPECT_EQ(person->keyPoints.size(), 5u);
-        EXPECT_EQ(person->keyPointsDetected.size(), 5u);
+    ASSERT_EQ(skeleton->infos.size(), 1u);
+    const SkeletonInfo& person = *skeleton->infos[0];
+    ASSERT_EQ(person.keyPoints.size(), 17u);
+    ASSERT_EQ(person.keyPointsScore.size(), 17u);
+    // Nose inside the face, between the eyes, above the shoulders; her right shoulder is
+    // on the image's left. Hips and ankles are outside the portrait: not detected.
+    EXPECT_NEAR(person.keyPoints[0].x, 0.435f, 0.05f);
+    EXPECT_NEAR(person.keyPoints[0].y, 0.22f, 0.05f);
+    EXPECT_TRUE(person.keyPointsDetected[5] && person.keyPointsDetected[6]);
+    EXPECT_GT(person.keyPoints[5].x, person.keyPoints[6].x);
+    EXPECT_GT(person.keyPoints[5].y, person.keyPoints[0].y + 0.15f);
+    EXPECT_FALSE(person.keyPointsDetected[15] || person.keyPointsDetected[16]);
+    EXPECT_GT(person.rect.height, 0.2f);
+    for (const char* nobody : {"coffee.jpg", "rocket.jpg", "chelsea.jpg"}) {
+        EXPECT_TRUE(run<SkeletonBuffer>(h, 7, nobody)->infos.empty()) << nobody;
     }
 }
 

@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Build and test steps of the networks, run by CMake:
+#   networks.sh convert OUT_DIR PYTHON   fetch the models package, convert every network of
+#                                        networks.json to OUT_DIR/<model>.model (ONNX)
+#   networks.sh reference OUT_DIR        fetch the reference runtime, write its outputs on
+#                                        the parity input to OUT_DIR (reference.js)
+#   networks.sh bench MODELS_DIR BENCH   each network's forward time, OpenCV DNN (the BENCH
+#                                        program) against TF.js WebAssembly, one thread each
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+fetch="$here/../../scripts/fetch-networks"
+case "${1:-}" in
+  convert)
+    models="$("$fetch")"
+    "$3" "$here/tfjs_to_onnx.py" all "$here/networks.json" "$models" "$2"
+    ;;
+  reference)
+    models="$("$fetch")"
+    runtime="$("$fetch" --runtime)"
+    NODE_PATH="$runtime" node "$here/reference.js" "$here/networks.json" "$models" "$2" | grep -v '^$\|^====\|node backend'
+    ;;
+  bench)
+    models="$("$fetch")"
+    runtime="$("$fetch" --runtime)"
+    NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20 2>/dev/null | "$3" "$2"
+    ;;
+  *)
+    echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | bench MODELS_DIR BENCH" >&2
+    exit 2
+    ;;
+esac

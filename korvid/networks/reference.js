@@ -1,0 +1,72 @@
+// Runs each network of networks.json in the reference runtime (@tensorflow/tfjs, pure
+// JavaScript CPU backend) on one fixed pseudo-random image and writes, per network, the
+// converted network's input (NCHW float32) and every output (float32, TF layout) to OUT:
+//   <model>.input.f32, <model>.<output>.f32, <model>.json with the shapes and timing, and
+//   manifest.txt, one line per network: MODEL CHANNELS HEIGHT WIDTH then OUTPUT COUNT pairs.
+//   usage: node reference.js NETWORKS.json MODELS_DIR OUT_DIR   (NODE_PATH: the runtime)
+'use strict';
+const fs = require('fs');
+const path = require('path');
+const tf = require('@tensorflow/tfjs');
+
+function loadGraphModel(dir, name) {
+  const model = JSON.parse(fs.readFileSync(path.join(dir, name + '.json')));
+  const specs = [];
+  const shards = [];
+  for (const group of model.weightsManifest) {
+    specs.push(...group.weights);
+    for (const p of group.paths) shards.push(fs.readFileSync(path.join(dir, p)));
+  }
+  const weights = Buffer.concat(shards);
+  const data = weights.buffer.slice(weights.byteOffset, weights.byteOffset + weights.length);
+  return tf.loadGraphModel(tf.io.fromMemory({ modelTopology: model.modelTopology, weightSpecs: specs, weightData: data }));
+}
+
+// Pixels 0..255 from a fixed linear congruential sequence, the same on every run.
+function pixels(h, w, c) {
+  const out = new Uint8Array(h * w * c);
+  let s = 12345;
+  for (let i = 0; i < out.length; i++) {
+    s = (Math.imul(s, 1103515245) + 12345) >>> 0;
+    out[i] = (s >>> 16) & 255;
+  }
+  return out;
+}
+
+async function main() {
+  const [networksFile, modelsDir, outDir] = process.argv.slice(2);
+  await tf.setBackend('cpu');
+  fs.mkdirSync(outDir, { recursive: true });
+  const manifest = [];
+  for (const net of JSON.parse(fs.readFileSync(networksFile)).networks) {
+    const { height: h, width: w, scale, offset } = net.input;
+    const c = net.input.channels || 3;
+    const px = pixels(h, w, c);
+    const normalised = Float32Array.from(px, (v) => v * scale + offset);
+    const input = net.input.tfjs_dtype === 'int32'
+      ? tf.tensor(Int32Array.from(px), [1, h, w, c], 'int32')
+      : tf.tensor(normalised, [1, h, w, c], 'float32');
+    const nchw = new Float32Array(h * w * c);
+    for (let y = 0; y < h; y++) for (let x = 0; x < w; x++) for (let k = 0; k < c; k++) {
+      nchw[(k * h + y) * w + x] = normalised[(y * w + x) * c + k];
+    }
+    fs.writeFileSync(path.join(outDir, `${net.model}.input.f32`), Buffer.from(nchw.buffer));
+    const model = await loadGraphModel(modelsDir, net.source);
+    const names = Object.keys(net.outputs);
+    const started = process.hrtime.bigint();
+    const results = model.execute({ [net.input.tfjs_node || net.input.node]: input }, names.map((n) => net.outputs[n]));
+    const ms = Number(process.hrtime.bigint() - started) / 1e6;
+    const shapes = {};
+    for (let i = 0; i < names.length; i++) {
+      const t = Array.isArray(results) ? results[i] : results;
+      shapes[names[i]] = t.shape;
+      fs.writeFileSync(path.join(outDir, `${net.model}.${names[i]}.f32`), Buffer.from((await t.data()).buffer));
+    }
+    fs.writeFileSync(path.join(outDir, `${net.model}.json`), JSON.stringify({ shapes, tfjs_cpu_ms: ms }));
+    manifest.push([net.model, c, h, w, ...names.flatMap((n) => [n, shapes[n].reduce((a, b) => a * b, 1)])].join(' '));
+    console.log(`${net.model} (${net.source}): tfjs cpu ${ms.toFixed(1)} ms`);
+  }
+  fs.writeFileSync(path.join(outDir, 'manifest.txt'), manifest.join('\n') + '\n');
+}
+
+main().catch((e) => { console.error(e); process.exit(1); });

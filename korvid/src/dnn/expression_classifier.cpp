@@ -1,0 +1,36 @@
+#include "expression_classifier.h"
+
+#include <algorithm>
+
+#include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
+
+namespace kv {
+
+namespace {
+constexpr int kSide = 64;
+}
+
+const NetworkSpec& ExpressionClassifier::spec() {
+    static const NetworkSpec s{{1, 1, kSide, kSide}, {{"probs", kExpressions}}};
+    return s;
+}
+
+std::array<float, kExpressions> ExpressionClassifier::classify(const cv::Mat& gray, const cv::Rect& face) const {
+    // The square around the face box, the part outside the image repeated from its border.
+    const int side = std::max(face.width, face.height);
+    const cv::Rect square(face.x + face.width / 2 - side / 2, face.y + face.height / 2 - side / 2, side, side);
+    const cv::Rect inside = square & cv::Rect(0, 0, gray.cols, gray.rows);
+    cv::Mat crop, resized;
+    cv::copyMakeBorder(gray(inside), crop, inside.y - square.y, square.br().y - inside.br().y, inside.x - square.x,
+                       square.br().x - inside.br().x, cv::BORDER_REPLICATE);
+    cv::resize(crop, resized, cv::Size(kSide, kSide), 0, 0, cv::INTER_AREA);
+    // (v / 255 - 0.5) * 2, as the network was trained.
+    const cv::Mat blob = cv::dnn::blobFromImage(resized, 2.0 / 255, cv::Size(), cv::Scalar(127.5), false, false, CV_32F);
+    const cv::Mat probs = network_->forward(blob)[0];
+    std::array<float, kExpressions> out{};
+    std::copy(probs.ptr<float>(), probs.ptr<float>() + kExpressions, out.begin());
+    return out;
+}
+
+}  // namespace kv

@@ -1,0 +1,25 @@
+#include "letterbox.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
+
+namespace kv {
+
+Letterbox letterbox(const cv::Mat& bgr, int side, double valueScale, double valueOffset) {
+    Letterbox box;
+    box.scale = double(side) / std::max(bgr.cols, bgr.rows);
+    // Extreme shapes (1 x 16384) still keep one row or column.
+    const int w = std::clamp(static_cast<int>(std::lround(bgr.cols * box.scale)), 1, side);
+    const int h = std::clamp(static_cast<int>(std::lround(bgr.rows * box.scale)), 1, side);
+    box.pad = cv::Point2d((side - w) / 2, (side - h) / 2);
+    cv::Mat square(side, side, CV_8UC3, cv::Scalar::all(0)), resized;
+    cv::resize(bgr, resized, cv::Size(w, h), 0, 0, box.scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
+    resized.copyTo(square(cv::Rect(static_cast<int>(box.pad.x), static_cast<int>(box.pad.y), w, h)));
+    box.blob = cv::dnn::blobFromImage(square, valueScale, cv::Size(), cv::Scalar::all(-valueOffset / valueScale), true, false, CV_32F);
+    return box;
+}
+
+}  // namespace kv

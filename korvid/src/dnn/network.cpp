@@ -1,0 +1,93 @@
+#include "network.h"
+
+#include <openssl/evp.h>
+
+#include "execute_counter.h"
+
+namespace kv {
+
+namespace {
+
+std::string specKey(const NetworkSpec& spec) {
+    std::string key;
+    for (int d : spec.inputShape) key += std::to_string(d) + ",";
+    for (const auto& [name, count] : spec.outputs) key += name + "=" + std::to_string(count) + ";";
+    return key;
+}
+
+[[noreturn]] void refuse(const ModelBlob& blob, const std::string& why) {
+    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" " + why);
+}
+
+}  // namespace
+
+std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
+    if (names_.empty()) {
+        for (const auto& output : spec_.outputs) names_.push_back(output.first);
+    }
+    net_.setInput(blob);
+    std::vector<cv::Mat> outs;
+    net_.forward(outs, names_);
+    return outs;
+}
+
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& spec) {
+    // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
+    // XML, parameter files, text) is refused before OpenCV's parser sees it.
+    if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
+    ++networkReads;
+    cv::dnn::Net net;
+    try {
+        net = cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(blob.data), blob.size);
+    } catch (const cv::Exception& e) {
+        refuse(blob, std::string("is not a readable network: ") + e.what());
+    }
+    if (net.empty()) refuse(blob, "is an empty network");
+    net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+    net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+    auto network = std::make_shared<Network>(std::move(net), spec);
+    std::vector<cv::Mat> outs;
+    try {
+        outs = network->forward(cv::Mat(spec.inputShape, CV_32F, cv::Scalar(0)));
+    } catch (const cv::Exception& e) {
+        refuse(blob, std::string("does not run: ") + e.what());
+    }
+    if (outs.size() != spec.outputs.size()) refuse(blob, "lacks an output");
+    for (size_t i = 0; i < outs.size(); ++i) {
+        if (outs[i].type() != CV_32F || outs[i].total() != spec.outputs[i].second) {
+            refuse(blob, "gives output \"" + spec.outputs[i].first + "\" of another shape");
+        }
+    }
+    return network;
+}
+
+Digest contentDigest(const uint8_t* data, size_t size) {
+    Digest digest{};
+    unsigned int length = 0;
+    if (EVP_Digest(data, size, digest.data(), &length, EVP_sha256(), nullptr) != 1 || length != digest.size()) {
+        throw std::bad_alloc();  // OpenSSL fails a digest only when it cannot allocate
+    }
+    return digest;
+}
+
+std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkSpec& spec) {
+    if (blob.data == nullptr) refuse(blob, "is empty");
+    auto key = std::make_pair(contentDigest(blob.data, blob.size), specKey(spec));
+    auto it = entries_.find(key);
+    if (it == entries_.end()) it = entries_.emplace(key, Entry{readNetwork(blob, spec), 0}).first;
+    it->second.generation = generation_;
+    return it->second.network;
+}
+
+void NetworkCache::dropUnused() {
+    for (auto it = entries_.begin(); it != entries_.end();) {
+        it = it->second.generation == generation_ ? std::next(it) : entries_.erase(it);
+    }
+}
+
+std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkSpec& spec) {
+    const ModelBlob& blob = requireModel(models, key);
+    return blob.networks != nullptr ? blob.networks->get(blob, spec) : readNetwork(blob, spec);
+}
+
+}  // namespace kv

@@ -1,0 +1,69 @@
+// Pretrained networks of the open framework: ONNX files (converted at build time from the
+// networks' TF.js graph models) read from the bytes the resource finder delivers, checked
+// against what the reading node expects, and kept per framework system by content digest so
+// that a graph reloaded with the same model bytes reuses its networks.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <opencv2/dnn.hpp>
+
+#include "node.h"
+
+namespace kv {
+
+// What a node needs of a network: the input shape (NCHW) and each output by name with its
+// element count.
+struct NetworkSpec {
+    std::vector<int> inputShape;
+    std::vector<std::pair<std::string, size_t>> outputs;
+};
+
+// A loaded network and the spec it passed. forward() runs it on an NCHW float blob and
+// returns the outputs in the spec's order. Not thread-safe (one system, one thread).
+class Network {
+public:
+    Network(cv::dnn::Net net, NetworkSpec spec) : net_(std::move(net)), spec_(std::move(spec)) {}
+    std::vector<cv::Mat> forward(const cv::Mat& blob);
+    const NetworkSpec& spec() const { return spec_; }
+
+private:
+    cv::dnn::Net net_;
+    NetworkSpec spec_;
+    std::vector<std::string> names_;
+};
+
+// Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
+// every output of spec with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& spec);
+
+using Digest = std::array<uint8_t, 32>;
+Digest contentDigest(const uint8_t* data, size_t size);  // SHA-256
+
+// Networks by content digest (and spec: the same bytes read for another spec are checked
+// again). Entries not used by the latest graph load are dropped when it completes.
+class NetworkCache {
+public:
+    std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkSpec& spec);
+    void startLoad() { ++generation_; }
+    void dropUnused();
+    size_t size() const { return entries_.size(); }
+
+private:
+    struct Entry {
+        std::shared_ptr<Network> network;
+        uint64_t generation = 0;
+    };
+    std::map<std::pair<Digest, std::string>, Entry> entries_;
+    uint64_t generation_ = 0;
+};
+
+// The network of model key for a node: through the blob's cache when it has one.
+std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkSpec& spec);
+
+}  // namespace kv
