@@ -28,7 +28,7 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
     const std::string candidates[] = {
         face.substr(0, face.size() / 2), face.substr(0, face.size() - 1), face.substr(0, 64), scrambled,
         modelBytes("qm_skeleton"),   // a network with other outputs
-        modelBytes("qm_petface"),    // a cascade
+        modelBytes("qm_petface"),    // a bundle of a cascade and a network
     };
     SystemHarness h;
     for (const std::string& content : candidates) {
@@ -38,6 +38,30 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
     }
     h.finder.overrides.clear();
     EXPECT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+}
+
+TEST(Networks, DamagedBundlesAreInvalidModel) {
+    const std::string bundle = modelBytes("qm_petface");
+    const std::string cascade = bundle.substr(bundle.find('\n', 14) + 1, bundle.find("network ") - bundle.find('\n', 14) - 1);
+    ASSERT_NE(cascade.find("<cascade"), std::string::npos);
+    const std::string head = "korvid-bundle\ncascade " + std::to_string(cascade.size()) + "\n" + cascade;
+    const std::string candidates[] = {
+        bundle.substr(0, bundle.size() - 1),                 // cut short
+        head,                                                // no network
+        head + "network 12\nnot a network",                  // a foreign network
+        head + "network x\n",                                // a size that is no number
+        head + "network 99999999999999\n",                   // a size beyond the file
+        "korvid-bundle\ncascade",                            // a header without its end
+    };
+    SystemHarness h;
+    for (const std::string& content : candidates) {
+        h.finder.overrides = {{"qm_petface", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(95)), INVALID_MODEL) << content.size() << " bytes";
+        EXPECT_EQ(h.finder.outstanding, 0);
+    }
+    // A bare cascade still loads: cat faces in the whole image, as without a detector.
+    h.finder.overrides = {{"qm_petface", cascade}};
+    EXPECT_EQ(h->loadGraph(builtinTemplate(95)), NO_ERROR);
 }
 
 TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
@@ -58,7 +82,7 @@ TEST(Networks, ExtremeImageShapesFindNothing) {
     SystemHarness h;
     for (cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 9000)}) {
         h.input = rgbaInput(cv::Mat(size, CV_8UC3, cv::Scalar(90, 120, 200)));
-        for (int kind : {4, 7}) {
+        for (int kind : {95, 4, 7}) {  // the skeleton last: its result is read below
             ASSERT_EQ(h->loadGraph(builtinTemplate(kind)), NO_ERROR);
             ASSERT_EQ(h->execute(h.input->buffer, static_cast<AlgorithmType>(kind)), NO_ERROR) << size;
         }
