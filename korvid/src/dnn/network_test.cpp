@@ -59,9 +59,12 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
         EXPECT_EQ(h->loadGraph(builtinTemplate(95)), INVALID_MODEL) << content.size() << " bytes";
         EXPECT_EQ(h.finder.outstanding, 0);
     }
-    // A bare cascade still loads: cat faces in the whole image, as without a detector.
+    // A bare cascade still loads: cat faces in the whole image, as without a detector, on
+    // any shape.
     h.finder.overrides = {{"qm_petface", cascade}};
     EXPECT_EQ(h->loadGraph(builtinTemplate(95)), NO_ERROR);
+    h.input = rgbaInput(cv::Mat(cv::Size(1, 16384), CV_8UC3, cv::Scalar(90, 120, 200)));
+    EXPECT_EQ(h->execute(h.input->buffer, AlgorithmType::FacePetDetect), NO_ERROR);
 }
 
 TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {

@@ -23,7 +23,9 @@ cv::Mat grayWork(const cv::Mat& bgr, double& scale) {
     scale = std::min(1.0, double(kWorkSide) / std::max(bgr.cols, bgr.rows));
     cv::Mat small, gray;
     if (scale < 1) {
-        cv::resize(bgr, small, cv::Size(), scale, scale, cv::INTER_AREA);
+        // Extreme shapes (1 x 16384) keep one row or column.
+        const cv::Size size(std::max(1, int(bgr.cols * scale)), std::max(1, int(bgr.rows * scale)));
+        cv::resize(bgr, small, size, 0, 0, cv::INTER_AREA);
     } else {
         small = bgr;
     }
