@@ -59,6 +59,21 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
         EXPECT_EQ(h->loadGraph(builtinTemplate(95)), INVALID_MODEL) << content.size() << " bytes";
         EXPECT_EQ(h.finder.outstanding, 0);
     }
+    // The classification's bundle: its table of object labels must name COCO classes.
+    const std::string classification = modelBytes("nodehub_c3_300");
+    const size_t network = classification.find("\nnetwork ") + 1, eol = classification.find('\n', network);
+    const size_t labels = eol + 1 + std::stoul(classification.substr(network + 8, eol - network - 8));
+    ASSERT_EQ(classification.compare(labels, 7, "labels "), 0);
+    const std::string before = classification.substr(0, labels);
+    for (const std::string& table : {std::string("193\tcat_c1_c2\t1+\tunicorn\n"), std::string("193\tcat_c1_c2\t2-1\tcat\n"),
+                                     std::string("# nothing\n")}) {
+        h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(table.size()) + "\n" + table}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(121)), INVALID_MODEL) << table;
+    }
+    const std::string cats = "193\tcat_c1_c2\t1+\tcat\n";
+    h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(cats.size()) + "\n" + cats}};
+    EXPECT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
+
     // A bare cascade still loads: cat faces in the whole image, as without a detector, on
     // any shape.
     h.finder.overrides = {{"qm_petface", cascade}};
