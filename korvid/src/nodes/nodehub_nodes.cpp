@@ -208,20 +208,12 @@ public:
         std::vector<float> scores;
         const ImageStats s = computeImageStats(tensor.view);
         std::vector<ObjectDetection> objects;
-        double person = 0;
-        if (objects_) {
-            objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore);
-            for (const ObjectDetection& o : objects) {
-                if (o.cocoClass == kCocoPerson) person = std::max(person, double(o.score));
-            }
-        }
+        if (objects_) objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore);
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
-            } else if (objects_ && cue == "people") {
-                v = 0.5 * person;  // someone is there; what they do is not measured
             } else if (cue != "none") {
                 cueValue(cue, s, v);
                 if (objects_) v = 0.5 * v * v;
