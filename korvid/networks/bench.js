@@ -29,7 +29,8 @@ async function main() {
   for (const net of JSON.parse(fs.readFileSync(networksFile)).networks) {
     const { height: h, width: w } = net.input;
     const model = await loadGraphModel(modelsDir, net.source);
-    const input = tf.zeros([1, h, w, net.input.channels || 3], net.input.tfjs_dtype);
+    const c = net.input.channels || 3;
+    const input = tf.zeros(net.input.layout === 'nchw' ? [1, c, h, w] : [1, h, w, c], net.input.tfjs_dtype);
     const feed = { [net.input.tfjs_node || net.input.node]: input };
     const outputs = Object.values(net.outputs);
     const once = () => { for (const t of [].concat(model.execute(feed, outputs))) { t.dataSync(); t.dispose(); } };

@@ -43,13 +43,16 @@ async function main() {
     const c = net.input.channels || 3;
     const px = pixels(h, w, c);
     const normalised = Float32Array.from(px, (v) => v * scale + offset);
-    const input = net.input.tfjs_dtype === 'int32'
-      ? tf.tensor(Int32Array.from(px), [1, h, w, c], 'int32')
-      : tf.tensor(normalised, [1, h, w, c], 'float32');
     const nchw = new Float32Array(h * w * c);
     for (let y = 0; y < h; y++) for (let x = 0; x < w; x++) for (let k = 0; k < c; k++) {
       nchw[(k * h + y) * w + x] = normalised[(y * w + x) * c + k];
     }
+    // Graphs exported from ONNX take their input channels-first.
+    const input = net.input.tfjs_dtype === 'int32'
+      ? tf.tensor(Int32Array.from(px), [1, h, w, c], 'int32')
+      : net.input.layout === 'nchw'
+        ? tf.tensor(nchw, [1, c, h, w], 'float32')
+        : tf.tensor(normalised, [1, h, w, c], 'float32');
     fs.writeFileSync(path.join(outDir, `${net.model}.input.f32`), Buffer.from(nchw.buffer));
     const model = await loadGraphModel(modelsDir, net.source);
     const names = Object.keys(net.outputs);

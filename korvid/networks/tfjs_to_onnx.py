@@ -5,7 +5,10 @@ Only the part of the graph between one input tensor and the named output tensors
 converted; post-processing at the end of a network (arg-max, gathers) is done in C++.
 Inside, the ONNX graph runs channels-first (what OpenCV's convolutions want): the input is
 NCHW float, 4-D outputs are transposed back to the TF layout (NHWC) so that they compare
-element by element with the reference runtime, other outputs keep TF's shape.
+element by element with the reference runtime, other outputs keep TF's shape. Graphs that
+were themselves exported from ONNX (channels-first tensors with a transpose around every
+convolution) take an NCHW input; their transposes then cost nothing, and their shape
+arithmetic on constants is folded here.
 
 usage: tfjs_to_onnx.py convert MODEL.json OUT.onnx --input NODE:H,W --output NAME=NODE ...
        tfjs_to_onnx.py all NETWORKS.json MODELS_DIR OUT_DIR
@@ -126,21 +129,31 @@ class Converter:
         return out
 
     def value(self, ref):
-        """The numpy value of a Const input, or None."""
+        """The numpy value of a Const input or of shape arithmetic on constants, or None."""
         name = ref.split(":")[0]
         if name in self.consts:
             return self.consts[name]
         node = self.nodes.get(name)
-        if node is not None and node["op"] == "Const" and name in self.consts:
-            return self.consts[name]
-        return None
+        if node is None or ":" in ref and not ref.endswith(":0"):
+            return None
+        fold = FOLDABLE.get(node["op"])
+        if fold is None:
+            return None
+        args = [self.value(i) for i in node.get("input", []) if not i.startswith("^")]
+        if any(a is None for a in args):
+            return None
+        self.consts[name] = fold(node, *args)
+        return self.consts[name]
 
     def get(self, ref):
         name, _, index = ref.partition(":")
-        if index not in ("", "0"):
-            raise ConversionError("multi-output node %s" % ref)
         if name not in self.tensors:
             self.convert(name)
+        if index not in ("", "0"):
+            # A multi-output node stores its further outputs as NAME:INDEX.
+            if ref not in self.tensors:
+                raise ConversionError("multi-output node %s" % ref)
+            return self.tensors[ref]
         return self.tensors[name]
 
     def operand(self, ref, like):
@@ -318,7 +331,13 @@ class Converter:
     def op_Pad(self, node, inputs):
         x = self.get(inputs[0])
         p = self.value(inputs[1]).astype(np.int64)
-        if not x.nchw or p.shape != (4, 2):
+        if not x.nchw:
+            if p.shape != (len(x.shape), 2):
+                raise ConversionError("Pad at %s" % node["name"])
+            pads = self.const(np.concatenate([p[:, 0], p[:, 1]]).astype(np.int64), "pads")
+            out = self.emit("Pad", [x.name, pads], node["name"], mode="constant")
+            return Tensor(out, [d + int(q.sum()) for d, q in zip(x.shape, p)], False)
+        if p.shape != (4, 2):
             raise ConversionError("Pad at %s" % node["name"])
         p = p[TO_NCHW]
         pads = self.const(np.concatenate([p[:, 0], p[:, 1]]).astype(np.int64), "pads")
@@ -380,9 +399,63 @@ class Converter:
         out = self.emit("Concat", [p.name for p in parts], node["name"], axis=onnx_axis)
         return Tensor(out, shape, nchw)
 
+    # --- graphs exported from ONNX -------------------------------------------------
+    def op_Transpose(self, node, inputs):
+        x = self.get(inputs[0])
+        perm = [int(v) for v in self.value(inputs[1]).reshape(-1)]
+        shape = [x.shape[p] for p in perm]
+        # Into and out of NHWC around a convolution: the ONNX tensor stays channels-first.
+        if len(x.shape) == 4 and not x.nchw and perm == TO_NHWC:
+            return Tensor(x.name, shape, True)
+        if len(x.shape) == 4 and x.nchw and perm == TO_NCHW:
+            return Tensor(x.name, shape, False)
+        if x.nchw and len(x.shape) == 4:
+            raise ConversionError("Transpose at %s" % node["name"])
+        return Tensor(self.emit("Transpose", [x.name], node["name"], perm=perm), shape, False)
+
+    def op_LeakyRelu(self, node, inputs):
+        x = self.get(inputs[0])
+        out = self.emit("LeakyRelu", [x.name], node["name"], alpha=attr(node, "alpha", 0.2))
+        return Tensor(out, x.shape, x.nchw)
+
+    def op_PadV2(self, node, inputs):
+        x = self.get(inputs[0])
+        p = self.value(inputs[1]).astype(np.int64)
+        fill = float(self.value(inputs[2]))
+        if x.nchw or p.shape != (len(x.shape), 2):
+            raise ConversionError("PadV2 at %s" % node["name"])
+        pads = self.const(np.concatenate([p[:, 0], p[:, 1]]).astype(np.int64), "pads")
+        # The fill is -inf before max pooling; OpenCV's Pad takes the largest float instead.
+        value = self.const(np.float32(max(fill, np.finfo(np.float32).min)), "fill")
+        out = self.emit("Pad", [x.name, pads, value], node["name"], mode="constant")
+        return Tensor(out, [d + int(q.sum()) for d, q in zip(x.shape, p)], False)
+
+    def op_SplitV(self, node, inputs):
+        x = self.get(inputs[0])
+        sizes = [int(v) for v in self.value(inputs[1]).reshape(-1)]
+        axis = int(self.value(inputs[2])) % len(x.shape)
+        if -1 in sizes:
+            sizes[sizes.index(-1)] = x.shape[axis] - (sum(sizes) + 1)
+        onnx_axis = TO_NCHW.index(axis) if x.nchw else axis
+        outs = [self.fresh(node["name"]) for _ in sizes]
+        self.onnx_nodes.append(helper.make_node("Split", [x.name, self.const(np.array(sizes, np.int64), "split")],
+                                                outs, axis=onnx_axis))
+        tensors = []
+        for out, size in zip(outs, sizes):
+            shape = list(x.shape)
+            shape[axis] = size
+            tensors.append(Tensor(out, shape, x.nchw))
+        for i, t in enumerate(tensors[1:], 1):
+            self.tensors["%s:%d" % (node["name"], i)] = t
+        return tensors[0]
+
     # --- the whole model ------------------------------------------------------------
-    def build(self, input_node, input_shape, outputs, name):
-        self.tensors[input_node] = Tensor("input", input_shape, True)
+    def build(self, input_node, input_shape, outputs, name, nchw_input=False):
+        """input_shape is NHWC; nchw_input: the TF graph itself takes its input channels-first."""
+        if nchw_input:
+            self.tensors[input_node] = Tensor("input", [input_shape[i] for i in TO_NCHW], False)
+        else:
+            self.tensors[input_node] = Tensor("input", input_shape, True)
         graph_outputs = []
         for out_name, node_name in outputs:
             t = self.get(node_name)
@@ -398,7 +471,25 @@ class Converter:
         model.ir_version = 7
         onnx.checker.check_model(model)
         clip_attribute_form(model)
+        split_attribute_form(model)
         return model
+
+
+def sparse_to_dense(node, indices, shape, values, default):
+    out = np.full(np.asarray(shape).reshape(-1), default, dtype=np.asarray(values).dtype)
+    out[tuple(np.asarray(indices).reshape(-1, out.ndim).T)] = values
+    return out
+
+
+# Shape arithmetic that graphs exported from ONNX compute on constants.
+FOLDABLE = {
+    "Identity": lambda node, x: x,
+    "AddV2": lambda node, a, b: a + b,
+    "Add": lambda node, a, b: a + b,
+    "Sub": lambda node, a, b: a - b,
+    "Mul": lambda node, a, b: a * b,
+    "SparseToDense": sparse_to_dense,
+}
 
 
 def clip_attribute_form(model):
@@ -412,10 +503,20 @@ def clip_attribute_form(model):
             node.attribute.extend([helper.make_attribute("min", low), helper.make_attribute("max", high)])
 
 
+def split_attribute_form(model):
+    """OpenCV 4.6 reads Split's sizes only as an attribute (opset 11); written after the checker."""
+    consts = {t.name: numpy_helper.to_array(t) for t in model.graph.initializer}
+    for node in model.graph.node:
+        if node.op_type == "Split" and len(node.input) == 2:
+            sizes = [int(v) for v in consts[node.input[1]]]
+            del node.input[1:]
+            node.attribute.extend([helper.make_attribute("split", sizes)])
+
+
 def convert_one(model_json, out, input_spec, outputs):
-    """input_spec: (node, height, width, channels); outputs: [(name, node)]. Writes out atomically."""
-    node, h, w, c = input_spec
-    model = Converter(model_json).build(node, [1, h, w, c], outputs, os.path.basename(out))
+    """input_spec: (node, height, width, channels, channels first); outputs: [(name, node)]. Writes out atomically."""
+    node, h, w, c, nchw = input_spec
+    model = Converter(model_json).build(node, [1, h, w, c], outputs, os.path.basename(out), nchw)
     tmp = out + ".tmp"
     onnx.save(model, tmp)
     os.replace(tmp, out)
@@ -438,14 +539,15 @@ def main():
         if args.command == "convert":
             node, _, hw = args.input.partition(":")
             h, w = (int(v) for v in hw.split(","))
-            convert_one(args.model_json, args.out, (node, h, w, 3), [tuple(o.split("=", 1)) for o in args.output])
+            convert_one(args.model_json, args.out, (node, h, w, 3, False), [tuple(o.split("=", 1)) for o in args.output])
         else:
             os.makedirs(args.out_dir, exist_ok=True)
             for net in json.load(open(args.networks_json))["networks"]:
                 spec = net["input"]
                 convert_one(os.path.join(args.models_dir, net["source"] + ".json"),
                             os.path.join(args.out_dir, net["model"] + ".model"),
-                            (spec["node"], spec["height"], spec["width"], spec.get("channels", 3)),
+                            (spec["node"], spec["height"], spec["width"], spec.get("channels", 3),
+                             spec.get("layout") == "nchw"),
                             list(net["outputs"].items()))
     except (ConversionError, KeyError, ValueError, OSError) as e:
         sys.exit("tfjs_to_onnx: %s" % e)

@@ -28,7 +28,7 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
     const std::string candidates[] = {
         face.substr(0, face.size() / 2), face.substr(0, face.size() - 1), face.substr(0, 64), scrambled,
         modelBytes("qm_skeleton"),   // a network with other outputs
-        modelBytes("qm_petface"),    // a cascade
+        modelBytes("qm_petface"),    // a bundle of a cascade and a network
     };
     SystemHarness h;
     for (const std::string& content : candidates) {
@@ -38,6 +38,48 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
     }
     h.finder.overrides.clear();
     EXPECT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+}
+
+TEST(Networks, DamagedBundlesAreInvalidModel) {
+    const std::string bundle = modelBytes("qm_petface");
+    const std::string cascade = bundle.substr(bundle.find('\n', 14) + 1, bundle.find("network ") - bundle.find('\n', 14) - 1);
+    ASSERT_NE(cascade.find("<cascade"), std::string::npos);
+    const std::string head = "korvid-bundle\ncascade " + std::to_string(cascade.size()) + "\n" + cascade;
+    const std::string candidates[] = {
+        bundle.substr(0, bundle.size() - 1),                 // cut short
+        head,                                                // no network
+        head + "network 12\nnot a network",                  // a foreign network
+        head + "network x\n",                                // a size that is no number
+        head + "network 99999999999999\n",                   // a size beyond the file
+        "korvid-bundle\ncascade",                            // a header without its end
+    };
+    SystemHarness h;
+    for (const std::string& content : candidates) {
+        h.finder.overrides = {{"qm_petface", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(95)), INVALID_MODEL) << content.size() << " bytes";
+        EXPECT_EQ(h.finder.outstanding, 0);
+    }
+    // The classification's bundle: its table of object labels must name COCO classes.
+    const std::string classification = modelBytes("nodehub_c3_300");
+    const size_t network = classification.find("\nnetwork ") + 1, eol = classification.find('\n', network);
+    const size_t labels = eol + 1 + std::stoul(classification.substr(network + 8, eol - network - 8));
+    ASSERT_EQ(classification.compare(labels, 7, "labels "), 0);
+    const std::string before = classification.substr(0, labels);
+    for (const std::string& table : {std::string("193\tcat_c1_c2\t1+\tunicorn\n"), std::string("193\tcat_c1_c2\t2-1\tcat\n"),
+                                     std::string("# nothing\n")}) {
+        h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(table.size()) + "\n" + table}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(121)), INVALID_MODEL) << table;
+    }
+    const std::string cats = "193\tcat_c1_c2\t1+\tcat\n";
+    h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(cats.size()) + "\n" + cats}};
+    EXPECT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
+
+    // A bare cascade still loads: cat faces in the whole image, as without a detector, on
+    // any shape.
+    h.finder.overrides = {{"qm_petface", cascade}};
+    EXPECT_EQ(h->loadGraph(builtinTemplate(95)), NO_ERROR);
+    h.input = rgbaInput(cv::Mat(cv::Size(1, 16384), CV_8UC3, cv::Scalar(90, 120, 200)));
+    EXPECT_EQ(h->execute(h.input->buffer, AlgorithmType::FacePetDetect), NO_ERROR);
 }
 
 TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
@@ -58,7 +100,7 @@ TEST(Networks, ExtremeImageShapesFindNothing) {
     SystemHarness h;
     for (cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 9000)}) {
         h.input = rgbaInput(cv::Mat(size, CV_8UC3, cv::Scalar(90, 120, 200)));
-        for (int kind : {4, 7}) {
+        for (int kind : {95, 4, 7}) {  // the skeleton last: its result is read below
             ASSERT_EQ(h->loadGraph(builtinTemplate(kind)), NO_ERROR);
             ASSERT_EQ(h->execute(h.input->buffer, static_cast<AlgorithmType>(kind)), NO_ERROR) << size;
         }

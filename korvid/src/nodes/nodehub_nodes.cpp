@@ -1,8 +1,8 @@
 // Node-hub family: nh_image_transform, nh_convert_to_tensor, nh_inference,
-// relation_recog and nh_classification (kinds 121 and 130). The "inference" steps are
-// documented statistics pipelines, not neural networks: nh_inference computes a
-// colour/texture descriptor and per-class values from the statistic named for each class
-// in its model file; relation_recog scores relations from the detected faces.
+// relation_recog and nh_classification (kinds 121 and 130). nh_inference computes a
+// colour/texture descriptor and per-class values: from the object detector for the classes
+// its model bundle maps onto detected objects, otherwise from the statistic named for each
+// class in its model file; relation_recog scores relations from the detected faces.
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -12,6 +12,8 @@
 #include "Vantor/SceneBuffers.h"
 #include "face_output.h"
 #include "image_stats.h"
+#include "dnn/object_labels.h"
+#include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
 
@@ -21,19 +23,22 @@ using Vantor::AlgorithmType;
 
 namespace {
 
-// nh_image_transform output: the converted image and the 8-bit BGR view it came from.
+// nh_image_transform output: the converted image, the 8-bit BGR view it came from, and the
+// untransformed image (for a network that needs its own input size).
 class TransformedOutput : public NodeOutput {
 public:
     cv::Mat converted;
     cv::Mat view;
+    cv::Mat original;
 };
 
-// nh_convert_to_tensor output: CHW floats of the converted image, and the view.
+// nh_convert_to_tensor output: CHW floats of the converted image, the view and the original.
 class TensorOutput : public NodeOutput {
 public:
     std::vector<float> values;
     std::vector<int> shape;  // channels, height, width
     cv::Mat view;
+    cv::Mat original;
 };
 
 // Named float tensors of an inference step.
@@ -58,10 +63,13 @@ public:
         cv::Mat view = m;
         for (const std::string& step : splitText(params.stringOr("transforms", ""), ':', true)) {
             if (step == "cvt_color") {
+                // Never in place: m may still share the input image, which other nodes read.
                 const long code = params.intOr("cvt_color_code", 0);
-                if (code == 1) cv::cvtColor(m, m, cv::COLOR_BGR2RGB);
-                else if (code == 2) cv::cvtColor(m, m, cv::COLOR_BGR2GRAY);
+                cv::Mat next;
+                if (code == 1) cv::cvtColor(m, next, cv::COLOR_BGR2RGB);
+                else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
                 else if (code != 0) throw NodeFailure(Vantor::INVALID_NODE, "unknown cvt_color_code");
+                if (code != 0) m = next;
             } else if (step == "resize") {
                 const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
                 if (w < 8 || h < 8 || w > 4096 || h > 4096) throw NodeFailure(Vantor::INVALID_NODE, "resize size out of range");
@@ -70,13 +78,16 @@ public:
             } else if (step == "data_convert") {
                 const long depth = params.intOr("data_convert_rtype", CV_32F);
                 if (depth < CV_8U || depth > CV_64F) throw NodeFailure(Vantor::INVALID_NODE, "unknown data_convert_rtype");
-                m.convertTo(m, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
+                cv::Mat next;
+                m.convertTo(next, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
+                m = next;
             } else {
                 throw NodeFailure(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
             }
         }
         out->converted = m;
         out->view = view;
+        out->original = inputAs<ImageOutput>(inputs, 0).bgr;
         return out;
     }
 };
@@ -95,6 +106,7 @@ public:
             for (int r = 0; r < p.rows; ++r) out->values.insert(out->values.end(), p.ptr<float>(r), p.ptr<float>(r) + p.cols);
         }
         out->view = in.view;
+        out->original = in.original;
         return out;
     }
 };
@@ -158,10 +170,22 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
     return f;
 }
 
+// With a bundle of "params", "network" (the object detector) and "labels" (object_labels.tsv)
+// the classes that name objects, animals, vehicles, food and numbers of people come from the
+// detector; the rest from statistics, which alone never make a class more likely than not.
 class InferenceNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "nodehub_inference");
+        const ModelBlob& blob = requireModel(models, "model_name");
+        const auto parts = bundleParts(blob);
+        if (!parts.empty()) {
+            if (!parts.count("params") || !parts.count("network") || !parts.count("labels")) {
+                throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or labels");
+            }
+            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::spec()));
+            labels_ = ObjectLabels::parse(parts.at("labels"));
+        }
+        cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "nodehub_inference");
         fs["feature_layout"] >> layout_;
         fs["feature_output"] >> featureName_;
         fs["score_output"] >> scoreName_;
@@ -183,9 +207,17 @@ public:
         auto out = std::make_unique<ScoresOutput>();
         std::vector<float> scores;
         const ImageStats s = computeImageStats(tensor.view);
-        for (const std::string& cue : cueOf_) {
+        std::vector<ObjectDetection> objects;
+        if (objects_) objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore);
+        for (size_t i = 0; i < cueOf_.size(); ++i) {
+            const std::string& cue = cueOf_[i];
             double v = 0;
-            if (cue != "none") cueValue(cue, s, v);
+            if (objects_ && labels_.covers(i)) {
+                v = labels_.probability(i, objects);
+            } else if (cue != "none") {
+                cueValue(cue, s, v);
+                if (objects_) v = 0.5 * v * v;
+            }
             scores.push_back(logit(v));
         }
         std::vector<std::string> wanted = splitText(params.stringOr("output_names", featureName_ + ":" + scoreName_), ':', true);
@@ -198,8 +230,12 @@ public:
     }
 
 private:
+    static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
+
     std::string layout_, featureName_, scoreName_;
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
+    std::unique_ptr<ObjectDetector> objects_;
+    ObjectLabels labels_;
 };
 
 // Relation scores from the faces: "people" (any face), "couple" (two faces of similar

@@ -182,6 +182,11 @@ TEST(Nodes, RegionsMasksAndPets) {
     ASSERT_EQ(pets->infos.size(), 1u);
     EXPECT_EQ(pets->infos[0]->facePetType, 1);
     EXPECT_NEAR(pets->infos[0]->rect.x + pets->infos[0]->rect.width / 2, 0.54f, 0.1f);
+    // The unframed close-up: the detector's cat fills the photo, the cascade's face inside it
+    // leaves out the shoulder on the left.
+    EXPECT_GT(pets->infos[0]->rect.x, 0.1f);
+    EXPECT_LT(pets->infos[0]->rect.width, 0.9f);
+    EXPECT_GT(pets->infos[0]->score, 0.35f);
     EXPECT_TRUE(run<FacePetDetectBuffer>(h, 95, "astronaut.jpg")->infos.empty());
 
     auto* petMatting = run<PetMattingBuffer>(h, 71, "chelsea.jpg");
@@ -243,6 +248,32 @@ TEST(Nodes, ClassificationGraphs) {
     std::sort(ids.begin(), ids.end());
     for (int32_t i = 0; i < 208; ++i) EXPECT_EQ(ids[size_t(i)], i);
     EXPECT_EQ(h->getResultByName("ClassificationPostProcess"), static_cast<void*>(c300));
+
+    // Labels from detected objects and people; statistics alone never pass one half, so the
+    // blue suit is no ship and the cat no swimmer; at most two classes reach 0.99.
+    auto confidenceOf = [](const NHClassificationBuffer& b, const std::string& label) {
+        const NHClassificationInfo& in = *b.infos[0];
+        for (size_t i = 0; i < in.id.size(); ++i) {
+            if (b.labels[size_t(in.id[i])] == label) return in.confidence[i];
+        }
+        return -1.f;
+    };
+    for (const char* photo : {"astronaut.jpg", "chelsea.jpg", "coffee.jpg", "rocket.jpg"}) {
+        auto* c = run<NHClassificationBuffer>(h, 121, photo);
+        ASSERT_NE(c, nullptr);
+        const std::string top = c->labels[size_t(c->infos[0]->id[0])];
+        const bool astronaut = photo == std::string("astronaut.jpg"), cat = photo == std::string("chelsea.jpg");
+        EXPECT_EQ(confidenceOf(*c, "2252_alone") > 0.5f, astronaut) << photo;
+        EXPECT_EQ(confidenceOf(*c, "cat_c1_c2") > 0.35f, cat) << photo;
+        for (const char* never : {"1421_Ship", "Swimming_c2", "beach_c1_c2", "dog_c1_c2", "1248_crowd"}) {
+            EXPECT_LE(confidenceOf(*c, never), 0.5f) << photo << " " << never;
+        }
+        const auto& conf = c->infos[0]->confidence;
+        EXPECT_LE(std::count_if(conf.begin(), conf.end(), [](float v) { return v >= 0.99f; }), 2) << photo;
+        if (cat) {
+            EXPECT_EQ(top, "cat_c1_c2");
+        }
+    }
 
     auto* relation = run<NHClassificationBuffer>(h, 130, "astronaut.jpg");
     ASSERT_NE(relation, nullptr);

@@ -1,7 +1,7 @@
 // Region family: saliency_seg (kind 60), matting (12), face_pet_detect (71 or 95) and
 // skeleton (7). Saliency is OpenCV's spectral-residual detector; matting and pet matting
-// are GrabCut seeded from saliency or from the cat-face box; pet faces are a Haar cascade;
-// the skeleton is the MoveNet network. korvid/README.md says what each field holds.
+// are GrabCut seeded from saliency or from the pet; pets are the NanoDet object detector's
+// cats and dogs, cat faces a Haar cascade inside them; the skeleton is the MoveNet network. korvid/README.md says what each field holds.
 #include <algorithm>
 #include <cmath>
 
@@ -10,6 +10,7 @@
 #include <opencv2/saliency.hpp>
 
 #include "Vantor/SegmentationBuffers.h"
+#include "dnn/pet_detector.h"
 #include "dnn/pose_estimator.h"
 #include "model_loading.h"
 #include "node_helpers.h"
@@ -187,60 +188,51 @@ private:
 
 class FacePetNode : public Node {
 public:
-    void load(const NodeParams&, const ModelSet& models) override {
-        loadCascade(requireModel(models, "face_pet_detect_model_key"), cats_);
-    }
+    void load(const NodeParams&, const ModelSet& models) override { pets_.load(requireModel(models, "face_pet_detect_model_key")); }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const long maxNum = params.intOr("face_pet_detect_max_num", 5);
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
-        cv::Mat small = workCopy(bgr, 640), gray;
-        cv::cvtColor(small, gray, cv::COLOR_BGR2GRAY);
-        const double scale = double(bgr.cols) / small.cols;
-        std::vector<cv::Rect> rects;
-        std::vector<int> neighbours;
-        cats_.detectMultiScale(gray, rects, neighbours, 1.05, 3, 0, cv::Size(24, 24));
-        std::vector<size_t> order(rects.size());
-        for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-        std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-            if (rects[a].area() != rects[b].area()) return rects[a].area() > rects[b].area();
-            return std::tie(rects[a].y, rects[a].x) < std::tie(rects[b].y, rects[b].x);
-        });
-        if (order.size() > static_cast<size_t>(maxNum)) order.resize(static_cast<size_t>(maxNum));
+        const std::vector<PetDetection> pets = pets_.detect(bgr, static_cast<size_t>(maxNum));
 
         if (imageMode(params) == 1) {
             auto out = std::make_unique<BufferOutput<Vantor::FacePetDetectBuffer>>(typeList(AlgorithmType::FacePetDetect));
-            for (size_t k = 0; k < order.size(); ++k) {
-                const cv::Rect& r = rects[order[k]];
+            for (size_t k = 0; k < pets.size(); ++k) {
                 auto info = Glintcore::makeShared<Vantor::FacePetInfo>();
-                info->facePetType = 1;  // the cascade finds cats only
-                cv::Rect full(int(r.x * scale), int(r.y * scale), int(r.width * scale), int(r.height * scale));
-                info->rect = normalised(full & cv::Rect(0, 0, bgr.cols, bgr.rows), bgr.size());
-                const int n = order[k] < neighbours.size() ? neighbours[order[k]] : 0;
-                info->score = n / (n + 10.f);
+                info->facePetType = pets[k].type;
+                // The face where the cascade found one, otherwise the animal (dogs always).
+                info->rect = normalised(pets[k].face ? *pets[k].face : *pets[k].body, bgr.size());
+                info->score = pets[k].score;
                 info->id = static_cast<int32_t>(k);
                 out->buffer->infos.push_back(info);
             }
             return out;
         }
 
-        // Pet matting: GrabCut per cat (at most two), seeded with the face as probable
+        // Pet matting: GrabCut per pet (at most two). With the detector: its box probable
+        // foreground, the face (if any) certain; from a face alone: the face probable
         // foreground inside a box widened sideways and extended downwards for the body.
         cv::Mat work = workCopy(bgr, kWorkSide);
-        const double toWork = double(work.cols) / small.cols;
+        const double toWork = double(work.cols) / bgr.cols;
+        auto scaled = [&](const cv::Rect& r) {
+            return cv::Rect(int(r.x * toWork), int(r.y * toWork), int(r.width * toWork), int(r.height * toWork));
+        };
         auto out = std::make_unique<BufferOutput<Vantor::PetMattingBuffer>>(typeList(AlgorithmType::PetMatting));
         Glintcore::SharePtr<Vantor::PetMattingInfo> info(new Vantor::PetMattingInfo());
         info->maskWidth = work.cols;
         info->maskHeight = work.rows;
-        for (size_t k = 0; k < order.size() && k < 2; ++k) {
-            const cv::Rect& r = rects[order[k]];
-            cv::Rect face(int(r.x * toWork), int(r.y * toWork), int(r.width * toWork), int(r.height * toWork));
-            cv::Rect body(face.x - face.width * 6 / 10, face.y - face.height * 4 / 10, face.width * 22 / 10, face.height * 3);
+        for (size_t k = 0; k < pets.size() && k < 2; ++k) {
             const cv::Rect inner(1, 1, work.cols - 2, work.rows - 2);
             cv::Mat seed(work.size(), CV_8U, cv::Scalar(cv::GC_BGD));
-            seed(body & inner).setTo(cv::GC_PR_BGD);
-            seed(face & inner).setTo(cv::GC_PR_FGD);
+            if (pets[k].body) {
+                seed(scaled(*pets[k].body) & inner).setTo(cv::GC_PR_FGD);
+            } else {
+                const cv::Rect face = scaled(*pets[k].face);
+                const cv::Rect body(face.x - face.width * 6 / 10, face.y - face.height * 4 / 10, face.width * 22 / 10, face.height * 3);
+                seed(body & inner).setTo(cv::GC_PR_BGD);
+                seed(face & inner).setTo(cv::GC_PR_FGD);
+            }
             cv::Mat mask = grabCut(work, seed, 3);
             (k == 0 ? info->mask0 : info->mask1) = Glintcore::PrimitiveVector<uint8_t>(mask.datastart, mask.dataend);
             ++info->maskCount;
@@ -256,7 +248,7 @@ public:
 private:
     static long imageMode(const NodeParams& params) { return params.intOr("face_pet_detect_use_imagemode", 0); }
 
-    cv::CascadeClassifier cats_;
+    PetDetector pets_;
 };
 
 // Skeleton: MoveNet's 17 key points of the most central person; a photo whose best person

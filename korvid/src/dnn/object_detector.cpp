@@ -1,0 +1,114 @@
+#include "object_detector.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <opencv2/dnn.hpp>
+
+#include "letterbox.h"
+
+namespace kv {
+
+namespace {
+
+constexpr int kSide = 416;
+constexpr int kClasses = 80;
+constexpr int kBins = 11;           // each box side is a distribution over 0..10 strides
+constexpr float kOverlap = 0.5f;    // IoU above which the weaker box of a class is dropped
+constexpr std::array<int, 3> kStrides = {8, 16, 32};
+constexpr double kClassShift = 1e6;  // beyond any box of a 16384-pixel image
+
+const std::array<std::string, kClasses> kNames = {
+    "person", "bicycle", "car", "motorcycle", "airplane", "bus", "train", "truck", "boat", "traffic light",
+    "fire hydrant", "stop sign", "parking meter", "bench", "bird", "cat", "dog", "horse", "sheep", "cow",
+    "elephant", "bear", "zebra", "giraffe", "backpack", "umbrella", "handbag", "tie", "suitcase", "frisbee",
+    "skis", "snowboard", "sports ball", "kite", "baseball bat", "baseball glove", "skateboard", "surfboard",
+    "tennis racket", "bottle", "wine glass", "cup", "fork", "knife", "spoon", "bowl", "banana", "apple",
+    "sandwich", "orange", "broccoli", "carrot", "hot dog", "pizza", "donut", "cake", "chair", "couch",
+    "potted plant", "bed", "dining table", "toilet", "tv", "laptop", "mouse", "remote", "keyboard",
+    "cell phone", "microwave", "oven", "toaster", "sink", "refrigerator", "book", "clock", "vase",
+    "scissors", "teddy bear", "hair drier", "toothbrush"};
+
+// The expected distance (in strides) of one box side: softmax over its bins.
+float expectedDistance(const float* logits) {
+    const float top = *std::max_element(logits, logits + kBins);
+    float sum = 0, weighted = 0;
+    for (int k = 0; k < kBins; ++k) {
+        const float e = std::exp(logits[k] - top);
+        sum += e;
+        weighted += e * static_cast<float>(k);
+    }
+    return weighted / sum;
+}
+
+}  // namespace
+
+const std::string& cocoClassName(int cocoClass) {
+    static const std::string none;
+    return cocoClass >= 0 && cocoClass < kClasses ? kNames[static_cast<size_t>(cocoClass)] : none;
+}
+
+const NetworkSpec& ObjectDetector::spec() {
+    static const NetworkSpec s = [] {
+        NetworkSpec n{{1, 3, kSide, kSide}, {}};
+        for (int stride : kStrides) {
+            const size_t cells = size_t(kSide / stride) * size_t(kSide / stride);
+            n.outputs.emplace_back("scores" + std::to_string(stride), cells * kClasses);
+            n.outputs.emplace_back("boxes" + std::to_string(stride), cells * 4 * kBins);
+        }
+        return n;
+    }();
+    return s;
+}
+
+std::vector<ObjectDetection> ObjectDetector::detect(const cv::Mat& bgr, float minScore, size_t maxCount) const {
+    // The network was trained on BGR planes normalised by the ImageNet means and deviations.
+    Letterbox box = letterbox(bgr, kSide, 1.0, 0.0);
+    cv::Mat blob(box.blob.dims, box.blob.size.p, CV_32F);
+    const std::array<double, 3> mean = {103.53, 116.28, 123.675}, deviation = {57.375, 57.12, 58.395};
+    const int plane = kSide * kSide;
+    for (int c = 0; c < 3; ++c) {
+        const cv::Mat rgb(1, plane, CV_32F, box.blob.ptr<float>() + (2 - c) * plane);
+        cv::Mat out(1, plane, CV_32F, blob.ptr<float>() + c * plane);
+        rgb.convertTo(out, CV_32F, 1 / deviation[size_t(c)], -mean[size_t(c)] / deviation[size_t(c)]);
+    }
+    const std::vector<cv::Mat> outs = network_->forward(blob);
+    std::vector<ObjectDetection> found;
+    std::vector<cv::Rect2d> rects;
+    std::vector<float> scores;
+    for (size_t level = 0; level < kStrides.size(); ++level) {
+        const int stride = kStrides[level], grid = kSide / stride;
+        const float* s = outs[level * 2].ptr<float>();
+        const float* r = outs[level * 2 + 1].ptr<float>();
+        for (int cell = 0; cell < grid * grid; ++cell) {
+            const float* cs = s + size_t(cell) * kClasses;
+            const int best = static_cast<int>(std::max_element(cs, cs + kClasses) - cs);
+            if (!(cs[best] >= minScore)) continue;
+            // Cell centre and the four distances (left, top, right, bottom) in network pixels.
+            const float cx = (static_cast<float>(cell % grid) + 0.5f) * static_cast<float>(stride);
+            const float cy = (static_cast<float>(cell / grid) + 0.5f) * static_cast<float>(stride);
+            std::array<float, 4> d{};
+            for (size_t k = 0; k < 4; ++k) d[k] = expectedDistance(r + size_t(cell) * 4 * kBins + k * kBins) * static_cast<float>(stride);
+            const cv::Point2f tl = box.toImage((cx - d[0]) / kSide, (cy - d[1]) / kSide, kSide);
+            const cv::Point2f br = box.toImage((cx + d[2]) / kSide, (cy + d[3]) / kSide, kSide);
+            const cv::Rect2f rect(tl, br);
+            if (!(rect.width > 0 && rect.height > 0)) continue;
+            found.push_back({rect, best, cs[best]});
+            // Boxes of different classes never overlap once shifted apart by class: one
+            // suppression pass is then per class.
+            rects.emplace_back(rect.x + best * kClassShift, rect.y, rect.width, rect.height);
+            scores.push_back(cs[best]);
+        }
+    }
+    std::vector<int> keep;
+    cv::dnn::NMSBoxes(rects, scores, minScore, kOverlap, keep);
+    std::vector<ObjectDetection> objects;
+    for (int i : keep) objects.push_back(found[static_cast<size_t>(i)]);
+    // Equal scores keep their cell order (stable): the same image gives the same list.
+    std::stable_sort(objects.begin(), objects.end(), [](const auto& a, const auto& b) { return a.score > b.score; });
+    if (objects.size() > maxCount) objects.resize(maxCount);
+    return objects;
+}
+
+}  // namespace kv

@@ -1,0 +1,40 @@
+// Cats and dogs: the object detector's, each cat with its face from the cat-face cascade run
+// inside the cat's box. A model that is only the cascade (no detector in it) finds cat faces
+// in the whole image instead, as the node did before it had a detector.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/objdetect.hpp>
+
+#include "node.h"
+#include "object_detector.h"
+
+namespace kv {
+
+struct PetDetection {
+    int type = 1;                    // 1 cat, 2 dog
+    float score = 0;                 // the detector's (cascade only: n / (n + 10) of its neighbours)
+    std::optional<cv::Rect> body;    // pixels; empty when only the cascade ran
+    std::optional<cv::Rect> face;    // pixels; cats only, when the cascade finds one
+};
+
+class PetDetector {
+public:
+    // blob: a bundle of "cascade" and "network", or a bare cascade. INVALID_MODEL otherwise.
+    void load(const ModelBlob& blob);
+    // At most maxCount pets, best first (cascade only: largest face first).
+    std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount) const;
+
+private:
+    std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr, size_t maxCount) const;
+    std::optional<cv::Rect> catFace(const cv::Mat& bgr, const cv::Rect& cat) const;
+
+    mutable cv::CascadeClassifier cats_;
+    std::unique_ptr<ObjectDetector> objects_;
+};
+
+}  // namespace kv
