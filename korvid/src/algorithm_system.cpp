@@ -187,6 +187,7 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         if (n.type->create == nullptr) continue;
         n.node = n.type->create();
         n.node->upstreamTypes = n.upstreamTypes;
+        n.node->memo = &memo_;
         try {
             n.node->load(n.params, models);
         } catch (const NodeFailure& e) {
@@ -351,6 +352,7 @@ void* OpenAlgorithmSystem::getResultByName(const std::string& name) {
 
 void OpenAlgorithmSystem::clearResults() {
     for (LoadedNode& n : nodes_) n.output.reset();
+    memo_.clear();
 }
 
 template <typename Map, typename Apply>

@@ -54,26 +54,32 @@ class ImageTransformNode : public Node {
 public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         auto out = std::make_unique<TransformedOutput>();
+        // Every step writes a new image: the input is shared with the other nodes of the
+        // graph and must stay as it is.
         cv::Mat m = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat view = m;
         for (const std::string& step : splitText(params.stringOr("transforms", ""), ':', true)) {
+            cv::Mat next;
             if (step == "cvt_color") {
                 const long code = params.intOr("cvt_color_code", 0);
-                if (code == 1) cv::cvtColor(m, m, cv::COLOR_BGR2RGB);
-                else if (code == 2) cv::cvtColor(m, m, cv::COLOR_BGR2GRAY);
+                if (code == 1) cv::cvtColor(m, next, cv::COLOR_BGR2RGB);
+                else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
                 else if (code != 0) throw NodeFailure(Vantor::INVALID_NODE, "unknown cvt_color_code");
             } else if (step == "resize") {
                 const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
                 if (w < 8 || h < 8 || w > 4096 || h > 4096) throw NodeFailure(Vantor::INVALID_NODE, "resize size out of range");
-                cv::resize(m, m, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
-                cv::resize(view, view, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+                cv::resize(m, next, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+                cv::Mat viewNext;
+                cv::resize(view, viewNext, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+                view = viewNext;
             } else if (step == "data_convert") {
                 const long depth = params.intOr("data_convert_rtype", CV_32F);
                 if (depth < CV_8U || depth > CV_64F) throw NodeFailure(Vantor::INVALID_NODE, "unknown data_convert_rtype");
-                m.convertTo(m, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
+                m.convertTo(next, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
             } else {
                 throw NodeFailure(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
             }
+            if (!next.empty()) m = next;
         }
         out->converted = m;
         out->view = view;
