@@ -21,7 +21,8 @@ using Vantor::AlgorithmType;
 
 namespace {
 
-// nh_image_transform output: the converted image and the 8-bit BGR view it came from.
+// nh_image_transform output: the converted image and the 8-bit view it came from (in RGB
+// after a BGR-to-RGB step, as the statistics taken from it have always seen it).
 class TransformedOutput : public NodeOutput {
 public:
     cv::Mat converted;
@@ -62,8 +63,10 @@ public:
             cv::Mat next;
             if (step == "cvt_color") {
                 const long code = params.intOr("cvt_color_code", 0);
-                if (code == 1) cv::cvtColor(m, next, cv::COLOR_BGR2RGB);
-                else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
+                if (code == 1) {
+                    cv::cvtColor(m, next, cv::COLOR_BGR2RGB);
+                    view = next;
+                } else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
                 else if (code != 0) throw NodeFailure(Vantor::INVALID_NODE, "unknown cvt_color_code");
             } else if (step == "resize") {
                 const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
