@@ -68,6 +68,12 @@ ROWS = [
      "extractor/cached_1k/floor", "per_item", None),
     ("JNI extractFeatures, 1k cached assets, per asset vs C++", "jni/cached_1k/vqfe", "extractor/cached_1k/vqfe",
      "per_item", ("abs<=", 1000)),
+] + [
+    (f"Reload of the kind-{kind} graph ({what}) vs its first load", f"graph_load/{kind}/reload",
+     f"graph_load/{kind}/first", "time", ("abs<=", 5e6))
+    for kind, what in [(4, "face networks held"), (7, "9.3 MB skeleton network held"),
+                       (9, "face and emotion networks held"), (130, "face and emotion networks held"),
+                       (71, "cat cascade parsed again")]
 ]
 
 

@@ -1,5 +1,6 @@
 #include "algorithm_system.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -15,6 +16,17 @@
 namespace kv {
 
 using namespace Vantor;
+
+namespace {
+
+// With KORVID_NODE_TIMES set in the environment, each node's run time goes to stderr: the
+// way to see where an execute spends its time without a profiler.
+void reportNodeTime(const std::string& name, const char* type, std::chrono::steady_clock::time_point start) {
+    const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
+    std::fprintf(stderr, "korvid node %s (%s): %.2f ms\n", name.c_str(), type, spent.count());
+}
+
+}  // namespace
 
 OpenAlgorithmSystem::~OpenAlgorithmSystem() { uninit(); }
 
@@ -175,6 +187,7 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         if (n.type->create == nullptr) continue;
         n.node = n.type->create();
         n.node->upstreamTypes = n.upstreamTypes;
+        n.node->memo = &memo_;
         try {
             n.node->load(n.params, models);
         } catch (const NodeFailure& e) {
@@ -288,6 +301,7 @@ VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, 
     if (toUprightBgr(input, image, error) != NO_ERROR) return fail(INVALID_FORMAT, error);
 
     VantorErrorCode code = NO_ERROR;
+    const bool timing = std::getenv("KORVID_NODE_TIMES") != nullptr;
     try {
         for (size_t i = 0; i < nodes_.size() && code == NO_ERROR; ++i) {
             if (!run[i]) continue;
@@ -301,7 +315,9 @@ VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, 
             std::vector<NodeOutput*> inputs;
             for (int src : n.slotSources) inputs.push_back(src == -1 ? nullptr : nodes_[static_cast<size_t>(src)].output.get());
             try {
+                const auto start = std::chrono::steady_clock::now();
                 n.output = n.node->run(n.params, inputs);
+                if (timing) reportNodeTime(n.name, n.type->name, start);
             } catch (const NodeFailure& e) {
                 code = fail(e.code, "node \"" + n.name + "\": " + e.what());
             } catch (const cv::Exception& e) {
@@ -336,6 +352,7 @@ void* OpenAlgorithmSystem::getResultByName(const std::string& name) {
 
 void OpenAlgorithmSystem::clearResults() {
     for (LoadedNode& n : nodes_) n.output.reset();
+    memo_.clear();
 }
 
 template <typename Map, typename Apply>

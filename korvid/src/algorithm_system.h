@@ -15,6 +15,7 @@
 
 #include "Vantor/VantorAlgorithmSystem.h"
 #include "dnn/network.h"
+#include "execute_memo.h"
 #include "framework_config.h"
 #include "node.h"
 
@@ -78,6 +79,8 @@ private:
     uint64_t executeCount_ = 0;
     // Networks of the loaded graph, kept by content so that reloading it reads none again.
     NetworkCache networks_;
+    // What nodes of the current execute share (emptied with the results).
+    ExecuteMemo memo_;
 };
 
 }  // namespace kv

@@ -61,6 +61,7 @@ public:
 };
 
 class NetworkCache;
+class ExecuteMemo;
 
 // Model bytes delivered by the resource finder; valid while the graph is loaded. networks:
 // the loading system's cache of networks by content (null outside a system).
@@ -98,6 +99,8 @@ public:
 
     // Types of the nodes linked to this node's input slots; set when the graph is built.
     std::vector<std::string> upstreamTypes;
+    // The system's memo of the current execute (execute_memo.h); null outside a system.
+    ExecuteMemo* memo = nullptr;
 };
 
 struct SlotSpec {

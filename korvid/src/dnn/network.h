@@ -4,7 +4,6 @@
 // that a graph reloaded with the same model bytes reuses its networks.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -42,11 +41,11 @@ private:
 // every output of spec with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& spec);
 
-using Digest = std::array<uint8_t, 32>;
-Digest contentDigest(const uint8_t* data, size_t size);  // SHA-256
-
-// Networks by content digest (and spec: the same bytes read for another spec are checked
-// again). Entries not used by the latest graph load are dropped when it completes.
+// Networks by content (and spec: the same bytes read for another spec are checked again).
+// A lookup hashes the size and both ends of the bytes, then compares the whole content with
+// a copy kept of each network's bytes: a different network never passes for a cached one,
+// and a reload costs a comparison of the bytes (memory speed) instead of a cryptographic
+// digest of them. Entries not used by the latest graph load are dropped when it completes.
 class NetworkCache {
 public:
     std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkSpec& spec);
@@ -56,10 +55,12 @@ public:
 
 private:
     struct Entry {
+        std::vector<uint8_t> bytes;
         std::shared_ptr<Network> network;
         uint64_t generation = 0;
     };
-    std::map<std::pair<Digest, std::string>, Entry> entries_;
+    // (fingerprint, spec) -> the entries of equal fingerprint
+    std::multimap<std::pair<uint64_t, std::string>, Entry> entries_;
     uint64_t generation_ = 0;
 };
 

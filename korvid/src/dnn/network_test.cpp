@@ -94,6 +94,12 @@ TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
     EXPECT_EQ(Korvid::networksRead(), before + 5);
+    // The same size and the same ends, one weight different: another network, read anew.
+    std::string changed = modelBytes("qm_face");
+    changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
+    h.finder.overrides = {{"qm_face", changed}};
+    ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+    EXPECT_EQ(Korvid::networksRead(), before + 6);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {

@@ -12,6 +12,7 @@
 
 #include "dnn/expression_classifier.h"
 #include "dnn/face_detector.h"
+#include "execute_memo.h"
 #include "face_output.h"
 #include "image_stats.h"
 #include "model_loading.h"
@@ -31,9 +32,13 @@ constexpr float kMinMeshPresence = 0.5f;  // below, the mesh did not find a face
 class FaceNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        detector_ = std::make_unique<FaceDetector>(loadNetwork(models, "face_base_model_key", FaceDetector::spec()));
+        auto detectorNetwork = loadNetwork(models, "face_base_model_key", FaceDetector::spec());
+        memoKey_ = "faces:" + identity(detectorNetwork.get());
+        detector_ = std::make_unique<FaceDetector>(std::move(detectorNetwork));
         if (models.count("face_extra_model_key")) {
-            mesh_ = std::make_unique<FaceMesh>(loadNetwork(models, "face_extra_model_key", FaceMesh::spec()));
+            auto meshNetwork = loadNetwork(models, "face_extra_model_key", FaceMesh::spec());
+            memoKey_ += "+" + identity(meshNetwork.get());
+            mesh_ = std::make_unique<FaceMesh>(std::move(meshNetwork));
         }
     }
 
@@ -43,6 +48,28 @@ public:
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_max_num out of range");
         auto out = std::make_unique<FaceOutput>();
         out->bgr = bgr;
+        // The face nodes of a merged graph share the networks (same model bytes) and so
+        // one detection per image.
+        if (memo != nullptr) {
+            out->faces = memo->get<std::vector<DetectedFace>>(memoKey_ + "@" + imageIdentity(bgr), [&] { return detect(bgr); });
+        } else {
+            out->faces = detect(bgr);
+        }
+        // Largest first, as callers expect, then at most face_max_num.
+        std::stable_sort(out->faces.begin(), out->faces.end(),
+                         [](const DetectedFace& a, const DetectedFace& b) { return a.box.area() > b.box.area(); });
+        if (static_cast<long>(out->faces.size()) > maxNum) out->faces.resize(static_cast<size_t>(maxNum));
+        fillBuffer(*out, bgr.size());
+        return out;
+    }
+
+    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
+        return {static_cast<int32_t>(AlgorithmType::Face)};
+    }
+
+private:
+    std::vector<DetectedFace> detect(const cv::Mat& bgr) const {
+        std::vector<DetectedFace> faces;
         const cv::Rect image(0, 0, bgr.cols, bgr.rows);
         for (const FaceDetection& d : detector_->detect(bgr, kMinFaceScore)) {
             DetectedFace face;
@@ -60,21 +87,11 @@ public:
                 face.landmarks = mesh_->fit(bgr, d.box, face.leftEye, face.rightEye);
                 face.hasMesh = face.landmarks.presence >= kMinMeshPresence;
             }
-            out->faces.push_back(face);
+            faces.push_back(face);
         }
-        // Largest first, as callers expect, then at most face_max_num.
-        std::stable_sort(out->faces.begin(), out->faces.end(),
-                         [](const DetectedFace& a, const DetectedFace& b) { return a.box.area() > b.box.area(); });
-        if (static_cast<long>(out->faces.size()) > maxNum) out->faces.resize(static_cast<size_t>(maxNum));
-        fillBuffer(*out, bgr.size());
-        return out;
+        return faces;
     }
 
-    std::vector<int32_t> producedTypes(const NodeParams&, const std::vector<std::string>&) const override {
-        return {static_cast<int32_t>(AlgorithmType::Face)};
-    }
-
-private:
     static void fillBuffer(FaceOutput& out, const cv::Size& size) {
         Vantor::FaceBuffer& buf = *out.buffer;
         buf.imageWidth = size.width;
@@ -126,6 +143,7 @@ private:
 
     std::unique_ptr<FaceDetector> detector_;
     std::unique_ptr<FaceMesh> mesh_;
+    std::string memoKey_;  // the networks used
 };
 
 // Uniform LBP: the 58 patterns with at most two 0/1 transitions get their own bin,

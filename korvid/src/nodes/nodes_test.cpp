@@ -66,6 +66,34 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
     EXPECT_TRUE(run<FaceBuffer>(h, 4, "rocket.jpg")->faces.empty());
 }
 
+// Nodes of one graph share the input image and, where networks and parameters are the
+// same, one face detection: neither may leak into another node's result.
+TEST(Nodes, NodesOfOneGraphDoNotDisturbEachOther) {
+    SystemHarness alone, relation, both;
+    const float score = run<FaceBuffer>(alone, 4, "astronaut.jpg")->faces.at(0)->score;
+    // The relation graph converts the image to RGB for its inference before its face node runs.
+    ASSERT_EQ(relation.run(builtinTemplate(130), "astronaut.jpg", -1), NO_ERROR);
+    EXPECT_EQ(static_cast<FaceBuffer*>(relation->getResult(AlgorithmType::Face))->faces.at(0)->score, score);
+
+    auto faceNode = [](const char* name, const char* models) {
+        return std::string(R"({"name":")") + name + R"(","type":"face","config":{"keyMaps":{"intParam":{},"stringParam":{)" +
+               models + "}}}}";
+    };
+    const std::string graph =
+        R"({"version":"1.0","mode":2,"nodes":[{"name":"input_0","type":"imageProducer"},)" +
+        faceNode("plain", R"("face_base_model_key":"qm_face")") + "," +
+        faceNode("meshed", R"("face_base_model_key":"qm_face","face_extra_model_key":"qm_face_extra")") +
+        R"(],"links":[{"fromNode":"input_0","fromIndex":0,"toNode":"plain","toIndex":0},)"
+        R"({"fromNode":"input_0","fromIndex":0,"toNode":"meshed","toIndex":0}]})";
+    ASSERT_EQ(both.run(graph, "astronaut.jpg", -1), NO_ERROR) << both->getLastErrorMessage();
+    auto* plain = static_cast<FaceBuffer*>(both->getResultByName("plain"));
+    auto* meshed = static_cast<FaceBuffer*>(both->getResultByName("meshed"));
+    ASSERT_TRUE(plain != nullptr && meshed != nullptr);
+    EXPECT_EQ(plain->faces.at(0)->score, score);
+    EXPECT_EQ(plain->faces.at(0)->points.size(), 2u);
+    EXPECT_EQ(meshed->faces.at(0)->points.size(), 106u);
+}
+
 TEST(Nodes, VerificationClusteringAndAttributes) {
     SystemHarness h;
     auto* verify = run<FaceVerifyBuffer>(h, 8, "astronaut.jpg");
