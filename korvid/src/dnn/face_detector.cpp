@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-
-#include <opencv2/dnn.hpp>
+#include <cstdint>
+#include <numeric>
 
 #include "letterbox.h"
 
@@ -13,6 +13,11 @@ namespace {
 
 constexpr int kSide = 256;
 constexpr float kOverlap = 0.3f;  // IoU above which the weaker of two faces is dropped
+constexpr float kInside = 0.6f;   // share of the smaller face inside the other above which it is dropped
+// Images whose long side reaches kMinTiledSide are searched in tiles as well, the smallest
+// kMinTile pixels wide.
+constexpr int kMinTiledSide = 3 * kSide;
+constexpr int kMinTile = 192;
 
 // Anchor centres in 0..1: 16 x 16 cells with 2 anchors each, then 8 x 8 cells with 6 each,
 // the order of the network's two output pairs.
@@ -38,12 +43,19 @@ const NetworkSpec& FaceDetector::spec() {
     return s;
 }
 
-std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minScore) const {
-    const Letterbox box = letterbox(bgr, kSide, 1 / 127.5, -1.0);
+void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minScore, std::vector<FaceDetection>& found) const {
+    const Letterbox box = letterbox(bgr(region), kSide, 1 / 127.5, -1.0);
     const std::vector<cv::Mat> outs = network_->forward(box.blob);
-    std::vector<FaceDetection> found;
-    std::vector<cv::Rect2d> rects;
-    std::vector<float> scores;
+    const cv::Point2f origin(static_cast<float>(region.x), static_cast<float>(region.y));
+    // A tile's face that crosses one of its inner edges is cut: the neighbouring tile, which
+    // overlaps it, holds that face whole.
+    const bool whole = region.size() == bgr.size();
+    const cv::Rect2f inner(origin, cv::Size2f(region.size()));
+    auto cut = [&](const cv::Rect2f& r) {
+        return !whole && ((region.x > 0 && r.x < inner.x) || (region.y > 0 && r.y < inner.y) ||
+                          (region.br().x < bgr.cols && r.br().x > inner.br().x) ||
+                          (region.br().y < bgr.rows && r.br().y > inner.br().y));
+    };
     size_t anchor = 0;
     for (size_t part = 0; part < 2; ++part) {
         const float* s = outs[part * 2].ptr<float>();
@@ -54,26 +66,61 @@ std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minSco
             if (!(score >= minScore)) continue;
             const float* v = r + i * 16;
             const cv::Point2f a = anchors()[anchor];
-            auto point = [&](float dx, float dy) { return box.toImage(a.x + dx / kSide, a.y + dy / kSide, kSide); };
+            auto point = [&](float dx, float dy) { return box.toImage(a.x + dx / kSide, a.y + dy / kSide, kSide) + origin; };
             FaceDetection d;
             const cv::Point2f c = point(v[0], v[1]);
             const float w = static_cast<float>(v[2] / box.scale), h = static_cast<float>(v[3] / box.scale);
             d.box = cv::Rect2f(c.x - w / 2, c.y - h / 2, w, h);
             d.score = score;
             for (int k = 0; k < 6; ++k) d.keyPoints[static_cast<size_t>(k)] = point(v[4 + 2 * k], v[5 + 2 * k]);
-            if (!(w > 0 && h > 0)) continue;
+            if (!(w > 0 && h > 0) || cut(d.box)) continue;
             found.push_back(d);
-            rects.emplace_back(d.box);
-            scores.push_back(score);
         }
     }
-    std::vector<int> keep;
-    cv::dnn::NMSBoxes(rects, scores, minScore, kOverlap, keep);
+}
+
+std::vector<cv::Rect> FaceDetector::regions(cv::Size image) {
+    std::vector<cv::Rect> all{cv::Rect(cv::Point(), image)};
+    // One level of square tiles, overlapping by a quarter of their side (faces up to that
+    // size are whole in some tile; larger ones are found in the whole image), as small as
+    // kMinTile while at most maxTiles() of them cover the image, larger otherwise: a huge
+    // image is searched at coarser tiles, never with more passes.
+    const int longSide = std::max(image.width, image.height);
+    if (longSide < kMinTiledSide) return all;
+    auto starts = [](int length, int side) {
+        std::vector<int> at{0};
+        if (length <= side) return at;
+        const int stride = side * 3 / 4;
+        const int n = (length - side + stride - 1) / stride;  // steps after the first tile
+        for (int i = 1; i <= n; ++i) at.push_back(static_cast<int>(int64_t(length - side) * i / n));
+        return at;
+    };
+    int side = kMinTile;
+    while (starts(image.width, side).size() * starts(image.height, side).size() > maxTiles()) side += side / 4;
+    for (int y : starts(image.height, side))
+        for (int x : starts(image.width, side)) all.emplace_back(x, y, std::min(side, image.width), std::min(side, image.height));
+    return all;
+}
+
+std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minScore) const {
+    std::vector<FaceDetection> found;
+    for (const cv::Rect& region : regions(bgr.size())) search(bgr, region, minScore, found);
+    // One greedy suppression over all regions, best first (ties in the fixed order of
+    // regions and anchors, so the same image gives the same faces): a face is dropped when
+    // it overlaps a kept one by IoU above kOverlap or lies mostly inside it (a tile's view of
+    // part of a face found whole elsewhere).
+    std::vector<size_t> order(found.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return found[a].score > found[b].score; });
     std::vector<FaceDetection> faces;
-    for (int i : keep) faces.push_back(found[static_cast<size_t>(i)]);
-    // NMSBoxes orders by score; equal scores keep their anchor order (stable), so the result
-    // is the same for the same image.
-    std::stable_sort(faces.begin(), faces.end(), [](const auto& a, const auto& b) { return a.score > b.score; });
+    for (size_t i : order) {
+        const cv::Rect2f& r = found[i].box;
+        const bool overlaps = std::any_of(faces.begin(), faces.end(), [&](const FaceDetection& kept) {
+            const float common = (r & kept.box).area();
+            return common > kOverlap * (r.area() + kept.box.area() - common) || common > kInside * std::min(r.area(), kept.box.area());
+        });
+        if (!overlaps) faces.push_back(found[i]);
+    }
     return faces;
 }
 

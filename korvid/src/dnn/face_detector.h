@@ -1,5 +1,7 @@
 // BlazeFace (the full-range "back" model, 256 x 256): faces with the network's score, box
 // and six key points, decoded from its 896 anchors and merged by non-maximum suppression.
+// A large image is searched whole and in overlapping tiles, so that faces too small to
+// survive shrinking the whole image to 256 px are found as well.
 #pragma once
 
 #include <array>
@@ -25,8 +27,13 @@ public:
     explicit FaceDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     // Faces of at least minScore, best first.
     std::vector<FaceDetection> detect(const cv::Mat& bgr, float minScore) const;
+    // The regions the network runs on: the whole image first, then tiles of the image, at
+    // most maxTiles() of them, in a fixed order.
+    static std::vector<cv::Rect> regions(cv::Size image);
+    static constexpr size_t maxTiles() { return 24; }
 
 private:
+    void search(const cv::Mat& bgr, const cv::Rect& region, float minScore, std::vector<FaceDetection>& found) const;
     std::shared_ptr<Network> network_;
 };
 
