@@ -4,6 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "cache/query_each_resource.h"
+
 namespace VQFeature {
 namespace {
 
@@ -107,15 +109,10 @@ std::shared_ptr<Result> PgCache::query(const std::string& assetId, const std::st
 }
 
 std::vector<std::shared_ptr<Result>> PgCache::query(const std::shared_ptr<Input>& input) {
-    std::vector<std::shared_ptr<Result>> hits;
-    if (!input || input->resList.empty()) return hits;
-    const std::string key = input->algorithmKey(Vantor::AlgorithmType::AllNodes);
     std::lock_guard<std::mutex> lock(mutex_);
-    for (const auto& resource : input->resList) {
-        if (!resource) continue;
-        if (auto hit = queryLocked(resource->assetId, key)) hits.push_back(std::move(hit));
-    }
-    return hits;
+    return queryEachResource(input, [this](const std::string& assetId, const std::string& algorithmKey) {
+        return queryLocked(assetId, algorithmKey);
+    });
 }
 
 void PgCache::save(const std::shared_ptr<Result>& result) {

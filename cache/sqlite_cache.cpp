@@ -6,6 +6,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "cache/query_each_resource.h"
+
 namespace VQFeature {
 namespace {
 
@@ -124,15 +126,10 @@ std::shared_ptr<Result> SqliteCache::query(const std::string& assetId, const std
 }
 
 std::vector<std::shared_ptr<Result>> SqliteCache::query(const std::shared_ptr<Input>& input) {
-    std::vector<std::shared_ptr<Result>> hits;
-    if (!input || input->resList.empty()) return hits;
-    const std::string key = input->algorithmKey(Vantor::AlgorithmType::AllNodes);
     std::lock_guard<std::mutex> lock(mutex_);
-    for (const auto& resource : input->resList) {
-        if (!resource) continue;
-        if (auto hit = queryLocked(resource->assetId, key)) hits.push_back(std::move(hit));
-    }
-    return hits;
+    return queryEachResource(input, [this](const std::string& assetId, const std::string& algorithmKey) {
+        return queryLocked(assetId, algorithmKey);
+    });
 }
 
 void SqliteCache::saveLocked(const Result& result) {

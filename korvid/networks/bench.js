@@ -4,22 +4,9 @@
 //   usage: node bench.js NETWORKS.json MODELS_DIR [RUNS]   (NODE_PATH: the runtime)
 'use strict';
 const fs = require('fs');
-const path = require('path');
 const tf = require('@tensorflow/tfjs');
+const { loadGraphModel } = require('./graph_model');
 const wasm = require('@tensorflow/tfjs-backend-wasm');
-
-async function loadGraphModel(dir, name) {
-  const model = JSON.parse(fs.readFileSync(path.join(dir, name + '.json')));
-  const specs = [];
-  const shards = [];
-  for (const group of model.weightsManifest) {
-    specs.push(...group.weights);
-    for (const p of group.paths) shards.push(fs.readFileSync(path.join(dir, p)));
-  }
-  const w = Buffer.concat(shards);
-  return tf.loadGraphModel(tf.io.fromMemory({ modelTopology: model.modelTopology, weightSpecs: specs,
-    weightData: w.buffer.slice(w.byteOffset, w.byteOffset + w.length) }));
-}
 
 async function main() {
   const [networksFile, modelsDir, runsText] = process.argv.slice(2);
@@ -28,7 +15,7 @@ async function main() {
   await tf.setBackend('wasm');
   for (const net of JSON.parse(fs.readFileSync(networksFile)).networks) {
     const { height: h, width: w } = net.input;
-    const model = await loadGraphModel(modelsDir, net.source);
+    const model = await loadGraphModel(tf, modelsDir, net.source);
     const c = net.input.channels || 3;
     const input = tf.zeros(net.input.layout === 'nchw' ? [1, c, h, w] : [1, h, w, c], net.input.tfjs_dtype);
     const feed = { [net.input.tfjs_node || net.input.node]: input };

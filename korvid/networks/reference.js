@@ -8,19 +8,7 @@
 const fs = require('fs');
 const path = require('path');
 const tf = require('@tensorflow/tfjs');
-
-function loadGraphModel(dir, name) {
-  const model = JSON.parse(fs.readFileSync(path.join(dir, name + '.json')));
-  const specs = [];
-  const shards = [];
-  for (const group of model.weightsManifest) {
-    specs.push(...group.weights);
-    for (const p of group.paths) shards.push(fs.readFileSync(path.join(dir, p)));
-  }
-  const weights = Buffer.concat(shards);
-  const data = weights.buffer.slice(weights.byteOffset, weights.byteOffset + weights.length);
-  return tf.loadGraphModel(tf.io.fromMemory({ modelTopology: model.modelTopology, weightSpecs: specs, weightData: data }));
-}
+const { loadGraphModel } = require('./graph_model');
 
 // Pixels 0..255 from a fixed linear congruential sequence, the same on every run.
 function pixels(h, w, c) {
@@ -54,7 +42,7 @@ async function main() {
         ? tf.tensor(nchw, [1, c, h, w], 'float32')
         : tf.tensor(normalised, [1, h, w, c], 'float32');
     fs.writeFileSync(path.join(outDir, `${net.model}.input.f32`), Buffer.from(nchw.buffer));
-    const model = await loadGraphModel(modelsDir, net.source);
+    const model = await loadGraphModel(tf, modelsDir, net.source);
     const names = Object.keys(net.outputs);
     const started = process.hrtime.bigint();
     const results = model.execute({ [net.input.tfjs_node || net.input.node]: input }, names.map((n) => net.outputs[n]));
