@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -152,12 +153,18 @@ private:
     const char* end_;
 };
 
+// Decimal numbers only: strtod would also take hex, "inf" and "nan", which OpenCV reads otherwise.
+bool numberSyntax(const std::string& token) {
+    return token.find_first_not_of("0123456789+-.eE") == std::string::npos && token.find_first_of("0123456789") != std::string::npos;
+}
+
 std::vector<double> numbers(const Element& e) {
     if (!e.children.empty()) throw Fault{"<" + e.name + "> holds elements, not numbers"};
     std::vector<double> out;
     std::istringstream in(e.text);
     std::string token;
     while (in >> token) {
+        if (!numberSyntax(token)) throw Fault{"\"" + token + "\" in <" + e.name + "> is not a number"};
         errno = 0;
         char* end = nullptr;
         const double v = std::strtod(token.c_str(), &end);
@@ -261,10 +268,25 @@ void checkCascade(const Element& root) {
     }
 }
 
+// Numbers are written as read here (so OpenCV sees the values that were checked), words as
+// they stand; any other token is refused.
 void write(const Element& e, std::string& out) {
     out += "<" + e.name + ">";
     if (e.children.empty()) {
-        out += e.text;
+        std::istringstream in(e.text);
+        std::string token;
+        for (bool first = true; in >> token; first = false) {
+            if (!first) out += ' ';
+            if (numberSyntax(token)) {
+                char number[32];
+                std::snprintf(number, sizeof number, "%.17g", numbers(Element{e.name, token, {}})[0]);
+                out += number;
+            } else if (token.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_") == std::string::npos) {
+                out += token;
+            } else {
+                throw Fault{"\"" + token + "\" in <" + e.name + "> is neither a number nor a word"};
+            }
+        }
     } else {
         out += "\n";
         for (const auto& c : e.children) write(*c, out);

@@ -44,7 +44,7 @@ TEST(CascadeCheck, RefusesBrokenStructureAndNumbers) {
     const std::string refused[] = {
         tiny.substr(0, tiny.size() / 2),                                      // cut short
         replaced(tiny, "</stages>", "</stage>"),                              // mismatched close
-        replaced(tiny, "<height>24", "<height>2x4"),                          // not a number
+        replaced(tiny, "<height>24", "<height>0x18"),                         // not a decimal number
         replaced(tiny, "<stageNum>1", "<stageNum>2"),                         // counts disagree
         replaced(tiny, "0 -1 0 -1", "0 -1 7 -1"),                             // feature index past the features
         replaced(tiny, "0 -1 0 -1", "0 -9 0 -1"),                             // leaf past the leaves
