@@ -1,7 +1,8 @@
-// Fuzz target: the bytes of a network model (what the resource finder delivers as
-// "qm_face"), loaded by the open framework through a graph with one face node. Checked on
-// every input: the load gives NO_ERROR or INVALID_MODEL, nothing else; a failure says why;
-// the model block comes back after releaseGraph.
+// Fuzz target: the bytes of a model file, loaded by the open framework twice: as the face
+// network ("qm_face", through a graph with one face node) and as the pet model ("qm_petface",
+// a bundle of a cascade and a network, or a bare cascade, through a graph with one pet node).
+// Checked for each load: it gives NO_ERROR or INVALID_MODEL, nothing else; a failure says
+// why; the model block comes back after releaseGraph.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,12 +42,11 @@ struct Framework {
 constexpr const char* kFaceGraph =
     R"({"nodes":[{"name":"input_0","type":"imageProducer"},{"name":"face_0","type":"face","config":{"keymaps":{"stringParam":{"face_base_model_key":"qm_face"}}}}],"links":[{"fromNode":"input_0","fromIndex":0,"toNode":"face_0","toIndex":0}]})";
 
-}  // namespace
+constexpr const char* kPetGraph =
+    R"({"nodes":[{"name":"input_0","type":"imageProducer"},{"name":"pet_0","type":"face_pet_detect","config":{"keyMaps":{"intParam":{"face_pet_detect_config_type":3},"stringParam":{"face_pet_detect_model_key":"qm_petface"}}}}],"links":[{"fromNode":"input_0","fromIndex":0,"toNode":"pet_0","toIndex":0}]})";
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static Framework* framework = new Framework();  // one system for the whole run, never freed
-    framework->finder.bytes.assign(reinterpret_cast<const char*>(data), size);
-    const VantorErrorCode code = framework->system->loadGraph(kFaceGraph);
+void loadOnce(Framework* framework, const char* graph) {
+    const VantorErrorCode code = framework->system->loadGraph(graph);
     if (code != NO_ERROR && code != INVALID_MODEL) {
         std::fprintf(stderr, "load gave %d: %s\n", static_cast<int>(code), framework->system->getLastErrorMessage().c_str());
         std::abort();
@@ -60,5 +60,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fprintf(stderr, "model block not returned\n");
         std::abort();
     }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static Framework* framework = new Framework();  // one system for the whole run, never freed
+    framework->finder.bytes.assign(reinterpret_cast<const char*>(data), size);
+    loadOnce(framework, kFaceGraph);
+    loadOnce(framework, kPetGraph);
     return 0;
 }

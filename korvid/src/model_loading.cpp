@@ -1,5 +1,7 @@
 #include "model_loading.h"
 
+#include "cascade_check.h"
+
 namespace kv {
 
 cv::FileStorage openModelStorage(const ModelBlob& blob) {
@@ -14,10 +16,13 @@ cv::FileStorage openModelStorage(const ModelBlob& blob) {
 }
 
 void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
-    cv::FileStorage fs = openModelStorage(blob);
+    std::string fault;
+    const std::string text = checkedCascadeText(blob.data, blob.size, fault);
+    if (text.empty()) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade: " + fault);
     bool ok = false;
     try {
-        ok = out.read(fs.getFirstTopLevelNode()) && !out.empty();
+        cv::FileStorage fs(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
+        ok = fs.isOpened() && out.read(fs.getFirstTopLevelNode()) && !out.empty();
     } catch (const cv::Exception&) {
         ok = false;
     }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "execute_counter.h"
+#include "onnx_check.h"
 
 namespace kv {
 
@@ -36,6 +37,7 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& s
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
     if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
+    if (const std::string fault = onnxStructureFault(blob.data, blob.size); !fault.empty()) refuse(blob, "is not a sound ONNX network: " + fault);
     ++networkReads;
     cv::dnn::Net net;
     try {
