@@ -14,6 +14,7 @@
 
 #include "testing/builtin_templates.h"
 #include "testing/framework_harness.h"
+#include "testing/file_bytes.h"
 
 namespace {
 
@@ -25,8 +26,7 @@ void serveFromMemory(SystemHarness& h) {
         std::map<std::string, std::string> all;
         for (const auto& entry : std::filesystem::directory_iterator(VQFE_BENCH_MODEL_DIR)) {
             if (entry.path().extension() != ".model") continue;
-            std::ifstream in(entry.path(), std::ios::binary);
-            all[entry.path().stem().string()].assign(std::istreambuf_iterator<char>(in), {});
+            all[entry.path().stem().string()] = vqfe_testing::fileBytes(entry.path().string());
         }
         return all;
     }();

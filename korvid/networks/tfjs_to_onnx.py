@@ -543,11 +543,11 @@ def main():
         else:
             os.makedirs(args.out_dir, exist_ok=True)
             for net in json.load(open(args.networks_json))["networks"]:
-                spec = net["input"]
+                inp = net["input"]
                 convert_one(os.path.join(args.models_dir, net["source"] + ".json"),
                             os.path.join(args.out_dir, net["model"] + ".model"),
-                            (spec["node"], spec["height"], spec["width"], spec.get("channels", 3),
-                             spec.get("layout") == "nchw"),
+                            (inp["node"], inp["height"], inp["width"], inp.get("channels", 3),
+                             inp.get("layout") == "nchw"),
                             list(net["outputs"].items()))
     except (ConversionError, KeyError, ValueError, OSError) as e:
         sys.exit("tfjs_to_onnx: %s" % e)

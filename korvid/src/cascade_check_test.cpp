@@ -1,6 +1,7 @@
 // The cascade check: Debian's cat-face cascade and the one-stage LBP cascade come out as
 // text OpenCV reads to the same classifier; broken structure and numbers are refused.
 #include "cascade_check.h"
+#include "testing/file_bytes.h"
 
 #include <fstream>
 #include <iterator>
@@ -10,11 +11,6 @@
 
 namespace kv {
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
-}
 
 std::string checked(const std::string& text, std::string& fault) {
     return checkedCascadeText(reinterpret_cast<const uint8_t*>(text.data()), text.size(), fault);
@@ -29,7 +25,7 @@ std::string replaced(std::string s, const std::string& from, const std::string& 
 TEST(CascadeCheck, RealCascadesReadTheSameAfterRewriting) {
     for (const char* path : {"/usr/share/opencv4/haarcascades/haarcascade_frontalcatface.xml", KORVID_TINY_CASCADE}) {
         std::string fault;
-        const std::string text = checked(readFile(path), fault);
+        const std::string text = checked(vqfe_testing::fileBytes(path), fault);
         ASSERT_FALSE(text.empty()) << path << ": " << fault;
         cv::FileStorage fs(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
         cv::CascadeClassifier rewritten, original(path);
@@ -40,7 +36,7 @@ TEST(CascadeCheck, RealCascadesReadTheSameAfterRewriting) {
 }
 
 TEST(CascadeCheck, RefusesBrokenStructureAndNumbers) {
-    const std::string tiny = readFile(KORVID_TINY_CASCADE);
+    const std::string tiny = vqfe_testing::fileBytes(KORVID_TINY_CASCADE);
     const std::string refused[] = {
         tiny.substr(0, tiny.size() / 2),                                      // cut short
         replaced(tiny, "</stages>", "</stage>"),                              // mismatched close

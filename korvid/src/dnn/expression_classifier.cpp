@@ -11,8 +11,8 @@ namespace {
 constexpr int kSide = 64;
 }
 
-const NetworkSpec& ExpressionClassifier::spec() {
-    static const NetworkSpec s{{1, 1, kSide, kSide}, {{"probs", kExpressions}}};
+const NetworkShape& ExpressionClassifier::shape() {
+    static const NetworkShape s{{1, 1, kSide, kSide}, {{"probs", kExpressions}}};
     return s;
 }
 

@@ -16,7 +16,7 @@ enum Expression { Angry, Disgust, Fear, Happy, Sad, Surprise, Neutral, kExpressi
 
 class ExpressionClassifier {
 public:
-    static const NetworkSpec& spec();
+    static const NetworkShape& shape();
     explicit ExpressionClassifier(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     // gray: the whole upright image; face: the face box in its pixels.
     std::array<float, kExpressions> classify(const cv::Mat& gray, const cv::Rect& face) const;

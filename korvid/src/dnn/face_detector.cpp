@@ -38,8 +38,8 @@ float sigmoid(float v) { return 1.f / (1.f + std::exp(-std::clamp(v, -100.f, 100
 
 }  // namespace
 
-const NetworkSpec& FaceDetector::spec() {
-    static const NetworkSpec s{{1, 3, kSide, kSide}, {{"scores16", 512}, {"boxes16", 512 * 16}, {"scores8", 384}, {"boxes8", 384 * 16}}};
+const NetworkShape& FaceDetector::shape() {
+    static const NetworkShape s{{1, 3, kSide, kSide}, {{"scores16", 512}, {"boxes16", 512 * 16}, {"scores8", 384}, {"boxes8", 384 * 16}}};
     return s;
 }
 

@@ -23,7 +23,7 @@ struct FaceDetection {
 
 class FaceDetector {
 public:
-    static const NetworkSpec& spec();
+    static const NetworkShape& shape();
     explicit FaceDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     // Faces of at least minScore, best first.
     std::vector<FaceDetection> detect(const cv::Mat& bgr, float minScore) const;

@@ -72,8 +72,8 @@ std::vector<cv::Point2f> pick(const std::vector<cv::Point2f>& points, const int 
 
 }  // namespace
 
-const NetworkSpec& FaceMesh::spec() {
-    static const NetworkSpec s{{1, 3, kSide, kSide}, {{"mesh", kLandmarks * 3}, {"face", 1}}};
+const NetworkShape& FaceMesh::shape() {
+    static const NetworkShape s{{1, 3, kSide, kSide}, {{"mesh", kLandmarks * 3}, {"face", 1}}};
     return s;
 }
 

@@ -27,7 +27,7 @@ struct FaceLandmarks {
 
 class FaceMesh {
 public:
-    static const NetworkSpec& spec();
+    static const NetworkShape& shape();
     explicit FaceMesh(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     // box: the detected face; leftEye, rightEye: its eye centres, image-left first.
     FaceLandmarks fit(const cv::Mat& bgr, const cv::Rect2f& box, cv::Point2f leftEye, cv::Point2f rightEye) const;

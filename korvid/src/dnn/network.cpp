@@ -10,10 +10,10 @@ namespace kv {
 
 namespace {
 
-std::string specKey(const NetworkSpec& spec) {
+std::string shapeKey(const NetworkShape& shape) {
     std::string key;
-    for (int d : spec.inputShape) key += std::to_string(d) + ",";
-    for (const auto& [name, count] : spec.outputs) key += name + "=" + std::to_string(count) + ";";
+    for (int d : shape.inputShape) key += std::to_string(d) + ",";
+    for (const auto& [name, count] : shape.outputs) key += name + "=" + std::to_string(count) + ";";
     return key;
 }
 
@@ -25,7 +25,7 @@ std::string specKey(const NetworkSpec& spec) {
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     if (names_.empty()) {
-        for (const auto& output : spec_.outputs) names_.push_back(output.first);
+        for (const auto& output : shape_.outputs) names_.push_back(output.first);
     }
     net_.setInput(blob);
     std::vector<cv::Mat> outs;
@@ -33,7 +33,7 @@ std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     return outs;
 }
 
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& spec) {
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape) {
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
     if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
@@ -48,17 +48,17 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& s
     if (net.empty()) refuse(blob, "is an empty network");
     net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
-    auto network = std::make_shared<Network>(std::move(net), spec);
+    auto network = std::make_shared<Network>(std::move(net), shape);
     std::vector<cv::Mat> outs;
     try {
-        outs = network->forward(cv::Mat(spec.inputShape, CV_32F, cv::Scalar(0)));
+        outs = network->forward(cv::Mat(shape.inputShape, CV_32F, cv::Scalar(0)));
     } catch (const cv::Exception& e) {
         refuse(blob, std::string("does not run: ") + e.what());
     }
-    if (outs.size() != spec.outputs.size()) refuse(blob, "lacks an output");
+    if (outs.size() != shape.outputs.size()) refuse(blob, "lacks an output");
     for (size_t i = 0; i < outs.size(); ++i) {
-        if (outs[i].type() != CV_32F || outs[i].total() != spec.outputs[i].second) {
-            refuse(blob, "gives output \"" + spec.outputs[i].first + "\" of another shape");
+        if (outs[i].type() != CV_32F || outs[i].total() != shape.outputs[i].second) {
+            refuse(blob, "gives output \"" + shape.outputs[i].first + "\" of another shape");
         }
     }
     return network;
@@ -85,15 +85,15 @@ uint64_t fingerprint(const uint8_t* data, size_t size) {
 
 }  // namespace
 
-std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkSpec& spec) {
+std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
-    auto key = std::make_pair(fingerprint(blob.data, blob.size), specKey(spec));
+    auto key = std::make_pair(fingerprint(blob.data, blob.size), shapeKey(shape));
     auto [first, last] = entries_.equal_range(key);
     auto it = std::find_if(first, last, [&blob](const auto& e) {
         return e.second.bytes.size() == blob.size && std::memcmp(e.second.bytes.data(), blob.data, blob.size) == 0;
     });
     if (it == last) {
-        Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, spec), 0};
+        Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, shape), 0};
         it = entries_.emplace(std::move(key), std::move(entry));
     }
     it->second.generation = generation_;
@@ -106,9 +106,9 @@ void NetworkCache::dropUnused() {
     }
 }
 
-std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkSpec& spec) {
+std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkShape& shape) {
     const ModelBlob& blob = requireModel(models, key);
-    return blob.networks != nullptr ? blob.networks->get(blob, spec) : readNetwork(blob, spec);
+    return blob.networks != nullptr ? blob.networks->get(blob, shape) : readNetwork(blob, shape);
 }
 
 }  // namespace kv

@@ -18,37 +18,37 @@ namespace kv {
 
 // What a node needs of a network: the input shape (NCHW) and each output by name with its
 // element count.
-struct NetworkSpec {
+struct NetworkShape {
     std::vector<int> inputShape;
     std::vector<std::pair<std::string, size_t>> outputs;
 };
 
-// A loaded network and the spec it passed. forward() runs it on an NCHW float blob and
-// returns the outputs in the spec's order. Not thread-safe (one system, one thread).
+// A loaded network and the shape it passed. forward() runs it on an NCHW float blob and
+// returns the outputs in the shape's order. Not thread-safe (one system, one thread).
 class Network {
 public:
-    Network(cv::dnn::Net net, NetworkSpec spec) : net_(std::move(net)), spec_(std::move(spec)) {}
+    Network(cv::dnn::Net net, NetworkShape shape) : net_(std::move(net)), shape_(std::move(shape)) {}
     std::vector<cv::Mat> forward(const cv::Mat& blob);
-    const NetworkSpec& spec() const { return spec_; }
+    const NetworkShape& shape() const { return shape_; }
 
 private:
     cv::dnn::Net net_;
-    NetworkSpec spec_;
+    NetworkShape shape_;
     std::vector<std::string> names_;
 };
 
 // Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
-// every output of spec with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkSpec& spec);
+// every output of shape with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape);
 
-// Networks by content (and spec: the same bytes read for another spec are checked again).
+// Networks by content (and shape: the same bytes read for another shape are checked again).
 // A lookup hashes the size and both ends of the bytes, then compares the whole content with
 // a copy kept of each network's bytes: a different network never passes for a cached one,
 // and a reload costs a comparison of the bytes (memory speed) instead of a cryptographic
 // digest of them. Entries not used by the latest graph load are dropped when it completes.
 class NetworkCache {
 public:
-    std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkSpec& spec);
+    std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkShape& shape);
     void startLoad() { ++generation_; }
     void dropUnused();
     size_t size() const { return entries_.size(); }
@@ -59,12 +59,12 @@ private:
         std::shared_ptr<Network> network;
         uint64_t generation = 0;
     };
-    // (fingerprint, spec) -> the entries of equal fingerprint
+    // (fingerprint, shape) -> the entries of equal fingerprint
     std::multimap<std::pair<uint64_t, std::string>, Entry> entries_;
     uint64_t generation_ = 0;
 };
 
 // The network of model key for a node: through the blob's cache when it has one.
-std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkSpec& spec);
+std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkShape& shape);
 
 }  // namespace kv

@@ -9,6 +9,7 @@
 #include "Korvid/Diagnostics.h"
 #include "testing/builtin_templates.h"
 #include "testing/framework_harness.h"
+#include "testing/file_bytes.h"
 
 namespace kv::testing {
 namespace {
@@ -16,8 +17,7 @@ namespace {
 using namespace Vantor;
 
 std::string modelBytes(const std::string& name) {
-    std::ifstream in(std::string(KORVID_TEST_MODEL_DIR) + "/" + name + ".model", std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/" + name + ".model");
 }
 
 TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {

@@ -49,9 +49,9 @@ const std::string& cocoClassName(int cocoClass) {
     return cocoClass >= 0 && cocoClass < kClasses ? kNames[static_cast<size_t>(cocoClass)] : none;
 }
 
-const NetworkSpec& ObjectDetector::spec() {
-    static const NetworkSpec s = [] {
-        NetworkSpec n{{1, 3, kSide, kSide}, {}};
+const NetworkShape& ObjectDetector::shape() {
+    static const NetworkShape s = [] {
+        NetworkShape n{{1, 3, kSide, kSide}, {}};
         for (int stride : kStrides) {
             const size_t cells = size_t(kSide / stride) * size_t(kSide / stride);
             n.outputs.emplace_back("scores" + std::to_string(stride), cells * kClasses);

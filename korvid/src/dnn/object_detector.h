@@ -24,7 +24,7 @@ constexpr int kCocoPerson = 0, kCocoCat = 15, kCocoDog = 16;
 
 class ObjectDetector {
 public:
-    static const NetworkSpec& spec();
+    static const NetworkShape& shape();
     explicit ObjectDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     // Objects of at least minScore, best first; at most maxCount.
     std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, size_t maxCount = 100) const;

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <limits>
+#include <vector>
 
 namespace kv {
 
@@ -237,6 +238,25 @@ void checkNode(Span bytes, int depth) {
     if (!firstOutputNamed) throw Fault{"a node without a named output"};
 }
 
+// One step into a nested message: in the message called `what`, the fields numbered `number`
+// (length-delimited, called `field`).
+struct Step {
+    const char* what;
+    uint32_t number;
+    const char* field;
+};
+
+// Calls each for the bytes of every field reached by following path from bytes.
+void walkNested(Span bytes, const std::vector<Step>& path, size_t depth, const std::function<void(Span)>& each) {
+    if (depth == path.size()) return each(bytes);
+    const Step& step = path[depth];
+    walk(bytes, step.what, [&](const Field& f) {
+        if (f.number != step.number) return;
+        expectWire(f, kBytes, step.field);
+        walkNested(f.bytes, path, depth + 1, each);
+    });
+}
+
 // Graph inputs and outputs: a name, and a shape of dimensions OpenCV can hold in an int.
 void checkValueInfo(Span bytes) {
     bool named = false;
@@ -246,21 +266,15 @@ void checkValueInfo(Span bytes) {
             named = f.bytes.n > 0;
         } else if (f.number == value_info::kType) {
             expectWire(f, kBytes, "value type");
-            walk(f.bytes, "a type", [&](const Field& t) {
-                if (t.number != type_proto::kTensorType) return;
-                expectWire(t, kBytes, "tensor type");
-                walk(t.bytes, "a tensor type", [&](const Field& s) {
-                    if (s.number != tensor_type::kShape) return;
-                    expectWire(s, kBytes, "shape");
-                    walk(s.bytes, "a shape", [&](const Field& d) {
-                        if (d.number != shape::kDim) return;
-                        expectWire(d, kBytes, "dimension");
-                        walk(d.bytes, "a dimension", [&](const Field& v) {
-                            if (v.number != dimension::kValue) return;
-                            expectWire(v, kVarint, "dimension value");
-                            if (v.value > uint64_t(std::numeric_limits<int>::max())) throw Fault{"a negative or huge input dimension"};
-                        });
-                    });
+            // type -> tensor type -> shape -> dimension -> value
+            const std::vector<Step> path{{"a type", type_proto::kTensorType, "tensor type"},
+                                         {"a tensor type", tensor_type::kShape, "shape"},
+                                         {"a shape", shape::kDim, "dimension"}};
+            walkNested(f.bytes, path, 0, [](Span dim) {
+                walk(dim, "a dimension", [](const Field& v) {
+                    if (v.number != dimension::kValue) return;
+                    expectWire(v, kVarint, "dimension value");
+                    if (v.value > uint64_t(std::numeric_limits<int>::max())) throw Fault{"a negative or huge input dimension"};
                 });
             });
         }

@@ -1,6 +1,7 @@
 // The ONNX structure check: every network we ship passes, and the disagreements OpenCV's
 // importer would read past a buffer on are refused.
 #include "onnx_check.h"
+#include "testing/file_bytes.h"
 
 #include <dirent.h>
 
@@ -42,8 +43,7 @@ TEST(OnnxCheck, ShippedNetworksPass) {
     while (dirent* e = readdir(dir)) {
         const std::string name = e->d_name;
         if (name.size() < 6 || name.substr(name.size() - 6) != ".model") continue;
-        std::ifstream in(std::string(KORVID_TEST_MODEL_DIR) + "/" + name, std::ios::binary);
-        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+        const std::string bytes = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/" + name);
         if (bytes.size() < 16 || bytes[0] != 0x08) continue;  // not a network
         EXPECT_EQ(fault(bytes), "") << name;
         ++networks;

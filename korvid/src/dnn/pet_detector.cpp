@@ -50,7 +50,7 @@ void PetDetector::load(const ModelBlob& blob) {
         throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
     }
     loadCascade(parts.at("cascade"), cats_);
-    objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::spec()));
+    objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
 }
 
 std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount) const {

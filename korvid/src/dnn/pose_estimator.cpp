@@ -17,8 +17,8 @@ constexpr float kDistanceBias = 1.8f;  // the network's own: score / (distance i
 
 float Pose::meanScore() const { return std::accumulate(scores.begin(), scores.end(), 0.f) / kPoseKeyPoints; }
 
-const NetworkSpec& PoseEstimator::spec() {
-    static const NetworkSpec s{{1, 3, kSide, kSide},
+const NetworkShape& PoseEstimator::shape() {
+    static const NetworkShape s{{1, 3, kSide, kSide},
                                {{"heatmap", kGrid * kGrid * kPoseKeyPoints},
                                 {"centre", kGrid * kGrid},
                                 {"regress", kGrid * kGrid * 2 * kPoseKeyPoints},

@@ -26,7 +26,7 @@ struct Pose {
 
 class PoseEstimator {
 public:
-    static const NetworkSpec& spec();
+    static const NetworkShape& shape();
     explicit PoseEstimator(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     Pose estimate(const cv::Mat& bgr) const;
 

@@ -35,11 +35,11 @@ constexpr float kMinMeshPresence = 0.5f;  // below, the mesh did not find a face
 class FaceNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        auto detectorNetwork = loadNetwork(models, "face_base_model_key", FaceDetector::spec());
+        auto detectorNetwork = loadNetwork(models, "face_base_model_key", FaceDetector::shape());
         memoKey_ = "faces:" + identity(detectorNetwork.get());
         detector_ = std::make_unique<FaceDetector>(std::move(detectorNetwork));
         if (models.count("face_extra_model_key")) {
-            auto meshNetwork = loadNetwork(models, "face_extra_model_key", FaceMesh::spec());
+            auto meshNetwork = loadNetwork(models, "face_extra_model_key", FaceMesh::shape());
             memoKey_ += "+" + identity(meshNetwork.get());
             mesh_ = std::make_unique<FaceMesh>(std::move(meshNetwork));
         }
@@ -295,7 +295,7 @@ public:
     void load(const NodeParams&, const ModelSet& models) override {
         if (models.count("face_attr_expression_model_dir")) {
             expressions_ = std::make_unique<ExpressionClassifier>(
-                loadNetwork(models, "face_attr_expression_model_dir", ExpressionClassifier::spec()));
+                loadNetwork(models, "face_attr_expression_model_dir", ExpressionClassifier::shape()));
         }
         for (const char* key : {"face_attr_age_gender_model_dir", "face_attr_extra_model_dir"}) {
             if (models.count(key)) openParams(models.at(key), "face_attribute");

@@ -182,7 +182,7 @@ public:
             if (!parts.count("params") || !parts.count("network") || !parts.count("labels")) {
                 throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or labels");
             }
-            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::spec()));
+            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
             labels_ = ObjectLabels::parse(parts.at("labels"));
         }
         cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "nodehub_inference");

@@ -256,7 +256,7 @@ private:
 class SkeletonNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        estimator_ = std::make_unique<PoseEstimator>(loadNetwork(models, "skeleton_model_key", PoseEstimator::spec()));
+        estimator_ = std::make_unique<PoseEstimator>(loadNetwork(models, "skeleton_model_key", PoseEstimator::shape()));
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
