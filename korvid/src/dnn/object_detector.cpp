@@ -42,6 +42,31 @@ float expectedDistance(const float* logits) {
     return weighted / sum;
 }
 
+// The network's outputs for an image, with the letterbox that maps them back to it.
+struct RawDetections {
+    Letterbox box;
+    std::vector<cv::Mat> outs;
+};
+
+RawDetections runNetwork(Network& network, const cv::Mat& bgr) {
+    // The network was trained on BGR planes normalised by the ImageNet means and deviations.
+    RawDetections raw;
+    raw.box = letterbox(bgr, kSide, 1.0, 0.0);
+    cv::Mat blob(raw.box.blob.dims, raw.box.blob.size.p, CV_32F);
+    const std::array<double, 3> mean = {103.53, 116.28, 123.675}, deviation = {57.375, 57.12, 58.395};
+    const int plane = kSide * kSide;
+    for (int c = 0; c < 3; ++c) {
+        const cv::Mat rgb(1, plane, CV_32F, raw.box.blob.ptr<float>() + (2 - c) * plane);
+        cv::Mat out(1, plane, CV_32F, blob.ptr<float>() + c * plane);
+        rgb.convertTo(out, CV_32F, 1 / deviation[size_t(c)], -mean[size_t(c)] / deviation[size_t(c)]);
+    }
+    raw.outs = network.forward(blob);
+    // The network reuses its output buffers on the next pass: a kept result owns its copy.
+    for (cv::Mat& out : raw.outs) out = out.clone();
+    raw.box.blob.release();
+    return raw;
+}
+
 }  // namespace
 
 const std::string& cocoClassName(int cocoClass) {
@@ -62,18 +87,16 @@ const NetworkShape& ObjectDetector::shape() {
     return s;
 }
 
-std::vector<ObjectDetection> ObjectDetector::detect(const cv::Mat& bgr, float minScore, size_t maxCount) const {
-    // The network was trained on BGR planes normalised by the ImageNet means and deviations.
-    Letterbox box = letterbox(bgr, kSide, 1.0, 0.0);
-    cv::Mat blob(box.blob.dims, box.blob.size.p, CV_32F);
-    const std::array<double, 3> mean = {103.53, 116.28, 123.675}, deviation = {57.375, 57.12, 58.395};
-    const int plane = kSide * kSide;
-    for (int c = 0; c < 3; ++c) {
-        const cv::Mat rgb(1, plane, CV_32F, box.blob.ptr<float>() + (2 - c) * plane);
-        cv::Mat out(1, plane, CV_32F, blob.ptr<float>() + c * plane);
-        rgb.convertTo(out, CV_32F, 1 / deviation[size_t(c)], -mean[size_t(c)] / deviation[size_t(c)]);
+std::vector<ObjectDetection> ObjectDetector::detect(const cv::Mat& bgr, float minScore, ExecuteMemo* memo, size_t maxCount) const {
+    RawDetections own;
+    const RawDetections* raw = &own;
+    if (memo != nullptr) {
+        raw = &memo->get<RawDetections>("objects:" + identity(network_.get()) + "@" + imageIdentity(bgr), [&] { return runNetwork(*network_, bgr); });
+    } else {
+        own = runNetwork(*network_, bgr);
     }
-    const std::vector<cv::Mat> outs = network_->forward(blob);
+    const Letterbox& box = raw->box;
+    const std::vector<cv::Mat>& outs = raw->outs;
     std::vector<ObjectDetection> found;
     std::vector<cv::Rect2d> rects;
     std::vector<float> scores;

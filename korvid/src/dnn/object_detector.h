@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "execute_memo.h"
 #include "network.h"
 
 namespace kv {
@@ -26,8 +27,10 @@ class ObjectDetector {
 public:
     static const NetworkShape& shape();
     explicit ObjectDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
-    // Objects of at least minScore, best first; at most maxCount.
-    std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, size_t maxCount = 100) const;
+    // Objects of at least minScore, best first; at most maxCount. With a memo, the nodes of
+    // one execute that detect objects in the same image with the same network (pets,
+    // classification) run the network once.
+    std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, ExecuteMemo* memo = nullptr, size_t maxCount = 100) const;
 
 private:
     std::shared_ptr<Network> network_;

@@ -53,10 +53,10 @@ void PetDetector::load(const ModelBlob& blob) {
     objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
 }
 
-std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount) const {
+std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo) const {
     if (!objects_) return cascadeOnly(bgr, maxCount);
     std::vector<PetDetection> pets;
-    for (const ObjectDetection& o : objects_->detect(bgr, kMinPetScore)) {
+    for (const ObjectDetection& o : objects_->detect(bgr, kMinPetScore, memo)) {
         if (pets.size() >= maxCount) break;
         if (o.cocoClass != kCocoCat && o.cocoClass != kCocoDog) continue;
         PetDetection pet;

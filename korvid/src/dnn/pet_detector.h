@@ -26,8 +26,9 @@ class PetDetector {
 public:
     // blob: a bundle of "cascade" and "network", or a bare cascade. INVALID_MODEL otherwise.
     void load(const ModelBlob& blob);
-    // At most maxCount pets, best first (cascade only: largest face first).
-    std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount) const;
+    // At most maxCount pets, best first (cascade only: largest face first). memo: the
+    // execute's, shares the object detector's pass with the other nodes that run it.
+    std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo = nullptr) const;
 
 private:
     std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr, size_t maxCount) const;

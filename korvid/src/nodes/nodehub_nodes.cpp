@@ -208,7 +208,7 @@ public:
         std::vector<float> scores;
         const ImageStats s = computeImageStats(tensor.view);
         std::vector<ObjectDetection> objects;
-        if (objects_) objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore);
+        if (objects_) objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore, memo);
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;

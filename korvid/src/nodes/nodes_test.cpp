@@ -1,5 +1,6 @@
 // Every node's output on real photographs (testdata/), through the built-in templates
 // and the built model directory, and determinism of every result.
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <sstream>
@@ -92,6 +93,28 @@ TEST(Nodes, NodesOfOneGraphDoNotDisturbEachOther) {
     EXPECT_EQ(plain->faces.at(0)->score, score);
     EXPECT_EQ(plain->faces.at(0)->points.size(), 2u);
     EXPECT_EQ(meshed->faces.at(0)->points.size(), 106u);
+
+    // A pet node and the classification share one object detection of the cat, each with
+    // its own score threshold: both give what they give alone.
+    SystemHarness pets, classes, together;
+    auto* cat = run<FacePetDetectBuffer>(pets, 95, "chelsea.jpg");
+    auto* c300 = run<NHClassificationBuffer>(classes, 121, "chelsea.jpg");
+    ASSERT_TRUE(cat != nullptr && c300 != nullptr && cat->infos.size() == 1);
+    std::string merged = builtinTemplate(121);
+    const std::string input = R"({"name":"input_0","type":"imageProducer"},)";
+    merged.insert(merged.find(input) + input.size(),
+                  R"({"name":"pets","type":"face_pet_detect","config":{"keyMaps":{"intParam":{"face_pet_detect_use_imagemode":1},)"
+                  R"("stringParam":{"face_pet_detect_model_key":"qm_petface"}}}},)");
+    merged.insert(merged.find(R"("links":[)") + 9, R"({"fromNode":"input_0","fromIndex":0,"toNode":"pets","toIndex":0},)");
+    ASSERT_EQ(together.run(merged, "chelsea.jpg", -1), NO_ERROR) << together->getLastErrorMessage();
+    auto* catToo = static_cast<FacePetDetectBuffer*>(together->getResult(AlgorithmType::FacePetDetect));
+    auto* c300Too = static_cast<NHClassificationBuffer*>(together->getResult(static_cast<AlgorithmType>(121)));
+    ASSERT_TRUE(catToo != nullptr && c300Too != nullptr && catToo->infos.size() == 1);
+    EXPECT_EQ(catToo->infos[0]->score, cat->infos[0]->score);
+    EXPECT_EQ(catToo->infos[0]->rect.x, cat->infos[0]->rect.x);
+    ASSERT_TRUE(c300Too->infos[0] && c300->infos[0]);
+    EXPECT_TRUE(std::equal(c300Too->infos[0]->confidence.begin(), c300Too->infos[0]->confidence.end(), c300->infos[0]->confidence.begin(),
+                           c300->infos[0]->confidence.end()));
 }
 
 TEST(Nodes, VerificationClusteringAndAttributes) {

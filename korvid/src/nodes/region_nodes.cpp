@@ -194,7 +194,7 @@ public:
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const long maxNum = params.intOr("face_pet_detect_max_num", 5);
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
-        const std::vector<PetDetection> pets = pets_.detect(bgr, static_cast<size_t>(maxNum));
+        const std::vector<PetDetection> pets = pets_.detect(bgr, static_cast<size_t>(maxNum), memo);
 
         if (imageMode(params) == 1) {
             auto out = std::make_unique<BufferOutput<Vantor::FacePetDetectBuffer>>(typeList(AlgorithmType::FacePetDetect));
