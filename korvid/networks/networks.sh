@@ -22,7 +22,10 @@ case "${1:-}" in
   bench)
     models="$("$fetch")"
     runtime="$("$fetch" --runtime)"
-    NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20 2>/dev/null | "$3" "$2"
+    # TF.js first, to the end, then OpenCV: piped, the two would run at the same time and
+    # take each other's processor.
+    wasm="$(NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20 2>/dev/null)"
+    "$3" "$2" <<<"$wasm"
     ;;
   *)
     echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | bench MODELS_DIR BENCH" >&2
