@@ -342,7 +342,7 @@ class Converter:
         p = p[TO_NCHW]
         pads = self.const(np.concatenate([p[:, 0], p[:, 1]]).astype(np.int64), "pads")
         out = self.emit("Pad", [x.name, pads], node["name"], mode="constant")
-        shape = [x.shape[i] + int(p[TO_NHWC.index(i)].sum()) for i in range(4)]
+        shape = [x.shape[i] + int(p[TO_NCHW.index(i)].sum()) for i in range(4)]
         return Tensor(out, shape, True)
 
     def op_Reshape(self, node, inputs):

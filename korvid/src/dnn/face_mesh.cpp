@@ -21,6 +21,12 @@ const int kRightEyebrow[] = {156, 70, 63, 105, 66, 107, 55, 193};
 const int kLeftEyebrow[] = {383, 300, 293, 334, 296, 336, 285, 417};
 const int kLips[] = {61, 185, 40, 39, 37, 0, 267, 269, 270, 409, 291, 375, 321, 405, 314, 17, 84, 181, 91, 146};
 constexpr int kRightEyeOuter = 33, kLeftEyeOuter = 263, kForehead = 10, kChin = 152;
+constexpr int kRightEyeInner = 133, kLeftEyeInner = 362;
+// The iris network: its input side, the eye square's side per distance of the eye corners,
+// and its five points (x, y, depth in input pixels).
+constexpr int kIrisSide = 64;
+constexpr float kEyeEnlarge = 2.3f;
+constexpr int kIrisPoints = 5;
 
 // The jaw line from the image-left temple over the chin to the image-right temple,
 // resampled to the 33 contour points of the 106-point layout.
@@ -77,6 +83,39 @@ const NetworkShape& FaceMesh::shape() {
     return s;
 }
 
+const NetworkShape& FaceMesh::irisShape() {
+    static const NetworkShape s{{1, 3, kIrisSide, kIrisSide}, {{"iris", kIrisPoints * 3}}};
+    return s;
+}
+
+// The iris of the eye between mesh points first and second, in image pixels: the network
+// runs on the square around the two corners (kEyeEnlarge times as wide as their box) of the
+// levelled crop. It was trained on the person's right eye; the left one is mirrored in and
+// its points mirrored back.
+std::vector<cv::Point2f> FaceMesh::iris(const cv::Mat& crop, const std::vector<cv::Point2f>& cropPoints, int first, int second,
+                                        bool mirrored, const cv::Mat& toImage) const {
+    const cv::Point2f a = cropPoints[static_cast<size_t>(first)], b = cropPoints[static_cast<size_t>(second)];
+    const cv::Point2f centre = (a + b) * 0.5f;
+    // A degenerate eye (corners on one spot) still gets a square of one crop pixel.
+    const float side = std::max(1.f, kEyeEnlarge * std::max(std::abs(a.x - b.x), std::abs(a.y - b.y)));
+    const cv::Point2f origin = centre - cv::Point2f(side / 2, side / 2);
+    const double scale = kIrisSide / double(side);
+    const cv::Matx23d toEye(scale, 0, -origin.x * scale, 0, scale, -origin.y * scale);
+    cv::Mat eye;
+    cv::warpAffine(crop, eye, toEye, cv::Size(kIrisSide, kIrisSide), cv::INTER_LINEAR, cv::BORDER_CONSTANT);
+    if (mirrored) cv::flip(eye, eye, 1);
+    const std::vector<cv::Mat> outs = iris_->forward(cv::dnn::blobFromImage(eye, 1 / 255.0, cv::Size(), cv::Scalar(), true, false, CV_32F));
+    const float* v = outs[0].ptr<float>();
+    std::vector<cv::Point2f> points;
+    for (int k = 0; k < kIrisPoints; ++k) {
+        const float x = v[k * 3] / kIrisSide, y = v[k * 3 + 1] / kIrisSide;
+        points.push_back(origin + cv::Point2f((mirrored ? 1 - x : x) * side, y * side));
+    }
+    std::vector<cv::Point2f> image;
+    cv::transform(points, image, toImage);
+    return image;
+}
+
 FaceLandmarks FaceMesh::fit(const cv::Mat& bgr, const cv::Rect2f& box, cv::Point2f leftEye, cv::Point2f rightEye) const {
     // Image to crop: turn about the box centre so the eyes are level, scale 1.5 x the box's
     // longer side to the network's side, centre the box.
@@ -123,8 +162,15 @@ FaceLandmarks FaceMesh::fit(const cv::Mat& bgr, const cv::Rect2f& box, cv::Point
             secondEye = true;
         }
     }
-    out.points106.push_back(mean(out.eyeLeft));   // 104, 105: the pupils, taken as the eye
-    out.points106.push_back(mean(out.eyeRight));  // centres (no iris network)
+    if (iris_ && out.presence >= kMinPresence) {
+        out.irisLeft = iris(crop, cropPoints, kRightEyeOuter, kRightEyeInner, false, toImage);
+        out.irisRight = iris(crop, cropPoints, kLeftEyeOuter, kLeftEyeInner, true, toImage);
+        out.points106.push_back(out.irisLeft[0]);  // 104, 105: the pupils, the iris centres
+        out.points106.push_back(out.irisRight[0]);
+    } else {
+        out.points106.push_back(mean(out.eyeLeft));  // without irises, the eye centres
+        out.points106.push_back(mean(out.eyeRight));
+    }
     return out;
 }
 

@@ -74,6 +74,23 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
     h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(cats.size()) + "\n" + cats}};
     EXPECT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
 
+    // The face mesh's bundle needs both networks, each sound; the bare mesh loads alone.
+    const std::string mesh = modelBytes("qm_face_mesh");
+    const std::string meshPart = "korvid-bundle\nmesh " + std::to_string(mesh.size()) + "\n" + mesh;
+    const std::string emotion = modelBytes("qm_face_attribute_exp");
+    for (const std::string& content : {meshPart, meshPart + "iris " + std::to_string(emotion.size()) + "\n" + emotion,
+                                       meshPart + "iris 64\n" + mesh.substr(0, 64)}) {
+        h.finder.overrides = {{"qm_face_extra", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(4)), INVALID_MODEL) << content.size() << " bytes";
+    }
+    h.finder.overrides = {{"qm_face_extra", mesh}};
+    ASSERT_EQ(h.run(builtinTemplate(4), "astronaut.jpg", 4), NO_ERROR);
+    auto* faces = static_cast<FaceBuffer*>(h->getResult(AlgorithmType::Face));
+    ASSERT_EQ(faces->faces.size(), 1u);
+    EXPECT_EQ(faces->faces[0]->points.size(), 106u);
+    EXPECT_EQ(faces->extras[0]->irisCount, 0);
+    EXPECT_TRUE(faces->extras[0]->leftIris.empty());
+
     // A bare cascade still loads: cat faces in the whole image, as without a detector, on
     // any shape.
     h.finder.overrides = {{"qm_petface", cascade}};
@@ -85,21 +102,21 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
 TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     SystemHarness h;
     const long before = Korvid::networksRead();
-    ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);  // detector and mesh
-    EXPECT_EQ(Korvid::networksRead(), before + 2);
+    ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);  // detector, mesh and iris
+    EXPECT_EQ(Korvid::networksRead(), before + 3);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same two in another graph
-    EXPECT_EQ(Korvid::networksRead(), before + 2);
+    ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three in another graph
+    EXPECT_EQ(Korvid::networksRead(), before + 3);
     // A graph without them lets them go; the next one that needs them reads them again.
     ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 5);
+    EXPECT_EQ(Korvid::networksRead(), before + 7);
     // The same size and the same ends, one weight different: another network, read anew.
     std::string changed = modelBytes("qm_face");
     changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
     h.finder.overrides = {{"qm_face", changed}};
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 6);
+    EXPECT_EQ(Korvid::networksRead(), before + 8);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {

@@ -15,6 +15,7 @@
 #include "execute_memo.h"
 #include "face_output.h"
 #include "image_stats.h"
+#include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
 
@@ -30,7 +31,6 @@ namespace {
 // unframed cat (0.830 at 256 x 170, 0.773 to 0.796 at 451 x 300), a cameraman in profile
 // (0.772) and, in tiles, a raccoon (0.686) and the rocket photo (0.714).
 constexpr float kMinFaceScore = 0.85f;
-constexpr float kMinMeshPresence = 0.5f;  // below, the mesh did not find a face in the crop
 
 class FaceNode : public Node {
 public:
@@ -39,9 +39,18 @@ public:
         memoKey_ = "faces:" + identity(detectorNetwork.get());
         detector_ = std::make_unique<FaceDetector>(std::move(detectorNetwork));
         if (models.count("face_extra_model_key")) {
-            auto meshNetwork = loadNetwork(models, "face_extra_model_key", FaceMesh::shape());
-            memoKey_ += "+" + identity(meshNetwork.get());
-            mesh_ = std::make_unique<FaceMesh>(std::move(meshNetwork));
+            // The face mesh alone, or a bundle of the mesh and the iris network.
+            const ModelBlob& extra = models.at("face_extra_model_key");
+            const auto parts = bundleParts(extra);
+            if (!parts.empty() && (!parts.count("mesh") || !parts.count("iris"))) {
+                throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + extra.name + "\" lacks its mesh or iris network");
+            }
+            auto meshNetwork = parts.empty() ? loadNetwork(models, "face_extra_model_key", FaceMesh::shape())
+                                             : loadNetwork({{"mesh", parts.at("mesh")}}, "mesh", FaceMesh::shape());
+            std::shared_ptr<Network> irisNetwork;
+            if (!parts.empty()) irisNetwork = loadNetwork({{"iris", parts.at("iris")}}, "iris", FaceMesh::irisShape());
+            memoKey_ += "+" + identity(meshNetwork.get()) + "+" + identity(irisNetwork.get());
+            mesh_ = std::make_unique<FaceMesh>(std::move(meshNetwork), std::move(irisNetwork));
         }
     }
 
@@ -88,7 +97,7 @@ private:
             face.rightEye = d.keyPoints[0].x <= d.keyPoints[1].x ? d.keyPoints[1] : d.keyPoints[0];
             if (mesh_) {
                 face.landmarks = mesh_->fit(bgr, d.box, face.leftEye, face.rightEye);
-                face.hasMesh = face.landmarks.presence >= kMinMeshPresence;
+                face.hasMesh = face.landmarks.presence >= FaceMesh::kMinPresence;
             }
             faces.push_back(face);
         }
@@ -139,6 +148,11 @@ private:
                 outline(m.eyebrowLeft, extra->eyebrowLeft);
                 outline(m.eyebrowRight, extra->eyebrowRight);
                 outline(m.lips, extra->lips);
+                if (!m.irisLeft.empty()) {
+                    extra->irisCount = 2;
+                    outline(m.irisLeft, extra->leftIris);
+                    outline(m.irisRight, extra->rightIris);
+                }
             }
             buf.extras.push_back(extra);
         }

@@ -57,7 +57,17 @@ TEST(Nodes, FaceFindsTheAstronautWithEyes) {
         for (const auto& p : points) m = Glintcore::Vector2f{m.x + p.x / points.size(), m.y + p.y / points.size()};
         return m;
     };
-    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[104].x, 1e-5f);
+    // The irises: centre (the pupil) first, inside the eye, four edge points around it.
+    EXPECT_EQ(x.irisCount, 2);
+    ASSERT_EQ(x.leftIris.size(), 5u);
+    ASSERT_EQ(x.rightIris.size(), 5u);
+    EXPECT_EQ(x.leftIris[0].x, f.points[104].x);
+    EXPECT_EQ(x.rightIris[0].y, f.points[105].y);
+    EXPECT_NEAR(mean(x.eyeLeft).x, f.points[104].x, 0.005f);
+    EXPECT_NEAR(mean(x.eyeRight).y, f.points[105].y, 0.005f);
+    const float radius = x.leftIris[1].x - x.leftIris[0].x;  // towards the inner corner: right
+    EXPECT_GT(radius, 0.002f);
+    EXPECT_LT(radius, 0.012f);
     EXPECT_LT(mean(x.eyebrowLeft).y, mean(x.eyeLeft).y);
     EXPECT_LT(mean(x.eyebrowRight).x, f.rect.x + f.rect.width);
     EXPECT_GT(mean(x.eyebrowRight).x, mean(x.eyebrowLeft).x);
