@@ -31,6 +31,7 @@ public:
     // one execute that detect objects in the same image with the same network (pets,
     // classification) run the network once.
     std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, ExecuteMemo* memo = nullptr, size_t maxCount = 100) const;
+    const Network* network() const { return network_.get(); }
 
 private:
     std::shared_ptr<Network> network_;

@@ -33,6 +33,20 @@ cv::Mat grayWork(const cv::Mat& bgr, double& scale) {
     return gray;
 }
 
+// FNV-1a over all the bytes.
+uint64_t digest(const ModelBlob& blob) {
+    uint64_t h = 0xcbf29ce484222325ULL;
+    for (size_t i = 0; i < blob.size; ++i) h = (h ^ blob.data[i]) * 0x100000001b3ULL;
+    return h;
+}
+
+// The pets of an image as the first pet node found them, with the cascade they were found
+// with: a node whose cascade only shares the digest finds its own.
+struct SharedPets {
+    std::vector<PetDetection> pets;
+    ModelBlob cascade;
+};
+
 cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
     const cv::Rect full(int(r.x / scale), int(r.y / scale), int(r.width / scale), int(r.height / scale));
     return full & cv::Rect(cv::Point(), size);
@@ -42,22 +56,38 @@ cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
 
 void PetDetector::load(const ModelBlob& blob) {
     const auto parts = bundleParts(blob);
-    if (parts.empty()) {
-        loadCascade(blob, cats_);
-        return;
-    }
-    if (!parts.count("cascade") || !parts.count("network")) {
+    if (!parts.empty() && (!parts.count("cascade") || !parts.count("network"))) {
         throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
     }
-    loadCascade(parts.at("cascade"), cats_);
-    objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
+    cascade_ = parts.empty() ? blob : parts.at("cascade");
+    loadCascade(cascade_, cats_);
+    cascadeDigest_ = digest(cascade_);
+    if (!parts.empty()) {
+        objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
+    }
 }
 
 std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo) const {
-    if (!objects_) return cascadeOnly(bgr, maxCount);
+    std::vector<PetDetection> pets;
+    if (memo != nullptr) {
+        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + std::to_string(cascade_.size) + ":" +
+                                std::to_string(cascadeDigest_) + "@" + imageIdentity(bgr);
+        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo), cascade_}; });
+        const bool sameCascade = shared.cascade.size == cascade_.size &&
+                                 (shared.cascade.data == cascade_.data || std::equal(cascade_.data, cascade_.data + cascade_.size, shared.cascade.data));
+        pets = sameCascade ? shared.pets : find(bgr, memo);
+    } else {
+        pets = find(bgr, nullptr);
+    }
+    if (pets.size() > maxCount) pets.resize(maxCount);
+    return pets;
+}
+
+// Every pet, best first.
+std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* memo) const {
+    if (!objects_) return cascadeOnly(bgr);
     std::vector<PetDetection> pets;
     for (const ObjectDetection& o : objects_->detect(bgr, kMinPetScore, memo)) {
-        if (pets.size() >= maxCount) break;
         if (o.cocoClass != kCocoCat && o.cocoClass != kCocoDog) continue;
         PetDetection pet;
         pet.type = o.cocoClass == kCocoCat ? 1 : 2;
@@ -94,7 +124,7 @@ std::optional<cv::Rect> PetDetector::catFace(const cv::Mat& bgr, const cv::Rect&
     return unscale(best, scale, cat.size()) + cat.tl();
 }
 
-std::vector<PetDetection> PetDetector::cascadeOnly(const cv::Mat& bgr, size_t maxCount) const {
+std::vector<PetDetection> PetDetector::cascadeOnly(const cv::Mat& bgr) const {
     double scale = 1;
     const cv::Mat gray = grayWork(bgr, scale);
     std::vector<cv::Rect> rects;
@@ -107,7 +137,7 @@ std::vector<PetDetection> PetDetector::cascadeOnly(const cv::Mat& bgr, size_t ma
         return std::tie(rects[a].y, rects[a].x) < std::tie(rects[b].y, rects[b].x);
     });
     std::vector<PetDetection> pets;
-    for (size_t k = 0; k < order.size() && k < maxCount; ++k) {
+    for (size_t k = 0; k < order.size(); ++k) {
         PetDetection pet;
         const int n = order[k] < neighbours.size() ? neighbours[order[k]] : 0;
         pet.score = n / (n + 10.f);

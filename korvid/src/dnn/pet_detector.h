@@ -27,15 +27,21 @@ public:
     // blob: a bundle of "cascade" and "network", or a bare cascade. INVALID_MODEL otherwise.
     void load(const ModelBlob& blob);
     // At most maxCount pets, best first (cascade only: largest face first). memo: the
-    // execute's, shares the object detector's pass with the other nodes that run it.
+    // execute's; the pet nodes of one execute with the same models find the pets once, and
+    // share the object detector's pass with the other nodes that run it.
     std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo = nullptr) const;
 
 private:
-    std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr, size_t maxCount) const;
+    std::vector<PetDetection> find(const cv::Mat& bgr, ExecuteMemo* memo) const;
+    std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr) const;
     std::optional<cv::Rect> catFace(const cv::Mat& bgr, const cv::Rect& cat) const;
 
     mutable cv::CascadeClassifier cats_;
     std::unique_ptr<ObjectDetector> objects_;
+    // The cascade's bytes (the finder's, alive with the graph) and a digest of them, which
+    // name the cascade in the memo's key.
+    ModelBlob cascade_;
+    uint64_t cascadeDigest_ = 0;
 };
 
 }  // namespace kv

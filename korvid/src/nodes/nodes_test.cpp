@@ -104,24 +104,32 @@ TEST(Nodes, NodesOfOneGraphDoNotDisturbEachOther) {
     EXPECT_EQ(plain->faces.at(0)->points.size(), 2u);
     EXPECT_EQ(meshed->faces.at(0)->points.size(), 106u);
 
-    // A pet node and the classification share one object detection of the cat, each with
-    // its own score threshold: both give what they give alone.
-    SystemHarness pets, classes, together;
+    // The two pet nodes share one search for pets, and with the classification one object
+    // detection, each with its own score threshold: all give what they give alone.
+    SystemHarness pets, masks, classes, together;
     auto* cat = run<FacePetDetectBuffer>(pets, 95, "chelsea.jpg");
+    auto* mask = run<PetMattingBuffer>(masks, 71, "chelsea.jpg");
     auto* c300 = run<NHClassificationBuffer>(classes, 121, "chelsea.jpg");
-    ASSERT_TRUE(cat != nullptr && c300 != nullptr && cat->infos.size() == 1);
+    ASSERT_TRUE(cat != nullptr && mask != nullptr && c300 != nullptr && cat->infos.size() == 1);
     std::string merged = builtinTemplate(121);
     const std::string input = R"({"name":"input_0","type":"imageProducer"},)";
-    merged.insert(merged.find(input) + input.size(),
-                  R"({"name":"pets","type":"face_pet_detect","config":{"keyMaps":{"intParam":{"face_pet_detect_use_imagemode":1},)"
-                  R"("stringParam":{"face_pet_detect_model_key":"qm_petface"}}}},)");
-    merged.insert(merged.find(R"("links":[)") + 9, R"({"fromNode":"input_0","fromIndex":0,"toNode":"pets","toIndex":0},)");
+    for (const char* node : {"pets", "masks"}) {
+        merged.insert(merged.find(input) + input.size(),
+                      std::string(R"({"name":")") + node + R"(","type":"face_pet_detect","config":{"keyMaps":{"intParam":{)" +
+                          R"("face_pet_detect_use_imagemode":)" + (node[0] == 'p' ? "1" : "0") +
+                          R"(},"stringParam":{"face_pet_detect_model_key":"qm_petface"}}}},)");
+        merged.insert(merged.find(R"("links":[)") + 9,
+                      std::string(R"({"fromNode":"input_0","fromIndex":0,"toNode":")") + node + R"(","toIndex":0},)");
+    }
     ASSERT_EQ(together.run(merged, "chelsea.jpg", -1), NO_ERROR) << together->getLastErrorMessage();
     auto* catToo = static_cast<FacePetDetectBuffer*>(together->getResult(AlgorithmType::FacePetDetect));
     auto* c300Too = static_cast<NHClassificationBuffer*>(together->getResult(static_cast<AlgorithmType>(121)));
     ASSERT_TRUE(catToo != nullptr && c300Too != nullptr && catToo->infos.size() == 1);
     EXPECT_EQ(catToo->infos[0]->score, cat->infos[0]->score);
     EXPECT_EQ(catToo->infos[0]->rect.x, cat->infos[0]->rect.x);
+    auto* maskToo = static_cast<PetMattingBuffer*>(together->getResult(AlgorithmType::PetMatting));
+    ASSERT_NE(maskToo, nullptr);
+    EXPECT_TRUE(std::equal(maskToo->info->mask0.begin(), maskToo->info->mask0.end(), mask->info->mask0.begin(), mask->info->mask0.end()));
     ASSERT_TRUE(c300Too->infos[0] && c300->infos[0]);
     EXPECT_TRUE(std::equal(c300Too->infos[0]->confidence.begin(), c300Too->infos[0]->confidence.end(), c300->infos[0]->confidence.begin(),
                            c300->infos[0]->confidence.end()));
