@@ -64,6 +64,7 @@ private:
     Vantor::VantorErrorCode fail(Vantor::VantorErrorCode code, const std::string& message);
     Vantor::VantorErrorCode buildGraph(const std::string& graphJson);
     Vantor::VantorErrorCode acquireModels(LoadedNode& node, ModelSet& models);
+    void keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const Vantor::VantorAlgorithmModel& model);
     bool nodeProduces(const LoadedNode& node, int32_t type) const;
     // Indices of the nodes an execute of type must run (every node for -1).
     std::vector<bool> nodesToRun(int32_t type) const;
@@ -78,7 +79,7 @@ private:
     std::string lastError_;
     uint64_t executeCount_ = 0;
     // Networks of the loaded graph, kept by content so that reloading it reads none again.
-    NetworkCache networks_;
+    NetworkCache networks_{&memo_};
     // What nodes of the current execute share (emptied with the results).
     ExecuteMemo memo_;
 };

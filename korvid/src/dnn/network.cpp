@@ -94,6 +94,7 @@ std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkS
     });
     if (it == last) {
         Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, shape), 0};
+        entry.network->memo_ = memo_;
         it = entries_.emplace(std::move(key), std::move(entry));
     }
     it->second.generation = generation_;

@@ -30,11 +30,16 @@ public:
     Network(cv::dnn::Net net, NetworkShape shape) : net_(std::move(net)), shape_(std::move(shape)) {}
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
+    // The per-execute memo of the system that read this network (null outside a system):
+    // nodes that analyse the same image with this network share the result through it.
+    ExecuteMemo* memo() const { return memo_; }
 
 private:
+    friend class NetworkCache;
     cv::dnn::Net net_;
     NetworkShape shape_;
     std::vector<std::string> names_;
+    ExecuteMemo* memo_ = nullptr;
 };
 
 // Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
@@ -48,6 +53,8 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
 // digest of them. Entries not used by the latest graph load are dropped when it completes.
 class NetworkCache {
 public:
+    // memo: the system's per-execute memo, handed to every network read (may be null).
+    explicit NetworkCache(ExecuteMemo* memo = nullptr) : memo_(memo) {}
     std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkShape& shape);
     void startLoad() { ++generation_; }
     void dropUnused();
@@ -62,6 +69,7 @@ private:
     // (fingerprint, shape) -> the entries of equal fingerprint
     std::multimap<std::pair<uint64_t, std::string>, Entry> entries_;
     uint64_t generation_ = 0;
+    ExecuteMemo* memo_;
 };
 
 // The network of model key for a node: through the blob's cache when it has one.

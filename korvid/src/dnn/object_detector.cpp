@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 #include <opencv2/dnn.hpp>
 
+#include "execute_memo.h"
 #include "letterbox.h"
 
 namespace kv {
@@ -63,6 +65,20 @@ const NetworkShape& ObjectDetector::shape() {
 }
 
 std::vector<ObjectDetection> ObjectDetector::detect(const cv::Mat& bgr, float minScore, size_t maxCount) const {
+    ExecuteMemo* memo = network_->memo();
+    if (memo == nullptr || !(minScore >= kSharedMinScore)) return run(bgr, minScore, maxCount);
+    const auto& all = memo->get<std::vector<ObjectDetection>>("objects:" + identity(network_.get()) + "@" + imageIdentity(bgr), [&] {
+        return run(bgr, kSharedMinScore, std::numeric_limits<size_t>::max());
+    });
+    std::vector<ObjectDetection> objects;
+    for (const ObjectDetection& o : all) {
+        if (objects.size() >= maxCount) break;
+        if (o.score >= minScore) objects.push_back(o);
+    }
+    return objects;
+}
+
+std::vector<ObjectDetection> ObjectDetector::run(const cv::Mat& bgr, float minScore, size_t maxCount) const {
     // The network was trained on BGR planes normalised by the ImageNet means and deviations.
     Letterbox box = letterbox(bgr, kSide, 1.0, 0.0);
     cv::Mat blob(box.blob.dims, box.blob.size.p, CV_32F);

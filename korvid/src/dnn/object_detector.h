@@ -26,10 +26,16 @@ class ObjectDetector {
 public:
     static const NetworkShape& shape();
     explicit ObjectDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
-    // Objects of at least minScore, best first; at most maxCount.
+    // Objects of at least minScore, best first; at most maxCount. Inside a system the
+    // detections of an image (down to kSharedMinScore) are computed once per execute and
+    // shared by every node that asks with the same network (the network's memo): one
+    // suppression over all candidates keeps the same boxes above any higher score.
     std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, size_t maxCount = 100) const;
+    static constexpr float kSharedMinScore = 0.2f;
 
 private:
+    std::vector<ObjectDetection> run(const cv::Mat& bgr, float minScore, size_t maxCount) const;
+
     std::shared_ptr<Network> network_;
 };
 
