@@ -184,9 +184,10 @@ cv::Mat personMask(const cv::Mat& probability, const std::vector<ObjectDetection
     return scaled >= 0.5f;
 }
 
-// Matting: where the person segmentation network of the node's model (a bundle of "params"
-// and "network") sees people, its mask; otherwise, and with a bare parameter file or no
-// model, GrabCut seeded from saliency.
+// Matting: where people are present, the person segmentation network's mask (the node's
+// model is a bundle of "params", "network", the segmentation network, and "objects", the
+// object detector); otherwise, and with a bare parameter file or no model, GrabCut seeded
+// from saliency.
 class MattingNode : public Node {
 public:
     std::map<std::string, std::string> defaultModels() const override { return {{"matting_model_key", "qm_matting"}}; }
@@ -212,7 +213,13 @@ public:
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat small = shrinkToFit(bgr, kWorkSide);
         cv::Mat mask;
-        if (persons_) mask = personMask(persons_->segment(bgr), objects_->detect(bgr, ObjectDetector::kSharedMinScore), bgr.size(), small.size());
+        if (persons_) {
+            // The network runs only when the detector finds a person.
+            const std::vector<ObjectDetection> objects = objects_->detect(bgr, ObjectDetector::kSharedMinScore);
+            const bool person = std::any_of(objects.begin(), objects.end(),
+                                            [](const ObjectDetection& o) { return o.cocoClass == kCocoPerson && o.score >= kMinPersonScore; });
+            if (person) mask = personMask(persons_->segment(bgr), objects, bgr.size(), small.size());
+        }
         if (mask.empty()) mask = salientGrabCut(small, iterations);
         auto out = std::make_unique<BufferOutput<Vantor::MattingBuffer>>(typeList(AlgorithmType::Matting));
         Glintcore::SharePtr<Vantor::MattingResult> result(new Vantor::MattingResult());
