@@ -32,6 +32,11 @@ bool RecordingFinder::findResource(Vantor::VantorAlgorithmModel& model) {
     return true;
 }
 
+bool RecordingFinder::reportEvent(const Vantor::VantorAlgorithmModelEvent& event) {
+    events.push_back(std::to_string(event.type) + " " + event.modelName);
+    return true;
+}
+
 bool RecordingFinder::releaseResource(Vantor::VantorAlgorithmModel& model) {
     released.push_back(model.name);
     if (model.data != nullptr) --outstanding;

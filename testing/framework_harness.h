@@ -22,9 +22,11 @@ public:
     explicit RecordingFinder(std::string dir) : dir_(std::move(dir)) {}
     bool findResource(Vantor::VantorAlgorithmModel& model) override;
     bool releaseResource(Vantor::VantorAlgorithmModel& model) override;
+    bool reportEvent(const Vantor::VantorAlgorithmModelEvent& event) override;
 
     std::vector<std::string> requested;
     std::vector<std::string> released;
+    std::vector<std::string> events;  // "<event type> <model name>
     std::vector<std::string> missing;
     std::map<std::string, std::string> overrides;
     int outstanding = 0;  // blocks handed out and not yet released

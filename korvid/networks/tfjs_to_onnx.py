@@ -274,6 +274,14 @@ class Converter:
 
     op_Add = op_AddV2
 
+    def op_AddN(self, node, inputs):
+        # A sum of tensors of one shape, as a chain of additions.
+        x = self.get(inputs[0])
+        out = x.name
+        for ref in inputs[1:]:
+            out = self.emit("Add", [out, self.operand(ref, x)], node["name"])
+        return Tensor(out, x.shape, x.nchw)
+
     def op_Sub(self, node, inputs):
         return self.binary("Sub", node, inputs)
 
@@ -327,6 +335,33 @@ class Converter:
         ow = (x.shape[2] + pads[1] + pads[3] - k[2]) // s[2] + 1
         out = self.emit("MaxPool", [x.name], node["name"], kernel_shape=k[1:3], strides=s[1:3], pads=pads)
         return Tensor(out, [1, oh, ow, x.shape[3]], True)
+
+    def op_AvgPool(self, node, inputs):
+        x = self.get(inputs[0])
+        k, s = attr(node, "ksize"), attr(node, "strides")
+        if not x.nchw or attr(node, "padding") != "VALID":
+            raise ConversionError("AvgPool at %s" % node["name"])
+        oh = (x.shape[1] - k[1]) // s[1] + 1
+        ow = (x.shape[2] - k[2]) // s[2] + 1
+        out = self.emit("AveragePool", [x.name], node["name"], kernel_shape=k[1:3], strides=s[1:3])
+        return Tensor(out, [1, oh, ow, x.shape[3]], True)
+
+    def op_Conv2DBackpropInput(self, node, inputs):
+        # A transposed convolution whose output size needs no padding (SAME with the kernel
+        # a multiple of the stride, or VALID); weights [kh, kw, out, in] become [in, out, kh, kw].
+        size = [int(v) for v in self.value(inputs[0]).reshape(-1)]
+        weight = self.value(inputs[1])
+        x = self.get(inputs[2])
+        strides = attr(node, "strides", [1, 1, 1, 1])
+        if weight is None or not x.nchw or attr(node, "dilations", [1, 1, 1, 1]) != [1, 1, 1, 1]:
+            raise ConversionError("Conv2DBackpropInput at %s" % node["name"])
+        kh, kw, cout, _ = weight.shape
+        for axis, k in ((1, kh), (2, kw)):
+            if (x.shape[axis] - 1) * strides[axis] + k != size[axis]:
+                raise ConversionError("Conv2DBackpropInput needs padding at %s" % node["name"])
+        w = self.const(weight.transpose(3, 2, 0, 1).astype(np.float32), "weight")
+        out = self.emit("ConvTranspose", [x.name, w], node["name"], kernel_shape=[kh, kw], strides=strides[1:3])
+        return Tensor(out, [1, size[1], size[2], cout], True)
 
     def op_Pad(self, node, inputs):
         x = self.get(inputs[0])

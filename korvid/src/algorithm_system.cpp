@@ -76,10 +76,21 @@ VantorErrorCode OpenAlgorithmSystem::setResourceFinder(const VantorResourceFinde
     return NO_ERROR;
 }
 
+// A delivered model: reported, released with the graph, handed to the node under key.
+void OpenAlgorithmSystem::keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const VantorAlgorithmModel& model) {
+    VantorAlgorithmModelEvent event;
+    event.modelName = model.name;
+    event.type = MODEL_EVENT_LOADED;
+    finder_->reportEvent(event);
+    node.models.push_back(model);  // capacity reserved: nothing delivered is lost to an allocation failure
+    models[key] = ModelBlob{model.name, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), &networks_};
+}
+
 VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models) {
     size_t wanted = 0;
     for (const auto& [key, value] : node.params.strings) wanted += isModelParameter(key) ? 1 : 0;
-    node.models.reserve(wanted);
+    const std::map<std::string, std::string> defaults = node.node != nullptr ? node.node->defaultModels() : std::map<std::string, std::string>();
+    node.models.reserve(wanted + defaults.size());
     for (const auto& [key, value] : node.params.strings) {
         if (!isModelParameter(key)) continue;
         if (finder_ == nullptr) return fail(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
@@ -95,10 +106,20 @@ VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& m
             finder_->reportEvent(event);
             return fail(INVALID_MODEL, "model \"" + value + "\" of node \"" + node.name + "\" not found");
         }
-        event.type = MODEL_EVENT_LOADED;
-        finder_->reportEvent(event);
-        node.models.push_back(model);
-        models[key] = ModelBlob{value, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), &networks_};
+        keepModel(node, models, key, model);
+    }
+    // The node's own defaults under keys the graph left unnamed: the graph named nothing, so
+    // nothing it named is missing when the finder cannot deliver one.
+    if (finder_ == nullptr) return NO_ERROR;
+    for (const auto& [key, name] : defaults) {
+        if (models.count(key)) continue;
+        VantorAlgorithmModel model;
+        model.name = name;
+        if (!finder_->findResource(model) || model.data == nullptr) {
+            if (model.data != nullptr) finder_->releaseResource(model);
+            continue;
+        }
+        keepModel(node, models, key, model);
     }
     return NO_ERROR;
 }
@@ -181,11 +202,11 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
     }
 
     for (LoadedNode& n : nodes_) {
+        if (n.type->create != nullptr) n.node = n.type->create();
         ModelSet models;
         VantorErrorCode code = acquireModels(n, models);
         if (code != NO_ERROR) return code;
-        if (n.type->create == nullptr) continue;
-        n.node = n.type->create();
+        if (n.node == nullptr) continue;
         n.node->upstreamTypes = n.upstreamTypes;
         n.node->memo = &memo_;
         try {

@@ -39,6 +39,36 @@ TEST(AlgorithmSystem, RequestsEveryNamedModelAndReleasesItWithTheGraph) {
     EXPECT_EQ(h.finder.outstanding, 1);
 }
 
+TEST(AlgorithmSystem, NodesLoadTheirOwnDefaultModelsWhereTheGraphNamesNone) {
+    SystemHarness h;
+    ASSERT_EQ(h->loadGraph(builtinTemplate(25)), NO_ERROR) << h->getLastErrorMessage();
+    EXPECT_EQ(h.finder.requested, std::vector<std::string>{"qm_c1_small"});
+    EXPECT_EQ(h.finder.outstanding, 1);
+    ASSERT_EQ(h->loadGraph(builtinTemplate(58)), NO_ERROR);
+    ASSERT_EQ(h->loadGraph(builtinTemplate(12)), NO_ERROR);
+    h->releaseGraph();
+    EXPECT_EQ(h.finder.requested, (std::vector<std::string>{"qm_c1_small", "qm_c1_det", "qm_matting"}));
+    EXPECT_EQ(h.finder.released, h.finder.requested);
+    EXPECT_EQ(h.finder.outstanding, 0);
+    EXPECT_EQ(h.finder.events, (std::vector<std::string>{"0 qm_c1_small", "2 qm_c1_small", "0 qm_c1_det", "2 qm_c1_det",
+                                                         "0 qm_matting", "2 qm_matting"}));
+
+    // Defaults the finder cannot deliver: the nodes run without them; nothing is reported.
+    h.finder.events.clear();
+    h.finder.missing = {"qm_matting", "qm_c1_small"};
+    EXPECT_EQ(h.run(builtinTemplate(12), "astronaut.jpg", 12), NO_ERROR);
+    EXPECT_EQ(h.run(builtinTemplate(25), "astronaut.jpg", 25), NO_ERROR);
+    EXPECT_EQ(h.finder.outstanding, 0);
+    EXPECT_TRUE(h.finder.events.empty());
+    // A key the graph names is loaded as named, never replaced by the default.
+    h.finder.requested.clear();
+    const std::string named = R"({"nodes":[{"name":"input_0","type":"imageProducer"},{"name":"m","type":"matting",)"
+                              R"("config":{"keyMaps":{"stringParam":{"matting_model_key":"qm_c1_det"}}}}],)"
+                              R"("links":[{"fromNode":"input_0","fromIndex":0,"toNode":"m","toIndex":0}]})";
+    EXPECT_EQ(h->loadGraph(named), INVALID_MODEL);  // a scene model is no matting model
+    EXPECT_EQ(h.finder.requested, std::vector<std::string>{"qm_c1_det"});
+}
+
 TEST(AlgorithmSystem, UnusableModelsFailWithInvalidModelAndReleaseWhatWasTaken) {
     SystemHarness h;
     h.finder.missing = {"qm_faceverify"};

@@ -24,11 +24,19 @@ cv::Mat skinMask(const cv::Mat& bgr) {
 
 double sharpnessScore(double v) { return v <= 0 ? 0.0 : v / (v + 100.0); }
 
+cv::Mat shrinkToFit(const cv::Mat& image, int side) {
+    const int longest = std::max(image.cols, image.rows);
+    if (longest <= side) return image;
+    const double scale = double(side) / longest;
+    const cv::Size size(std::max(1, int(std::lround(image.cols * scale))), std::max(1, int(std::lround(image.rows * scale))));
+    cv::Mat small;
+    cv::resize(image, small, size, 0, 0, cv::INTER_AREA);
+    return small;
+}
+
 ImageStats computeImageStats(const cv::Mat& input) {
     ImageStats s;
-    cv::Mat bgr = input;
-    const int side = std::max(input.cols, input.rows);
-    if (side > 256) cv::resize(input, bgr, cv::Size(), 256.0 / side, 256.0 / side, cv::INTER_AREA);
+    const cv::Mat bgr = shrinkToFit(input, 256);
 
     cv::Mat hsv, gray;
     cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);

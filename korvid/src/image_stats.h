@@ -30,6 +30,10 @@ struct ImageStats {
 
 ImageStats computeImageStats(const cv::Mat& bgr);
 
+// image scaled down (INTER_AREA) so that its longer side is at most side pixels, or image
+// itself when it fits; extreme shapes (1 x 16384) keep one row or column.
+cv::Mat shrinkToFit(const cv::Mat& image, int side);
+
 // Skin-coloured pixels (255) by the YCrCb rule 133 <= Cr <= 173, 77 <= Cb <= 127.
 cv::Mat skinMask(const cv::Mat& bgr);
 

@@ -90,6 +90,11 @@ public:
     // inputs[i] is the output linked to slot i, null for an unlinked optional slot.
     // Throws NodeFailure (INVALID_NODE for unusable parameters or data).
     virtual std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) = 0;
+    // Models the node loads by itself under a key its graph leaves unnamed (key -> model
+    // name), as the vendor's nodes load their own default models. They are optional: without
+    // a finder, or when the finder cannot deliver one, the node runs without it; a delivered
+    // one is loaded (and refused when damaged) like a named model.
+    virtual std::map<std::string, std::string> defaultModels() const { return {}; }
     // Algorithm types this node serves; upstream lists the types of the nodes feeding it.
     virtual std::vector<int32_t> producedTypes(const NodeParams& params, const std::vector<std::string>& upstream) const {
         (void)params;

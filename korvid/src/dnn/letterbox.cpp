@@ -15,9 +15,10 @@ Letterbox letterbox(const cv::Mat& bgr, int side, double valueScale, double valu
     const int w = std::clamp(static_cast<int>(std::lround(bgr.cols * box.scale)), 1, side);
     const int h = std::clamp(static_cast<int>(std::lround(bgr.rows * box.scale)), 1, side);
     box.pad = cv::Point2d((side - w) / 2, (side - h) / 2);
+    box.area = cv::Rect((side - w) / 2, (side - h) / 2, w, h);
     cv::Mat square(side, side, CV_8UC3, cv::Scalar::all(0)), resized;
     cv::resize(bgr, resized, cv::Size(w, h), 0, 0, box.scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
-    resized.copyTo(square(cv::Rect(static_cast<int>(box.pad.x), static_cast<int>(box.pad.y), w, h)));
+    resized.copyTo(square(box.area));
     box.blob = cv::dnn::blobFromImage(square, valueScale, cv::Size(), cv::Scalar::all(-valueOffset / valueScale), true, false, CV_32F);
     return box;
 }

@@ -10,6 +10,7 @@ struct Letterbox {
     cv::Mat blob;          // 1 x 3 x side x side
     double scale = 1;      // network pixels per image pixel
     cv::Point2d pad;       // network pixels left of and above the image
+    cv::Rect area;         // the image's part of the square
 
     // A point in network units (0..1 of side) back to image pixels.
     cv::Point2f toImage(float nx, float ny, int side) const {

@@ -3,6 +3,7 @@
 // network.
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -91,6 +92,22 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
     EXPECT_EQ(faces->extras[0]->irisCount, 0);
     EXPECT_TRUE(faces->extras[0]->leftIris.empty());
 
+    // The scene and matting nodes' own models: damaged ones fail the load although the
+    // graph does not name them.
+    const std::string matting = modelBytes("qm_matting"), object = modelBytes("qm_object");
+    const std::string params = "%YAML:1.0\n---\nformat: \"korvid-params\"\nkind: \"matting\"\n";
+    auto part = [](const std::string& name, const std::string& bytes) { return name + " " + std::to_string(bytes.size()) + "\n" + bytes; };
+    for (const auto& [kind, name, content] :
+         {std::tuple<int, std::string, std::string>{25, "qm_c1_small", modelBytes("qm_c1_small").substr(0, 100000)},
+          {58, "qm_c1_det", modelBytes("qm_face")},
+          {12, "qm_matting", matting.substr(0, matting.size() / 2)},
+          {12, "qm_matting", "korvid-bundle\n" + part("params", params) + part("network", object) + part("objects", object)},
+          {12, "qm_matting", "korvid-bundle\n" + part("params", params) + part("network", modelBytes("qm_selfie"))}}) {
+        h.finder.overrides = {{name, content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(kind)), INVALID_MODEL) << name << ", " << content.size() << " bytes";
+        EXPECT_EQ(h.finder.outstanding, 0);
+    }
+
     // A bare cascade still loads: cat faces in the whole image, as without a detector, on
     // any shape.
     h.finder.overrides = {{"qm_petface", cascade}};
@@ -123,9 +140,9 @@ TEST(Networks, ExtremeImageShapesFindNothing) {
     SystemHarness h;
     for (cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 9000)}) {
         h.input = rgbaInput(cv::Mat(size, CV_8UC3, cv::Scalar(90, 120, 200)));
-        for (int kind : {95, 4, 7}) {  // the skeleton last: its result is read below
+        for (int kind : {95, 12, 25, 58, 4, 7}) {  // the skeleton last: its result is read below
             ASSERT_EQ(h->loadGraph(builtinTemplate(kind)), NO_ERROR);
-            ASSERT_EQ(h->execute(h.input->buffer, static_cast<AlgorithmType>(kind)), NO_ERROR) << size;
+            ASSERT_EQ(h->execute(h.input->buffer, static_cast<AlgorithmType>(kind)), NO_ERROR) << size << h->getLastErrorMessage();
         }
         EXPECT_TRUE(static_cast<SkeletonBuffer*>(h->getResult(AlgorithmType::Skeleton))->infos.empty()) << size;
         ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);

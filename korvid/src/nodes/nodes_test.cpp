@@ -205,6 +205,15 @@ TEST(Nodes, WholeImageStatistics) {
     EXPECT_EQ(v3->infos[3]->id, 3);
     EXPECT_FLOAT_EQ(v3->infos[3]->thres, 0.5f);
     EXPECT_EQ(v3->c3Feature.size(), 14u);
+    // "people" from the detected persons: the portrait, not the cup, the cat or the rocket
+    // (the skin-coloured cup and cat once were "people 1.00").
+    ASSERT_EQ(v3->infos[7]->name, "people");
+    EXPECT_LT(v3->infos[7]->confidence, 0.1f);
+    EXPECT_GT(run<SceneRecogV3Buffer>(h, 58, "astronaut.jpg")->infos[7]->confidence, 0.9f);
+    for (const char* nobody : {"chelsea.jpg", "rocket.jpg"}) {
+        EXPECT_LT(run<SceneRecogBuffer>(h, 25, nobody)->infos[7]->prob, 0.1f) << nobody;
+    }
+    EXPECT_TRUE(run<SceneRecogBuffer>(h, 25, "astronaut.jpg")->infos[7]->satisfied);
 
     auto* porn = run<PornClsBuffer>(h, 33, "rocket.jpg");
     ASSERT_NE(porn, nullptr);
@@ -244,6 +253,15 @@ TEST(Nodes, RegionsMasksAndPets) {
     EXPECT_GT(fg, m.mask.size() / 50);
     EXPECT_LT(fg, m.mask.size());
     EXPECT_GT(m.rect.width, 0.f);
+    // A person: the segmentation network's mask, the face and the suit in it, the wall
+    // above her shoulder out.
+    const MattingResult& portrait = *run<MattingBuffer>(h, 12, "astronaut.jpg")->result;
+    ASSERT_EQ(portrait.mask.size(), size_t(portrait.width) * size_t(portrait.height));
+    auto at = [&portrait](float x, float y) { return portrait.mask[size_t(y * portrait.height) * size_t(portrait.width) + size_t(x * portrait.width)]; };
+    EXPECT_EQ(at(0.43f, 0.22f), 255);
+    EXPECT_EQ(at(0.3f, 0.8f), 255);
+    EXPECT_EQ(at(0.6f, 0.1f), 0);
+    EXPECT_GT(portrait.rect.height, 0.8f);
 
     auto* pets = run<FacePetDetectBuffer>(h, 95, "chelsea.jpg");
     ASSERT_NE(pets, nullptr);

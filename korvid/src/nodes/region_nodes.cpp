@@ -1,7 +1,9 @@
 // Region family: saliency_seg (kind 60), matting (12), face_pet_detect (71 or 95) and
-// skeleton (7). Saliency is OpenCV's spectral-residual detector; matting and pet matting
-// are GrabCut seeded from saliency or from the pet; pets are the NanoDet object detector's
-// cats and dogs, cat faces a Haar cascade inside them; the skeleton is the MoveNet network. korvid/README.md says what each field holds.
+// skeleton (7). Saliency is OpenCV's spectral-residual detector; matting is the selfie
+// segmentation network where people are present, otherwise, like pet matting, GrabCut seeded
+// from saliency or from the pet; pets are the NanoDet object detector's cats and dogs, cat
+// faces a Haar cascade inside them; the skeleton is the MoveNet network. korvid/README.md
+// says what each field holds.
 #include <algorithm>
 #include <cmath>
 
@@ -10,8 +12,11 @@
 #include <opencv2/saliency.hpp>
 
 #include "Vantor/SegmentationBuffers.h"
+#include "dnn/person_segmenter.h"
 #include "dnn/pet_detector.h"
 #include "dnn/pose_estimator.h"
+#include "image_stats.h"
+#include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
 
@@ -24,13 +29,6 @@ namespace {
 constexpr int kWorkSide = 256;  // masks are computed at most this large
 
 std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
-
-cv::Mat workCopy(const cv::Mat& bgr, int side) {
-    cv::Mat small = bgr;
-    const int longest = std::max(bgr.cols, bgr.rows);
-    if (longest > side) cv::resize(bgr, small, cv::Size(), double(side) / longest, double(side) / longest, cv::INTER_AREA);
-    return small;
-}
 
 struct SalientRegion {
     cv::Mat gray;      // analysed grey image
@@ -104,7 +102,7 @@ public:
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        cv::Mat small = workCopy(bgr, side_);
+        cv::Mat small = shrinkToFit(bgr, side_);
         SalientRegion s = salientRegion(small);
         Glintcore::SharePtr<Vantor::SaliencySegInfo> info(new Vantor::SaliencySegInfo());
         info->valid = !s.box.empty();
@@ -138,36 +136,91 @@ private:
     int side_ = kWorkSide;
 };
 
+// GrabCut seeded from saliency: the border is background, the salient region probable
+// foreground, the rest of its (10% enlarged) box probable background. No salient region:
+// an empty mask.
+cv::Mat salientGrabCut(const cv::Mat& small, int iterations) {
+    SalientRegion s = salientRegion(small);
+    if (s.box.empty()) return cv::Mat::zeros(small.size(), CV_8U);
+    cv::Mat seed(small.size(), CV_8U, cv::Scalar(cv::GC_BGD));
+    const int dx = s.box.width / 10 + 1, dy = s.box.height / 10 + 1;
+    cv::Rect grown = cv::Rect(s.box.x - dx, s.box.y - dy, s.box.width + 2 * dx, s.box.height + 2 * dy) &
+                     cv::Rect(1, 1, small.cols - 2, small.rows - 2);
+    seed(grown).setTo(cv::GC_PR_BGD);
+    seed.setTo(cv::GC_PR_FGD, s.region);
+    seed.row(0).setTo(cv::GC_BGD);
+    seed.row(seed.rows - 1).setTo(cv::GC_BGD);
+    seed.col(0).setTo(cv::GC_BGD);
+    seed.col(seed.cols - 1).setTo(cv::GC_BGD);
+    return grabCut(small, seed, iterations);
+}
+
+// The segmentation network's mask (probability >= 0.5, scaled bilinearly to size) where
+// people are present, otherwise empty. Present: persons detected (score >= 0.4, as the scene
+// nodes' "people") whose boxes the mask covers by at least half. The network marks the main
+// subject of most photos, people or not (a cat, sushi, a gamepad: 0.97 to 0.995 mean
+// probability inside its mask, as on portraits), so its mask alone cannot tell. Cover on the
+// quality photos: portraits 0.55 to 0.69, an astronaut on the Moon 0.55; small figures 0.06
+// and a group photo 0 (the network misses them: GrabCut there); false persons on a shuttle
+// 0.46, on a parrot 0.25.
+constexpr float kMinPersonScore = 0.4f;
+constexpr double kMinPersonCover = 0.5;
+
+cv::Mat personMask(const cv::Mat& probability, const std::vector<ObjectDetection>& objects, const cv::Size& imageSize,
+                   const cv::Size& size) {
+    cv::Mat persons = cv::Mat::zeros(probability.size(), CV_8U);
+    const double toMask = double(probability.cols) / imageSize.width;
+    for (const ObjectDetection& o : objects) {
+        if (o.cocoClass != kCocoPerson || o.score < kMinPersonScore) continue;
+        const cv::Rect box(cv::Point(int(std::floor(o.box.x * toMask)), int(std::floor(o.box.y * toMask))),
+                           cv::Point(int(std::ceil(o.box.br().x * toMask)), int(std::ceil(o.box.br().y * toMask))));
+        persons(box & cv::Rect(cv::Point(), probability.size())).setTo(255);
+    }
+    const int inBoxes = cv::countNonZero(persons);
+    const double cover = inBoxes > 0 ? cv::countNonZero((probability >= 0.5f) & persons) / double(inBoxes) : 0;
+    if (cover < kMinPersonCover) return cv::Mat();
+    cv::Mat scaled;
+    cv::resize(probability, scaled, size, 0, 0, cv::INTER_LINEAR);
+    return scaled >= 0.5f;
+}
+
+// Matting: where people are present, the person segmentation network's mask (the node's
+// model is a bundle of "params", "network", the segmentation network, and "objects", the
+// object detector); otherwise, and with a bare parameter file or no model, GrabCut seeded
+// from saliency.
 class MattingNode : public Node {
 public:
+    std::map<std::string, std::string> defaultModels() const override { return {{"matting_model_key", "qm_matting"}}; }
+
     void load(const NodeParams&, const ModelSet& models) override {
-        if (models.count("matting_model_key")) {
-            cv::FileStorage fs = openParams(models.at("matting_model_key"), "matting");
-            iterations_ = static_cast<int>(paramOr(fs, "iterations", 3));
+        if (!models.count("matting_model_key")) return;
+        const ModelBlob& blob = models.at("matting_model_key");
+        const auto parts = bundleParts(blob);
+        if (!parts.empty() && (!parts.count("params") || !parts.count("network") || !parts.count("objects"))) {
+            throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or objects");
+        }
+        cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "matting");
+        iterations_ = static_cast<int>(paramOr(fs, "iterations", 3));
+        if (!parts.empty()) {
+            persons_ = std::make_unique<PersonSegmenter>(loadNetwork({{"network", parts.at("network")}}, "network", PersonSegmenter::shape()));
+            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("objects")}}, "network", ObjectDetector::shape()));
         }
     }
 
-    // Seed: the border is background, the salient region probable foreground, the rest
-    // of its (10% enlarged) box probable background.
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const int iterations = static_cast<int>(params.intOr("matting_iterations", iterations_));
         if (iterations < 1 || iterations > 20) throw NodeFailure(Vantor::INVALID_NODE, "matting_iterations out of range");
-        cv::Mat small = workCopy(inputAs<ImageOutput>(inputs, 0).bgr, kWorkSide);
-        SalientRegion s = salientRegion(small);
-        cv::Mat seed(small.size(), CV_8U, cv::Scalar(cv::GC_BGD));
-        cv::Mat mask = cv::Mat::zeros(small.size(), CV_8U);
-        if (!s.box.empty()) {
-            const int dx = s.box.width / 10 + 1, dy = s.box.height / 10 + 1;
-            cv::Rect grown = cv::Rect(s.box.x - dx, s.box.y - dy, s.box.width + 2 * dx, s.box.height + 2 * dy) &
-                             cv::Rect(1, 1, small.cols - 2, small.rows - 2);
-            seed(grown).setTo(cv::GC_PR_BGD);
-            seed.setTo(cv::GC_PR_FGD, s.region);
-            seed.row(0).setTo(cv::GC_BGD);
-            seed.row(seed.rows - 1).setTo(cv::GC_BGD);
-            seed.col(0).setTo(cv::GC_BGD);
-            seed.col(seed.cols - 1).setTo(cv::GC_BGD);
-            mask = grabCut(small, seed, iterations);
+        const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
+        cv::Mat small = shrinkToFit(bgr, kWorkSide);
+        cv::Mat mask;
+        if (persons_) {
+            // The network runs only when the detector finds a person.
+            const std::vector<ObjectDetection> objects = objects_->detect(bgr, kMinPersonScore, memo);
+            const bool person = std::any_of(objects.begin(), objects.end(),
+                                            [](const ObjectDetection& o) { return o.cocoClass == kCocoPerson && o.score >= kMinPersonScore; });
+            if (person) mask = personMask(persons_->segment(bgr), objects, bgr.size(), small.size());
         }
+        if (mask.empty()) mask = salientGrabCut(small, iterations);
         auto out = std::make_unique<BufferOutput<Vantor::MattingBuffer>>(typeList(AlgorithmType::Matting));
         Glintcore::SharePtr<Vantor::MattingResult> result(new Vantor::MattingResult());
         result->width = small.cols;
@@ -184,6 +237,8 @@ public:
 
 private:
     int iterations_ = 3;
+    std::unique_ptr<PersonSegmenter> persons_;
+    std::unique_ptr<ObjectDetector> objects_;
 };
 
 class FacePetNode : public Node {
@@ -213,7 +268,7 @@ public:
         // Pet matting: GrabCut per pet (at most two). With the detector: its box probable
         // foreground, the face (if any) certain; from a face alone: the face probable
         // foreground inside a box widened sideways and extended downwards for the body.
-        cv::Mat work = workCopy(bgr, kWorkSide);
+        cv::Mat work = shrinkToFit(bgr, kWorkSide);
         const double toWork = double(work.cols) / bgr.cols;
         auto scaled = [&](const cv::Rect& r) {
             return cv::Rect(int(r.x * toWork), int(r.y * toWork), int(r.width * toWork), int(r.height * toWork));
