@@ -1,7 +1,8 @@
 // Face family: face (kind 4), face_verify (8), face_clusting (10), expression_detect
 // (46 and 9). Detection is the BlazeFace network, landmarks and head angles the face mesh
-// network; identity features are uniform-LBP histograms of normalised crops; the
-// expression comes from the emotion network, the other attributes from crop statistics.
+// network; identity features are the dlib face recogniser's descriptors (uniform-LBP
+// histograms with a bare parameter file); the expression comes from the emotion network,
+// age and gender from face-api's network, the other attributes from crop statistics.
 // See korvid/README.md for what each field holds.
 #include <algorithm>
 #include <array>
@@ -10,11 +11,14 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "dnn/age_gender.h"
 #include "dnn/expression_classifier.h"
+#include "dnn/face_descriptor.h"
 #include "dnn/face_detector.h"
 #include "execute_memo.h"
 #include "face_output.h"
 #include "image_stats.h"
+#include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
 
@@ -194,10 +198,34 @@ std::vector<float> lbpFeature(const cv::Mat& crop, int grid) {
     return feature;
 }
 
+// The face's geometry for the aligned crops: the mouth is the centre of the mesh's lips.
+FacePoints facePoints(const DetectedFace& f) {
+    FacePoints p;
+    p.box = f.box;
+    p.hasEyes = f.hasEyes;
+    p.leftEye = f.leftEye;
+    p.rightEye = f.rightEye;
+    if (f.hasMesh && !f.landmarks.lips.empty()) {
+        p.hasMouth = true;
+        for (const cv::Point2f& q : f.landmarks.lips) p.mouth += q;
+        p.mouth *= 1.f / float(f.landmarks.lips.size());
+    }
+    if (f.hasMesh && !f.landmarks.points106.empty()) p.landmarkBox = cv::boundingRect(f.landmarks.points106);
+    return p;
+}
+
 class FaceVerifyNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        cv::FileStorage fs = openParams(requireModel(models, "face_verify_model_key"), "face_verify");
+        // A bundle of parameters and the descriptor network; a bare parameter file keeps the
+        // LBP features.
+        const ModelBlob& blob = requireModel(models, "face_verify_model_key");
+        if (const auto bundle = paramsAndNetwork(blob)) {
+            openParams(bundle->params, "face_verify")["network_model_version"] >> version_;
+            descriptor_ = std::make_unique<FaceDescriptor>(loadNetwork({{"network", bundle->network}}, "network", FaceDescriptor::shape()));
+            return;
+        }
+        cv::FileStorage fs = openParams(blob, "face_verify");
         cropSize_ = static_cast<int>(paramOr(fs, "crop_size", 64));
         grid_ = static_cast<int>(paramOr(fs, "grid", 4));
         fs["model_version"] >> version_;
@@ -214,7 +242,8 @@ public:
         for (size_t i = 0; i < faces.faces.size(); ++i) {
             const DetectedFace& f = faces.faces[i];
             auto info = Glintcore::makeShared<Vantor::FaceVerifyInfo>();
-            std::vector<float> feature = lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
+            std::vector<float> feature = descriptor_ ? descriptor_->describe(bgr, facePoints(f))
+                                                     : lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
             info->features = Glintcore::PrimitiveVector<float>(feature.begin(), feature.end());
             info->face = *faces.buffer->faces[i];
             info->id = static_cast<int32_t>(i);
@@ -233,6 +262,7 @@ public:
     }
 
 private:
+    std::unique_ptr<FaceDescriptor> descriptor_;
     int cropSize_ = 64;
     int grid_ = 4;
     std::string version_;
@@ -297,9 +327,18 @@ public:
             expressions_ = std::make_unique<ExpressionClassifier>(
                 loadNetwork(models, "face_attr_expression_model_dir", ExpressionClassifier::shape()));
         }
-        for (const char* key : {"face_attr_age_gender_model_dir", "face_attr_extra_model_dir"}) {
-            if (models.count(key)) openParams(models.at(key), "face_attribute");
+        if (models.count("face_attr_age_gender_model_dir")) {
+            // A bundle of parameters and the age/gender network; a bare parameter file only
+            // marks the model as present.
+            const ModelBlob& blob = models.at("face_attr_age_gender_model_dir");
+            const auto bundle = paramsAndNetwork(blob);
+            openParams(bundle ? bundle->params : blob, "face_attribute");
+            if (bundle) {
+                ageGender_ = std::make_unique<AgeGenderEstimator>(
+                    loadNetwork({{"network", bundle->network}}, "network", AgeGenderEstimator::shape()));
+            }
         }
+        if (models.count("face_attr_extra_model_dir")) openParams(models.at("face_attr_extra_model_dir"), "face_attribute");
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
@@ -316,6 +355,12 @@ public:
                 attr->happyScore = probs[Happy];
                 attr->expType = static_cast<int32_t>(std::max_element(probs.begin(), probs.end()) - probs.begin());
                 attr->expProbs = Glintcore::PrimitiveVector<float>(probs.begin(), probs.end());
+            }
+            if (ageGender_) {
+                const AgeGender estimate = ageGender_->estimate(bgr, facePoints(f));
+                attr->age = estimate.age;
+                attr->boyProb = estimate.male;
+                attr->gender = estimate.male >= 0.5f ? 1 : 0;
             }
             cv::Mat crop = gray(f.box);
             cv::Mat lap;
@@ -337,6 +382,7 @@ public:
 
 private:
     std::unique_ptr<ExpressionClassifier> expressions_;
+    std::unique_ptr<AgeGenderEstimator> ageGender_;
 };
 
 }  // namespace
