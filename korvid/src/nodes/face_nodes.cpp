@@ -268,11 +268,15 @@ private:
     std::string version_;
 };
 
+// Two faces join a cluster from this cosine similarity of their descriptors on, when the
+// parameter file names none (qm_bigbrother's value; korvid/README.md, "Identity calibration").
+constexpr float kClusterThreshold = 0.965f;
+
 class FaceClustingNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
         cv::FileStorage fs = openParams(requireModel(models, "face_clusting_model_key"), "face_clusting");
-        threshold_ = static_cast<float>(paramOr(fs, "similarity_threshold", 0.8));
+        threshold_ = static_cast<float>(paramOr(fs, "similarity_threshold", kClusterThreshold));
     }
 
     // Single-link clustering of this image's faces: two faces join when the dot product
@@ -317,7 +321,7 @@ public:
     }
 
 private:
-    float threshold_ = 0.8f;
+    float threshold_ = kClusterThreshold;
 };
 
 class ExpressionNode : public Node {
