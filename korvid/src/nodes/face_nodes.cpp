@@ -214,6 +214,18 @@ FacePoints facePoints(const DetectedFace& f) {
     return p;
 }
 
+// A face's crop geometry in a memo key: the nodes of a merged graph share the detection, so
+// the same face has the same geometry in each of them.
+std::string geometryKey(const FacePoints& p) {
+    std::string key;
+    for (float v : {float(p.box.x), float(p.box.y), float(p.box.width), float(p.box.height), p.leftEye.x, p.leftEye.y,
+                    p.rightEye.x, p.rightEye.y, p.mouth.x, p.mouth.y, p.landmarkBox.x, p.landmarkBox.y,
+                    p.landmarkBox.width, p.landmarkBox.height}) {
+        key += std::to_string(v) + ',';
+    }
+    return key;
+}
+
 class FaceVerifyNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
@@ -222,7 +234,9 @@ public:
         const ModelBlob& blob = requireModel(models, "face_verify_model_key");
         if (const auto bundle = paramsAndNetwork(blob)) {
             openParams(bundle->params, "face_verify")["network_model_version"] >> version_;
-            descriptor_ = std::make_unique<FaceDescriptor>(loadNetwork({{"network", bundle->network}}, "network", FaceDescriptor::shape()));
+            auto network = loadNetwork({{"network", bundle->network}}, "network", FaceDescriptor::shape());
+            memoKey_ = "descriptor:" + identity(network.get()) + "@";
+            descriptor_ = std::make_unique<FaceDescriptor>(std::move(network));
             return;
         }
         cv::FileStorage fs = openParams(blob, "face_verify");
@@ -242,7 +256,7 @@ public:
         for (size_t i = 0; i < faces.faces.size(); ++i) {
             const DetectedFace& f = faces.faces[i];
             auto info = Glintcore::makeShared<Vantor::FaceVerifyInfo>();
-            std::vector<float> feature = descriptor_ ? descriptor_->describe(bgr, facePoints(f))
+            std::vector<float> feature = descriptor_ ? describe(bgr, facePoints(f))
                                                      : lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
             info->features = Glintcore::PrimitiveVector<float>(feature.begin(), feature.end());
             info->face = *faces.buffer->faces[i];
@@ -262,7 +276,15 @@ public:
     }
 
 private:
+    // The verification nodes of a merged graph describe each face once.
+    std::vector<float> describe(const cv::Mat& bgr, const FacePoints& face) const {
+        if (memo == nullptr) return descriptor_->describe(bgr, face);
+        return memo->get<std::vector<float>>(memoKey_ + imageIdentity(bgr) + ":" + geometryKey(face),
+                                             [&] { return descriptor_->describe(bgr, face); });
+    }
+
     std::unique_ptr<FaceDescriptor> descriptor_;
+    std::string memoKey_;  // the descriptor network
     int cropSize_ = 64;
     int grid_ = 4;
     std::string version_;
@@ -338,8 +360,9 @@ public:
             const auto bundle = paramsAndNetwork(blob);
             openParams(bundle ? bundle->params : blob, "face_attribute");
             if (bundle) {
-                ageGender_ = std::make_unique<AgeGenderEstimator>(
-                    loadNetwork({{"network", bundle->network}}, "network", AgeGenderEstimator::shape()));
+                auto network = loadNetwork({{"network", bundle->network}}, "network", AgeGenderEstimator::shape());
+                ageGenderKey_ = "age-gender:" + identity(network.get()) + "@";
+                ageGender_ = std::make_unique<AgeGenderEstimator>(std::move(network));
             }
         }
         if (models.count("face_attr_extra_model_dir")) openParams(models.at("face_attr_extra_model_dir"), "face_attribute");
@@ -361,10 +384,14 @@ public:
                 attr->expProbs = Glintcore::PrimitiveVector<float>(probs.begin(), probs.end());
             }
             if (ageGender_) {
-                const AgeGender estimate = ageGender_->estimate(bgr, facePoints(f));
-                attr->age = estimate.age;
-                attr->boyProb = estimate.male;
-                attr->gender = estimate.male >= 0.5f ? 1 : 0;
+                // The attribute nodes of a merged graph estimate each face once.
+                const FacePoints points = facePoints(f);
+                auto estimate = [&] { return ageGender_->estimate(bgr, points); };
+                const AgeGender result = memo == nullptr ? estimate()
+                                                         : memo->get<AgeGender>(ageGenderKey_ + imageIdentity(bgr) + ":" + geometryKey(points), estimate);
+                attr->age = result.age;
+                attr->boyProb = result.male;
+                attr->gender = result.male >= 0.5f ? 1 : 0;
             }
             cv::Mat crop = gray(f.box);
             cv::Mat lap;
@@ -387,6 +414,7 @@ public:
 private:
     std::unique_ptr<ExpressionClassifier> expressions_;
     std::unique_ptr<AgeGenderEstimator> ageGender_;
+    std::string ageGenderKey_;  // the age/gender network
 };
 
 }  // namespace
