@@ -20,14 +20,20 @@ constexpr double kEyeMouthPerBox = 0.47;
 }  // namespace
 
 cv::Mat faceChip(const cv::Mat& bgr, const FacePoints& face, int side) {
+    // Points a network put far outside the image (or NaN) are not used: the crop's
+    // arithmetic stays within int range.
+    const cv::Rect2f near(-float(bgr.cols), -float(bgr.rows), 3.f * bgr.cols, 3.f * bgr.rows);
+    auto usable = [&](cv::Point2f p) { return std::isfinite(p.x) && std::isfinite(p.y) && near.contains(p); };
+    const bool hasEyes = face.hasEyes && usable(face.leftEye) && usable(face.rightEye) && face.leftEye != face.rightEye;
+    const bool hasMouth = face.hasMouth && usable(face.mouth);
     const cv::Point2f boxCentre(face.box.x + face.box.width * 0.5f, face.box.y + face.box.height * 0.5f);
-    const cv::Point2f leftEye = face.hasEyes ? face.leftEye : boxCentre + cv::Point2f(-face.box.width * 0.2f, -face.box.height * 0.1f);
-    const cv::Point2f rightEye = face.hasEyes ? face.rightEye : boxCentre + cv::Point2f(face.box.width * 0.2f, -face.box.height * 0.1f);
+    const cv::Point2f leftEye = hasEyes ? face.leftEye : boxCentre + cv::Point2f(-face.box.width * 0.2f, -face.box.height * 0.1f);
+    const cv::Point2f rightEye = hasEyes ? face.rightEye : boxCentre + cv::Point2f(face.box.width * 0.2f, -face.box.height * 0.1f);
     const cv::Point2f eyes = (leftEye + rightEye) * 0.5f;
     const double angle = std::atan2(rightEye.y - leftEye.y, rightEye.x - leftEye.x);
     const double c = std::cos(angle), s = std::sin(angle);
     cv::Point2f mouth = face.mouth;
-    if (!face.hasMouth) {
+    if (!hasMouth) {
         // Perpendicular to the eye line, towards the chin.
         const double d = kEyeMouthPerBox * face.box.height;
         mouth = eyes + cv::Point2f(float(-s * d), float(c * d));
