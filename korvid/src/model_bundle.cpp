@@ -43,4 +43,13 @@ std::map<std::string, ModelBlob> bundleParts(const ModelBlob& blob) {
     return parts;
 }
 
+std::optional<ParamsAndNetwork> paramsAndNetwork(const ModelBlob& blob) {
+    auto parts = bundleParts(blob);
+    if (parts.empty()) return std::nullopt;
+    if (!parts.count("params") || !parts.count("network")) {
+        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its parameters or network");
+    }
+    return ParamsAndNetwork{parts.at("params"), parts.at("network")};
+}
+
 }  // namespace kv

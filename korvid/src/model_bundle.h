@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "node.h"
@@ -13,5 +14,12 @@ namespace kv {
 // The parts of blob by name (each keeps the blob's network cache), or an empty map when blob
 // is not a bundle. A bundle that is cut short or malformed is INVALID_MODEL.
 std::map<std::string, ModelBlob> bundleParts(const ModelBlob& blob);
+
+// The parameter file and the network of a bundle that carries both, or nullopt when blob is
+// not a bundle (a bare parameter file). A bundle without one of them is INVALID_MODEL.
+struct ParamsAndNetwork {
+    ModelBlob params, network;
+};
+std::optional<ParamsAndNetwork> paramsAndNetwork(const ModelBlob& blob);
 
 }  // namespace kv

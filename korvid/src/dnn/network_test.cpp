@@ -108,6 +108,24 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
         EXPECT_EQ(h.finder.outstanding, 0);
     }
 
+    // The face-api bundles: a damaged network, another network in its place, or no network.
+    for (const auto& [name, kind] : {std::pair<std::string, int>{"qm_faceverify", 8}, {"qm_face_attribute_age", 9}}) {
+        const std::string bundle = modelBytes(name);
+        const size_t at = bundle.find("\nnetwork ") + 1;
+        const std::string params = bundle.substr(0, at), network = bundle.substr(bundle.find('\n', at) + 1);
+        auto withNetwork = [&](const std::string& net) { return params + "network " + std::to_string(net.size()) + "\n" + net; };
+        std::string scrambledNetwork = network;
+        for (size_t i = 64; i < 8192; ++i) scrambledNetwork[i] = static_cast<char>(scrambledNetwork[i] * 17 + 3);
+        for (const std::string& content : {withNetwork(network.substr(0, network.size() / 3)), withNetwork(scrambledNetwork),
+                                           withNetwork(modelBytes("qm_face")), params}) {
+            h.finder.overrides = {{name, content}};
+            EXPECT_EQ(h->loadGraph(builtinTemplate(kind)), INVALID_MODEL) << name << ", " << content.size() << " bytes";
+        }
+        h.finder.overrides = {{name, withNetwork(network)}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(kind)), NO_ERROR) << name;
+    }
+    h.finder.overrides.clear();
+
     // A bare cascade still loads: cat faces in the whole image, as without a detector, on
     // any shape.
     h.finder.overrides = {{"qm_petface", cascade}};
@@ -122,18 +140,18 @@ TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);  // detector, mesh and iris
     EXPECT_EQ(Korvid::networksRead(), before + 3);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three in another graph
-    EXPECT_EQ(Korvid::networksRead(), before + 3);
+    ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three and the descriptor
+    EXPECT_EQ(Korvid::networksRead(), before + 4);
     // A graph without them lets them go; the next one that needs them reads them again.
     ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 7);
+    EXPECT_EQ(Korvid::networksRead(), before + 8);
     // The same size and the same ends, one weight different: another network, read anew.
     std::string changed = modelBytes("qm_face");
     changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
     h.finder.overrides = {{"qm_face", changed}};
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 8);
+    EXPECT_EQ(Korvid::networksRead(), before + 9);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {

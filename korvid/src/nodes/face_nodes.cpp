@@ -1,7 +1,8 @@
 // Face family: face (kind 4), face_verify (8), face_clusting (10), expression_detect
 // (46 and 9). Detection is the BlazeFace network, landmarks and head angles the face mesh
-// network; identity features are uniform-LBP histograms of normalised crops; the
-// expression comes from the emotion network, the other attributes from crop statistics.
+// network; identity features are the dlib face recogniser's descriptors (uniform-LBP
+// histograms with a bare parameter file); the expression comes from the emotion network,
+// age and gender from face-api's network, the other attributes from crop statistics.
 // See korvid/README.md for what each field holds.
 #include <algorithm>
 #include <array>
@@ -10,7 +11,9 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "dnn/age_gender.h"
 #include "dnn/expression_classifier.h"
+#include "dnn/face_descriptor.h"
 #include "dnn/face_detector.h"
 #include "execute_memo.h"
 #include "face_output.h"
@@ -208,10 +211,48 @@ std::vector<float> lbpFeature(const cv::Mat& crop, int grid) {
     return feature;
 }
 
+// The face's geometry for the aligned crops: the mouth is the centre of the mesh's lips.
+FacePoints facePoints(const DetectedFace& f) {
+    FacePoints p;
+    p.box = f.box;
+    p.hasEyes = f.hasEyes;
+    p.leftEye = f.leftEye;
+    p.rightEye = f.rightEye;
+    if (f.hasMesh && !f.landmarks.lips.empty()) {
+        p.hasMouth = true;
+        for (const cv::Point2f& q : f.landmarks.lips) p.mouth += q;
+        p.mouth *= 1.f / float(f.landmarks.lips.size());
+    }
+    if (f.hasMesh && !f.landmarks.points106.empty()) p.landmarkBox = cv::boundingRect(f.landmarks.points106);
+    return p;
+}
+
+// A face's crop geometry in a memo key: the nodes of a merged graph share the detection, so
+// the same face has the same geometry in each of them.
+std::string geometryKey(const FacePoints& p) {
+    std::string key;
+    for (float v : {float(p.box.x), float(p.box.y), float(p.box.width), float(p.box.height), p.leftEye.x, p.leftEye.y,
+                    p.rightEye.x, p.rightEye.y, p.mouth.x, p.mouth.y, p.landmarkBox.x, p.landmarkBox.y,
+                    p.landmarkBox.width, p.landmarkBox.height}) {
+        key += std::to_string(v) + ',';
+    }
+    return key;
+}
+
 class FaceVerifyNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        cv::FileStorage fs = openParams(requireModel(models, "face_verify_model_key"), "face_verify");
+        // A bundle of parameters and the descriptor network; a bare parameter file keeps the
+        // LBP features.
+        const ModelBlob& blob = requireModel(models, "face_verify_model_key");
+        if (const auto bundle = paramsAndNetwork(blob)) {
+            openParams(bundle->params, "face_verify")["network_model_version"] >> version_;
+            auto network = loadNetwork({{"network", bundle->network}}, "network", FaceDescriptor::shape());
+            memoKey_ = "descriptor:" + identity(network.get()) + "@";
+            descriptor_ = std::make_unique<FaceDescriptor>(std::move(network));
+            return;
+        }
+        cv::FileStorage fs = openParams(blob, "face_verify");
         cropSize_ = static_cast<int>(paramOr(fs, "crop_size", 64));
         grid_ = static_cast<int>(paramOr(fs, "grid", 4));
         fs["model_version"] >> version_;
@@ -228,7 +269,8 @@ public:
         for (size_t i = 0; i < faces.faces.size(); ++i) {
             const DetectedFace& f = faces.faces[i];
             auto info = Glintcore::makeShared<Vantor::FaceVerifyInfo>();
-            std::vector<float> feature = lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
+            std::vector<float> feature = descriptor_ ? describe(bgr, facePoints(f))
+                                                     : lbpFeature(normalisedFaceCrop(bgr, f, cropSize_), grid_);
             info->features = Glintcore::PrimitiveVector<float>(feature.begin(), feature.end());
             info->face = *faces.buffer->faces[i];
             info->id = static_cast<int32_t>(i);
@@ -247,16 +289,29 @@ public:
     }
 
 private:
+    // The verification nodes of a merged graph describe each face once.
+    std::vector<float> describe(const cv::Mat& bgr, const FacePoints& face) const {
+        if (memo == nullptr) return descriptor_->describe(bgr, face);
+        return memo->get<std::vector<float>>(memoKey_ + imageIdentity(bgr) + ":" + geometryKey(face),
+                                             [&] { return descriptor_->describe(bgr, face); });
+    }
+
+    std::unique_ptr<FaceDescriptor> descriptor_;
+    std::string memoKey_;  // the descriptor network
     int cropSize_ = 64;
     int grid_ = 4;
     std::string version_;
 };
 
+// Two faces join a cluster from this cosine similarity of their descriptors on, when the
+// parameter file names none (qm_bigbrother's value; korvid/README.md, "Identity calibration").
+constexpr float kClusterThreshold = 0.965f;
+
 class FaceClustingNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
         cv::FileStorage fs = openParams(requireModel(models, "face_clusting_model_key"), "face_clusting");
-        threshold_ = static_cast<float>(paramOr(fs, "similarity_threshold", 0.8));
+        threshold_ = static_cast<float>(paramOr(fs, "similarity_threshold", kClusterThreshold));
     }
 
     // Single-link clustering of this image's faces: two faces join when the dot product
@@ -301,7 +356,7 @@ public:
     }
 
 private:
-    float threshold_ = 0.8f;
+    float threshold_ = kClusterThreshold;
 };
 
 class ExpressionNode : public Node {
@@ -311,9 +366,19 @@ public:
             expressions_ = std::make_unique<ExpressionClassifier>(
                 loadNetwork(models, "face_attr_expression_model_dir", ExpressionClassifier::shape()));
         }
-        for (const char* key : {"face_attr_age_gender_model_dir", "face_attr_extra_model_dir"}) {
-            if (models.count(key)) openParams(models.at(key), "face_attribute");
+        if (models.count("face_attr_age_gender_model_dir")) {
+            // A bundle of parameters and the age/gender network; a bare parameter file only
+            // marks the model as present.
+            const ModelBlob& blob = models.at("face_attr_age_gender_model_dir");
+            const auto bundle = paramsAndNetwork(blob);
+            openParams(bundle ? bundle->params : blob, "face_attribute");
+            if (bundle) {
+                auto network = loadNetwork({{"network", bundle->network}}, "network", AgeGenderEstimator::shape());
+                ageGenderKey_ = "age-gender:" + identity(network.get()) + "@";
+                ageGender_ = std::make_unique<AgeGenderEstimator>(std::move(network));
+            }
         }
+        if (models.count("face_attr_extra_model_dir")) openParams(models.at("face_attr_extra_model_dir"), "face_attribute");
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
@@ -330,6 +395,16 @@ public:
                 attr->happyScore = probs[Happy];
                 attr->expType = static_cast<int32_t>(std::max_element(probs.begin(), probs.end()) - probs.begin());
                 attr->expProbs = Glintcore::PrimitiveVector<float>(probs.begin(), probs.end());
+            }
+            if (ageGender_) {
+                // The attribute nodes of a merged graph estimate each face once.
+                const FacePoints points = facePoints(f);
+                auto estimate = [&] { return ageGender_->estimate(bgr, points); };
+                const AgeGender result = memo == nullptr ? estimate()
+                                                         : memo->get<AgeGender>(ageGenderKey_ + imageIdentity(bgr) + ":" + geometryKey(points), estimate);
+                attr->age = result.age;
+                attr->boyProb = result.male;
+                attr->gender = result.male >= 0.5f ? 1 : 0;
             }
             cv::Mat crop = gray(f.box);
             cv::Mat lap;
@@ -351,6 +426,8 @@ public:
 
 private:
     std::unique_ptr<ExpressionClassifier> expressions_;
+    std::unique_ptr<AgeGenderEstimator> ageGender_;
+    std::string ageGenderKey_;  // the age/gender network
 };
 
 }  // namespace

@@ -8,12 +8,14 @@
 #include <gtest/gtest.h>
 
 #include "testing/builtin_templates.h"
+#include "testing/file_bytes.h"
 #include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {
 
 using namespace Vantor;
+using vqfe_testing::fileBytes;
 
 template <typename B>
 B* run(SystemHarness& h, int kind, const std::string& image, int type = 0) {
@@ -141,11 +143,11 @@ TEST(Nodes, VerificationClusteringAndAttributes) {
     ASSERT_NE(verify, nullptr);
     ASSERT_EQ(verify->faceVerifyInfos.size(), 1u);
     const FaceVerifyInfo& info = *verify->faceVerifyInfos[0];
-    ASSERT_EQ(info.features.size(), 16u * 59u);
+    ASSERT_EQ(info.features.size(), 128u);
     double norm = 0;
     for (float v : info.features) norm += double(v) * v;
     EXPECT_NEAR(norm, 1.0, 1e-4);
-    EXPECT_EQ(info.modelVersion, "korvid-lbp-64x4");
+    EXPECT_EQ(info.modelVersion, "dlib-resnet29-128");
     EXPECT_EQ(info.faceStatus, 1);
     EXPECT_TRUE(verify->needUpdate);
     EXPECT_EQ(verify->validFaceNum, 1);
@@ -172,7 +174,50 @@ TEST(Nodes, VerificationClusteringAndAttributes) {
     EXPECT_NEAR(std::accumulate(a.expProbs.begin(), a.expProbs.end(), 0.f), 1.f, 1e-4f);
     EXPECT_TRUE(inUnit(a.quality) && a.quality > 0.f);
     EXPECT_GT(a.realFaceProb, 0.3f);
-    EXPECT_EQ(a.age, 0.f);  // not estimated
+    // Eileen Collins, about 40 when photographed.
+    EXPECT_GT(a.age, 25.f);
+    EXPECT_LT(a.age, 55.f);
+    EXPECT_LT(a.boyProb, 0.5f);
+    EXPECT_EQ(a.gender, 0);
+}
+
+std::vector<float> descriptorOf(SystemHarness& h, const std::string& image) {
+    auto* verify = run<FaceVerifyBuffer>(h, 8, image);
+    if (verify == nullptr || verify->faceVerifyInfos.size() != 1) return {};
+    const auto& f = verify->faceVerifyInfos[0]->features;
+    return std::vector<float>(f.begin(), f.end());
+}
+
+float similarity(const std::vector<float>& a, const std::vector<float>& b) {
+    return std::inner_product(a.begin(), a.end(), b.begin(), 0.f);
+}
+
+// The same portrait cropped two ways is one person, the astronaut another: the descriptors
+// say so, and the clustering's default threshold lies between them.
+TEST(Nodes, DescriptorsSeparatePeople) {
+    SystemHarness h;
+    const auto hopper = descriptorOf(h, "grace_hopper.jpg"), crop = descriptorOf(h, "grace_hopper_crop.jpg"),
+               astronaut = descriptorOf(h, "astronaut.jpg");
+    ASSERT_EQ(hopper.size(), 128u);
+    ASSERT_EQ(crop.size(), 128u);
+    ASSERT_EQ(astronaut.size(), 128u);
+    EXPECT_GT(similarity(hopper, crop), similarity(hopper, astronaut) + 0.05f);
+    EXPECT_GT(similarity(hopper, crop), similarity(crop, astronaut) + 0.05f);
+    cv::FileStorage fs(std::string(KORVID_TEST_MODEL_DIR) + "/qm_bigbrother.model", cv::FileStorage::READ);
+    const float threshold = float(fs["similarity_threshold"]);
+    EXPECT_GT(similarity(hopper, crop), threshold);
+    EXPECT_LT(similarity(hopper, astronaut), threshold);
+
+    // A bare parameter file still selects the LBP features, and a bare age file no age.
+    h.finder.overrides = {{"qm_faceverify", fileBytes(std::string(KORVID_TEST_SOURCE_DIR) + "/models/qm_faceverify.yml")},
+                          {"qm_face_attribute_age", fileBytes(std::string(KORVID_TEST_SOURCE_DIR) + "/models/qm_face_attribute_age.yml")}};
+    auto* verify = run<FaceVerifyBuffer>(h, 8, "astronaut.jpg");
+    ASSERT_NE(verify, nullptr);
+    EXPECT_EQ(verify->faceVerifyInfos.at(0)->features.size(), 16u * 59u);
+    EXPECT_EQ(verify->faceVerifyInfos.at(0)->modelVersion, "korvid-lbp-64x4");
+    auto* attrs = run<FaceAttributeBuffer>(h, 9, "astronaut.jpg", 46);
+    ASSERT_NE(attrs, nullptr);
+    EXPECT_EQ(attrs->attributes.at(0)->age, 0.f);
 }
 
 TEST(Nodes, WholeImageStatistics) {
