@@ -36,8 +36,21 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
         EXPECT_EQ(h->loadGraph(builtinTemplate(4)), INVALID_MODEL) << content.size() << " bytes";
         EXPECT_EQ(h.finder.outstanding, 0);
     }
+    // The skeleton's bundle of two networks: a bare network with other outputs, a damaged or
+    // foreign second network, a second network missing.
+    const std::string single = modelBytes("qm_skeleton_single"), multi = modelBytes("qm_skeleton_multi");
+    const auto bundle = [&](const std::string& second) {
+        return "korvid-bundle\nsingle " + std::to_string(single.size()) + "\n" + single + "multi " +
+               std::to_string(second.size()) + "\n" + second;
+    };
+    const std::string head = "korvid-bundle\nsingle " + std::to_string(single.size()) + "\n" + single;
+    for (const std::string& content : {face, bundle(multi.substr(0, multi.size() / 2)), bundle(face), head}) {
+        h.finder.overrides = {{"qm_skeleton", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(7)), INVALID_MODEL) << content.size() << " bytes";
+    }
     h.finder.overrides.clear();
     EXPECT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+    EXPECT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
 }
 
 TEST(Networks, DamagedBundlesAreInvalidModel) {
@@ -90,16 +103,17 @@ TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same two in another graph
     EXPECT_EQ(Korvid::networksRead(), before + 2);
-    // A graph without them lets them go; the next one that needs them reads them again.
+    // A graph without them (the skeleton: two networks) lets them go; the next one that
+    // needs them reads them again.
     ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 5);
+    EXPECT_EQ(Korvid::networksRead(), before + 6);
     // The same size and the same ends, one weight different: another network, read anew.
     std::string changed = modelBytes("qm_face");
     changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
     h.finder.overrides = {{"qm_face", changed}};
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 6);
+    EXPECT_EQ(Korvid::networksRead(), before + 7);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {
