@@ -18,6 +18,7 @@ constexpr int kGrid = kSide / kStride;  // cells per side of every head
 constexpr int kCells = kGrid * kGrid;
 constexpr int kCandidates = 6;          // the network's top-k of person centres
 constexpr int kPeakWindow = 5;          // a centre is the maximum of its 5 x 5 cells
+constexpr float kPeakTolerance = 1.0132789611816406e-06f;  // the network's own test of "is the maximum"
 // The network's Gaussian weight of a key point cell: exp(-squared distance / (0.3 * grid)).
 constexpr float kSpread = 0.300048828125f * kGrid;
 // Key points above this count in the person score (the network's own, as stored: float16).
@@ -43,7 +44,7 @@ std::vector<int> centrePeaks(const float* centre) {
                 for (int xx = std::max(0, x - r); xx <= std::min(kGrid - 1, x + r); ++xx) m = std::max(m, centre[yy * kGrid + xx]);
             }
             const float v = centre[y * kGrid + x];
-            peak[static_cast<size_t>(y * kGrid + x)] = std::fabs(v - m) < 1.0132789611816406e-06f ? v : 0.f;
+            peak[static_cast<size_t>(y * kGrid + x)] = std::fabs(v - m) < kPeakTolerance ? v : 0.f;
         }
     }
     std::vector<int> order(kCells);
