@@ -106,19 +106,26 @@ PoseEstimator::PoseEstimator(const ModelBlob& blob) {
         single_ = loadNetwork({{"single", blob}}, "single", singleShape());
         return;
     }
-    if (!parts.count("single") || !parts.count("multi")) {
-        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its single or multi network");
+    if (!parts.count("single") && !parts.count("multi")) {
+        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" holds neither skeleton network");
     }
-    single_ = loadNetwork({{"single", parts.at("single")}}, "single", singleShape());
-    multi_ = std::make_unique<MoveNetMultiPose>(loadNetwork({{"multi", parts.at("multi")}}, "multi", MoveNetMultiPose::shape()));
+    if (parts.count("single")) single_ = loadNetwork({{"single", parts.at("single")}}, "single", singleShape());
+    if (parts.count("multi")) {
+        multi_ = std::make_unique<MoveNetMultiPose>(loadNetwork({{"multi", parts.at("multi")}}, "multi", MoveNetMultiPose::shape()));
+    }
 }
 
 std::vector<Pose> PoseEstimator::estimate(const cv::Mat& bgr) const {
+    const auto several = [&] {
+        std::vector<Pose> people = multi_->estimate(bgr);
+        people.erase(std::find_if(people.begin(), people.end(), [](const Pose& p) { return p.score < kMinMultiScore; }), people.end());
+        return people;
+    };
+    if (!single_) return several();
     const Letterbox box = letterbox(bgr, kSide, 1.0, 0.0);  // the network normalises 0..255 itself
     const std::vector<cv::Mat> outs = single_->forward(box.blob);
     if (multi_ && secondCentre(outs[4].ptr<float>()) >= kCrowdCentre) {
-        std::vector<Pose> people = multi_->estimate(bgr);
-        people.erase(std::find_if(people.begin(), people.end(), [](const Pose& p) { return p.score < kMinMultiScore; }), people.end());
+        std::vector<Pose> people = several();
         if (!people.empty()) return people;
     }
     Pose pose = singlePose(outs, box);

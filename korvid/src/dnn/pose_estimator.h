@@ -4,7 +4,8 @@
 // likely (a second local maximum of kCrowdCentre or more). Only then MoveNet MultiPose
 // (three times the cost) runs, and its people above kMinMultiScore are the result; when it
 // finds nobody, or without a second centre, the single network's person is, if its mean key
-// point score reaches kMinSingleScore. A bare network (not a bundle) is the single network.
+// point score reaches kMinSingleScore. A bare network (not a bundle) is the single network;
+// a bundle of one of the two runs that one alone.
 #pragma once
 
 #include <memory>
