@@ -136,6 +136,9 @@ class Converter:
         node = self.nodes.get(name)
         if node is None or ":" in ref and not ref.endswith(":0"):
             return None
+        if node["op"] == "Shape":
+            # Shapes are static here: the input size is fixed at conversion.
+            return np.array(self.get(node["input"][0]).shape, np.int32)
         fold = FOLDABLE.get(node["op"])
         if fold is None:
             return None
@@ -516,8 +519,20 @@ def sparse_to_dense(node, indices, shape, values, default):
     return out
 
 
-# Shape arithmetic that graphs exported from ONNX compute on constants.
+def strided_slice(node, x, begin, end, strides):
+    """StridedSlice of a 1-D constant (a shape), with TF's begin, end and shrink masks."""
+    if x.ndim != 1 or attr(node, "ellipsis_mask", 0) or attr(node, "new_axis_mask", 0):
+        raise ConversionError("StridedSlice at %s" % node["name"])
+    b, e, s = int(begin[0]), int(end[0]), int(strides[0])
+    if attr(node, "shrink_axis_mask", 0) & 1:
+        return x[b]
+    return x[None if attr(node, "begin_mask", 0) & 1 else b:None if attr(node, "end_mask", 0) & 1 else e:s]
+
+
+# Shape arithmetic on constants: in graphs exported from ONNX, and the sizes of up-sampling
+# layers computed from their input's shape.
 FOLDABLE = {
+    "StridedSlice": strided_slice,
     "Identity": lambda node, x: x,
     "AddV2": lambda node, a, b: a + b,
     "Add": lambda node, a, b: a + b,

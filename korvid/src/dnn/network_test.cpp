@@ -37,8 +37,21 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
         EXPECT_EQ(h->loadGraph(builtinTemplate(4)), INVALID_MODEL) << content.size() << " bytes";
         EXPECT_EQ(h.finder.outstanding, 0);
     }
+    // The skeleton's bundle of two networks: a bare network with other outputs, a damaged or
+    // foreign second network, neither network.
+    const std::string single = modelBytes("qm_skeleton_single"), multi = modelBytes("qm_skeleton_multi");
+    const auto bundle = [&](const std::string& second) {
+        return "korvid-bundle\nsingle " + std::to_string(single.size()) + "\n" + single + "multi " +
+               std::to_string(second.size()) + "\n" + second;
+    };
+    for (const std::string& content : {face, bundle(multi.substr(0, multi.size() / 2)), bundle(face),
+                                       std::string("korvid-bundle\nsingles 1\nx")}) {
+        h.finder.overrides = {{"qm_skeleton", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(7)), INVALID_MODEL) << content.size() << " bytes";
+    }
     h.finder.overrides.clear();
     EXPECT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+    EXPECT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
 }
 
 TEST(Networks, DamagedBundlesAreInvalidModel) {
@@ -142,20 +155,24 @@ TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three and the descriptor
     EXPECT_EQ(Korvid::networksRead(), before + 4);
-    // A graph without them lets them go; the next one that needs them reads them again.
+    // A graph without them (the skeleton: two networks) lets them go; the next one that
+    // needs them reads them again.
     ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 8);
+    EXPECT_EQ(Korvid::networksRead(), before + 9);
     // The same size and the same ends, one weight different: another network, read anew.
     std::string changed = modelBytes("qm_face");
     changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
     h.finder.overrides = {{"qm_face", changed}};
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 9);
+    EXPECT_EQ(Korvid::networksRead(), before + 10);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {
     SystemHarness h;
+    // The skeleton's MultiPose network runs only when a second person is likely: here alone.
+    const std::string multi = modelBytes("qm_skeleton_multi");
+    const std::string multiOnly = "korvid-bundle\nmulti " + std::to_string(multi.size()) + "\n" + multi;
     for (cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 9000)}) {
         h.input = rgbaInput(cv::Mat(size, CV_8UC3, cv::Scalar(90, 120, 200)));
         for (int kind : {95, 12, 25, 58, 4, 7}) {  // the skeleton last: its result is read below
@@ -163,6 +180,11 @@ TEST(Networks, ExtremeImageShapesFindNothing) {
             ASSERT_EQ(h->execute(h.input->buffer, static_cast<AlgorithmType>(kind)), NO_ERROR) << size << h->getLastErrorMessage();
         }
         EXPECT_TRUE(static_cast<SkeletonBuffer*>(h->getResult(AlgorithmType::Skeleton))->infos.empty()) << size;
+        h.finder.overrides = {{"qm_skeleton", multiOnly}};
+        ASSERT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
+        ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::Skeleton), NO_ERROR) << size;
+        EXPECT_TRUE(static_cast<SkeletonBuffer*>(h->getResult(AlgorithmType::Skeleton))->infos.empty()) << size;
+        h.finder.overrides.clear();
         ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
         ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::Face), NO_ERROR);
         EXPECT_TRUE(static_cast<FaceBuffer*>(h->getResult(AlgorithmType::Face))->faces.empty()) << size;

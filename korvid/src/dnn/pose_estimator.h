@@ -1,37 +1,32 @@
-// MoveNet Lightning (single person, 192 x 192): 17 key points in COCO order (nose, left and
-// right eye, left and right ear, shoulders, elbows, wrists, hips, knees, ankles; left before
-// right, the person's sides) with the network's scores, decoded as the network's own
-// post-processing does: the strongest person centre (weighted towards the image centre),
-// its regressed key points, each refined to the strongest heatmap cell near it, plus the
-// cell's sub-cell offset.
+// The people of an image and their poses, from two MoveNet networks in one model bundle
+// ("single" and "multi", src/model_bundle.h). MoveNet Lightning (single person, 192 x 192)
+// runs on every image; its person-centre heatmap also shows whether a second person is
+// likely (a second local maximum of kCrowdCentre or more). Only then MoveNet MultiPose
+// (three times the cost) runs, and its people above kMinMultiScore are the result; when it
+// finds nobody, or without a second centre, the single network's person is, if its mean key
+// point score reaches kMinSingleScore. A bare network (not a bundle) is the single network;
+// a bundle of one of the two runs that one alone.
 #pragma once
 
-#include <array>
 #include <memory>
+#include <vector>
 
-#include <opencv2/core.hpp>
-
+#include "movenet_multipose.h"
 #include "network.h"
+#include "pose.h"
 
 namespace kv {
 
-constexpr int kPoseKeyPoints = 17;
-
-struct Pose {
-    std::array<cv::Point2f, kPoseKeyPoints> points;  // pixels of the image
-    std::array<float, kPoseKeyPoints> scores{};
-    float centreScore = 0;                           // the person centre's heatmap value
-    float meanScore() const;
-};
-
 class PoseEstimator {
 public:
-    static const NetworkShape& shape();
-    explicit PoseEstimator(std::shared_ptr<Network> network) : network_(std::move(network)) {}
-    Pose estimate(const cv::Mat& bgr) const;
+    // Throws NodeFailure(INVALID_MODEL) on a malformed bundle or unusable networks.
+    explicit PoseEstimator(const ModelBlob& blob);
+    // The people found, strongest first.
+    std::vector<Pose> estimate(const cv::Mat& bgr) const;
 
 private:
-    std::shared_ptr<Network> network_;
+    std::shared_ptr<Network> single_;
+    std::unique_ptr<MoveNetMultiPose> multi_;
 };
 
 }  // namespace kv

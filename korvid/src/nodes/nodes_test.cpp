@@ -351,6 +351,16 @@ TEST(Nodes, RegionsMasksAndPets) {
     for (const char* nobody : {"coffee.jpg", "rocket.jpg", "chelsea.jpg"}) {
         EXPECT_TRUE(run<SkeletonBuffer>(h, 7, nobody)->infos.empty()) << nobody;
     }
+    // The group photo: as many people as the graph asks for (two), different people.
+    auto* group = run<SkeletonBuffer>(h, 7, "solvay.jpg");
+    ASSERT_EQ(group->infos.size(), 2u);
+    const Glintcore::Rect a = group->infos[0]->rect, b = group->infos[1]->rect;
+    EXPECT_GT(std::fabs((a.x + a.width / 2) - (b.x + b.width / 2)) + std::fabs((a.y + a.height / 2) - (b.y + b.height / 2)), 0.1f);
+    for (const auto& p : group->infos) {
+        EXPECT_EQ(p->keyPoints.size(), 17u);
+        EXPECT_GT(p->rect.width * p->rect.height, 0.f);
+        EXPECT_LT(p->rect.width * p->rect.height, 0.3f);
+    }
 }
 
 TEST(Nodes, ClassificationGraphs) {

@@ -306,12 +306,12 @@ private:
     PetDetector pets_;
 };
 
-// Skeleton: MoveNet's 17 key points of the most central person; a photo whose best person
-// scores below kMinPersonScore (mean key point score) has no skeleton.
+// Skeleton: the people MoveNet finds (dnn/pose_estimator.h), strongest first, at most
+// skeleton_body_max_count of them; nobody in the image, no skeleton.
 class SkeletonNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        estimator_ = std::make_unique<PoseEstimator>(loadNetwork(models, "skeleton_model_key", PoseEstimator::shape()));
+        estimator_ = std::make_unique<PoseEstimator>(requireModel(models, "skeleton_model_key"));
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -322,27 +322,19 @@ public:
         out->buffer->isExecuted = true;
         out->buffer->sourceWidth = bgr.cols;
         out->buffer->sourceHeight = bgr.rows;
-        const Pose pose = estimator_->estimate(bgr);
-        if (pose.meanScore() < kMinPersonScore) return out;
-        auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
-        float left = float(bgr.cols), top = float(bgr.rows), right = 0, bottom = 0;
-        for (int k = 0; k < kPoseKeyPoints; ++k) {
-            const cv::Point2f p = pose.points[static_cast<size_t>(k)];
-            const float score = pose.scores[static_cast<size_t>(k)];
-            person->keyPoints.push_back(Glintcore::Vector2f{p.x / bgr.cols, p.y / bgr.rows});
-            person->keyPointsDetected.push_back(score >= kMinPointScore ? 1 : 0);
-            person->keyPointsScore.push_back(score);
-            if (score < kMinPointScore) continue;
-            left = std::min(left, std::max(p.x, 0.f));
-            top = std::min(top, std::max(p.y, 0.f));
-            right = std::max(right, std::min(p.x, float(bgr.cols)));
-            bottom = std::max(bottom, std::min(p.y, float(bgr.rows)));
+        const float w = float(bgr.cols), h = float(bgr.rows);
+        for (const Pose& pose : estimator_->estimate(bgr)) {
+            if (long(out->buffer->infos.size()) >= maxCount) break;
+            auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
+            for (size_t k = 0; k < kPoseKeyPoints; ++k) {
+                person->keyPoints.push_back(Glintcore::Vector2f{pose.points[k].x / w, pose.points[k].y / h});
+                person->keyPointsDetected.push_back(pose.scores[k] >= kMinPointScore ? 1 : 0);
+                person->keyPointsScore.push_back(pose.scores[k]);
+            }
+            const cv::Rect2f box = pose.box & cv::Rect2f(0, 0, w, h);
+            person->rect = Glintcore::Rect{box.x / w, box.y / h, box.width / w, box.height / h};
+            out->buffer->infos.push_back(person);
         }
-        // The box of the detected points (empty when none is), inside the image.
-        if (right >= left && bottom >= top) {
-            person->rect = Glintcore::Rect{left / bgr.cols, top / bgr.rows, (right - left) / bgr.cols, (bottom - top) / bgr.rows};
-        }
-        out->buffer->infos.push_back(person);
         return out;
     }
 
@@ -351,9 +343,6 @@ public:
     }
 
 private:
-    // Mean key point score of the best person: 0.32 and 0.39 on the two portraits of the
-    // samples, 0.15 on the cup, the rocket and the cat.
-    static constexpr float kMinPersonScore = 0.25f;
     static constexpr float kMinPointScore = 0.3f;
     std::unique_ptr<PoseEstimator> estimator_;
 };
