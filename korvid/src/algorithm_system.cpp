@@ -206,7 +206,10 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         ModelSet models;
         VantorErrorCode code = acquireModels(n, models);
         if (code != NO_ERROR) return code;
-        if (n.node == nullptr) continue;
+        if (n.node == nullptr) {
+            releaseModels(n);
+            continue;
+        }
         n.node->upstreamTypes = n.upstreamTypes;
         n.node->memo = &memo_;
         try {
@@ -216,6 +219,10 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         } catch (const cv::Exception& e) {
             return fail(INVALID_MODEL, "node \"" + n.name + "\": " + e.what());
         }
+        // A loaded node keeps what it needs (parsed parameters, networks in the cache), so its
+        // model blocks go back to the finder now rather than with the graph: a graph of every
+        // kind would otherwise hold some 180 MB of file copies it never reads again.
+        releaseModels(n);
     }
     return NO_ERROR;
 }
@@ -243,18 +250,23 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
     return code;
 }
 
+void OpenAlgorithmSystem::releaseModels(LoadedNode& node) {
+    for (VantorAlgorithmModel& m : node.models) {
+        if (finder_ == nullptr) continue;
+        finder_->releaseResource(m);
+        VantorAlgorithmModelEvent event;
+        event.modelName = m.name;
+        event.type = MODEL_EVENT_RELEASED;
+        finder_->reportEvent(event);
+    }
+    node.models.clear();
+}
+
 void OpenAlgorithmSystem::releaseGraph() {
     for (LoadedNode& n : nodes_) {
         n.output.reset();
         n.node.reset();
-        for (VantorAlgorithmModel& m : n.models) {
-            if (finder_ == nullptr) continue;
-            finder_->releaseResource(m);
-            VantorAlgorithmModelEvent event;
-            event.modelName = m.name;
-            event.type = MODEL_EVENT_RELEASED;
-            finder_->reportEvent(event);
-        }
+        releaseModels(n);  // those of a load that failed half way
     }
     nodes_.clear();
     loadError_ = NO_ERROR;

@@ -64,6 +64,8 @@ private:
     Vantor::VantorErrorCode fail(Vantor::VantorErrorCode code, const std::string& message);
     Vantor::VantorErrorCode buildGraph(const std::string& graphJson);
     Vantor::VantorErrorCode acquireModels(LoadedNode& node, ModelSet& models);
+    // Hands the node's model blocks back to the finder (reported as released).
+    void releaseModels(LoadedNode& node);
     void keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const Vantor::VantorAlgorithmModel& model);
     bool nodeProduces(const LoadedNode& node, int32_t type) const;
     // Indices of the nodes an execute of type must run (every node for -1).

@@ -34,9 +34,9 @@ cv::Mat grayWork(const cv::Mat& bgr, double& scale) {
 }
 
 // FNV-1a over all the bytes.
-uint64_t digest(const ModelBlob& blob) {
+uint64_t digest(const std::string& bytes) {
     uint64_t h = 0xcbf29ce484222325ULL;
-    for (size_t i = 0; i < blob.size; ++i) h = (h ^ blob.data[i]) * 0x100000001b3ULL;
+    for (const char c : bytes) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001b3ULL;
     return h;
 }
 
@@ -44,7 +44,7 @@ uint64_t digest(const ModelBlob& blob) {
 // with: a node whose cascade only shares the digest finds its own.
 struct SharedPets {
     std::vector<PetDetection> pets;
-    ModelBlob cascade;
+    std::shared_ptr<const std::string> cascade;
 };
 
 cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
@@ -59,9 +59,10 @@ void PetDetector::load(const ModelBlob& blob) {
     if (!parts.empty() && (!parts.count("cascade") || !parts.count("network"))) {
         throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
     }
-    cascade_ = parts.empty() ? blob : parts.at("cascade");
-    loadCascade(cascade_, cats_);
-    cascadeDigest_ = digest(cascade_);
+    const ModelBlob& cascade = parts.empty() ? blob : parts.at("cascade");
+    loadCascade(cascade, cats_);
+    cascade_ = std::make_shared<const std::string>(reinterpret_cast<const char*>(cascade.data), cascade.size);
+    cascadeDigest_ = digest(*cascade_);
     if (!parts.empty()) {
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
     }
@@ -70,11 +71,10 @@ void PetDetector::load(const ModelBlob& blob) {
 std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo) const {
     std::vector<PetDetection> pets;
     if (memo != nullptr) {
-        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + std::to_string(cascade_.size) + ":" +
+        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + std::to_string(cascade_->size()) + ":" +
                                 std::to_string(cascadeDigest_) + "@" + imageIdentity(bgr);
         const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo), cascade_}; });
-        const bool sameCascade = shared.cascade.size == cascade_.size &&
-                                 (shared.cascade.data == cascade_.data || std::equal(cascade_.data, cascade_.data + cascade_.size, shared.cascade.data));
+        const bool sameCascade = shared.cascade == cascade_ || *shared.cascade == *cascade_;
         pets = sameCascade ? shared.pets : find(bgr, memo);
     } else {
         pets = find(bgr, nullptr);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <optional>
 #include <vector>
 
@@ -38,9 +39,9 @@ private:
 
     mutable cv::CascadeClassifier cats_;
     std::unique_ptr<ObjectDetector> objects_;
-    // The cascade's bytes (the finder's, alive with the graph) and a digest of them, which
-    // name the cascade in the memo's key.
-    ModelBlob cascade_;
+    // A copy of the cascade's bytes (the finder's block goes back once the graph is loaded)
+    // and a digest of them, which name the cascade in the memo's key.
+    std::shared_ptr<const std::string> cascade_;
     uint64_t cascadeDigest_ = 0;
 };
 
