@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,7 @@ namespace {
 
 const cv::Scalar kFaceColour(60, 220, 60);      // BGR
 const cv::Scalar kPetColour(220, 160, 40);
-const cv::Scalar kSkeletonColour(255, 255, 0);
+const cv::Scalar kSkeletonColours[] = {{255, 255, 0}, {0, 140, 255}, {255, 80, 80}, {120, 255, 120}};  // one per person
 const cv::Scalar kSaliencyColour(0, 200, 255);
 const cv::Scalar kMattingColour(255, 0, 200);
 const cv::Scalar kIrisColour(0, 255, 255);
@@ -36,20 +37,59 @@ void drawText(cv::Mat& canvas, const std::string& text, cv::Point origin) {
     cv::putText(canvas, text, origin, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), thickness, cv::LINE_AA);
 }
 
-// A caption beside a box: above its top edge, or below the box when there is no room above,
-// moved left so it stays inside the picture.
-void drawCaption(cv::Mat& canvas, const CRect* rect, const std::string& text) {
-    if (rect == nullptr || text.empty()) return;
-    int baseline = 0;
-    const double scale = textScale(canvas);
-    const cv::Size size = cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, scale, std::max(1, cvRound(scale * 1.5)) + 2, &baseline);
-    const cv::Point topLeft = toPixel(canvas, rect->x, rect->y_vantor);
-    const cv::Point bottomRight = toPixel(canvas, rect->x + rect->width, rect->y_vantor + rect->height);
-    int y = topLeft.y - 6;
-    if (y - size.height < 0) y = bottomRight.y + size.height + 6;
-    const int x = std::max(2, std::min(topLeft.x, canvas.cols - size.width - 2));
-    drawText(canvas, text, {x, std::min(y, canvas.rows - baseline - 2)});
-}
+// Captions beside boxes, one line per part, placed where they cover no caption placed
+// before: above the box, below it, then further up or down. A caption moved away from its
+// box is tied to it by a thin line.
+class CaptionPlacer {
+public:
+    explicit CaptionPlacer(cv::Mat& canvas) : canvas_(canvas) {}
+
+    void draw(const CRect* rect, const std::vector<std::string>& lines, const cv::Scalar& colour) {
+        if (rect == nullptr || lines.empty()) return;
+        const double scale = textScale(canvas_);
+        int width = 0, lineHeight = 0, baseline = 0;
+        for (const std::string& line : lines) {
+            const cv::Size size = cv::getTextSize(line, cv::FONT_HERSHEY_SIMPLEX, scale, std::max(1, cvRound(scale * 1.5)) + 2, &baseline);
+            width = std::max(width, size.width);
+            lineHeight = std::max(lineHeight, size.height + baseline + 2);
+        }
+        const cv::Size block(width, lineHeight * static_cast<int>(lines.size()));
+        const cv::Point topLeft = toPixel(canvas_, rect->x, rect->y_vantor);
+        const cv::Point bottomRight = toPixel(canvas_, rect->x + rect->width, rect->y_vantor + rect->height);
+        const int x = std::max(2, std::min(topLeft.x, canvas_.cols - width - 2));
+        cv::Rect place;
+        bool moved = false;
+        for (int step = 0; step < 12 && !fits(place); ++step) {
+            const int shift = (step / 2) * lineHeight;
+            const int y = step % 2 == 0 ? topLeft.y - 4 - block.height - shift : bottomRight.y + 4 + shift;
+            place = cv::Rect(x, std::max(0, std::min(y, canvas_.rows - block.height)), block.width, block.height);
+            moved = step > 1;
+        }
+        taken_.push_back(place);
+        if (moved) {
+            const cv::Point anchor(x + 2, place.y < topLeft.y ? place.y + place.height : place.y);
+            cv::line(canvas_, anchor, {topLeft.x, place.y < topLeft.y ? topLeft.y : bottomRight.y}, colour, 1, cv::LINE_AA);
+        }
+        for (size_t i = 0; i < lines.size(); ++i) {
+            drawText(canvas_, lines[i], {place.x, place.y + lineHeight * static_cast<int>(i + 1) - baseline - 2});
+        }
+    }
+
+    // Keeps captions out of an area drawn on later.
+    void reserve(const cv::Rect& area) { taken_.push_back(area); }
+
+private:
+    bool fits(const cv::Rect& place) const {
+        if (place.area() == 0) return false;
+        for (const cv::Rect& other : taken_) {
+            if ((place & other).area() > 0) return false;
+        }
+        return true;
+    }
+
+    cv::Mat& canvas_;
+    std::vector<cv::Rect> taken_;
+};
 
 void drawRect(cv::Mat& canvas, const CRect* rect, const cv::Scalar& colour) {
     if (rect == nullptr) return;
@@ -174,9 +214,24 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
     cv::Mat canvas;
     cv::cvtColor(rgba, canvas, cv::COLOR_RGBA2BGR);
     DecodedBlobs decoded(blobs);
+    CaptionPlacer placer(canvas);
+    // The labels go top left, over everything; captions keep out of their corner.
+    const std::vector<std::string> labels = labelLines(decoded);
+    const int lineHeight = cvRound(36 * textScale(canvas));
+    int labelsWidth = 0;
+    for (const std::string& text : labels) {
+        int baseline = 0;
+        labelsWidth = std::max(labelsWidth, cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, textScale(canvas), 3, &baseline).width);
+    }
+    if (!labels.empty()) placer.reserve({0, 0, labelsWidth + 12, lineHeight * static_cast<int>(labels.size()) + lineHeight / 3});
 
     if (const auto* matting = decoded.matting()) {
         overlayMask(canvas, matting->maskdata, matting->n_maskdata, matting->width, matting->height, kMattingColour);
+    }
+    if (const auto* pets = decoded.petMatting(); pets && pets->m_petmattinginfo) {
+        const CPetMattingInfo& info = *pets->m_petmattinginfo;
+        if (info.maskcount > 0) overlayMask(canvas, info.mask0, info.n_mask0, info.maskwidth, info.maskheight, kPetColour);
+        if (info.maskcount > 1) overlayMask(canvas, info.mask1, info.n_mask1, info.maskwidth, info.maskheight, kPetColour);
     }
     if (const auto* saliency = decoded.saliency()) {
         overlayMask(canvas, saliency->alpha, saliency->n_alpha, static_cast<int>(saliency->img_w),
@@ -190,7 +245,9 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
     }
     // The skeleton first: the face details drawn over its head points stay visible.
     if (const auto* skeleton = decoded.skeleton()) {
-        for (size_t i = 0; i < skeleton->n_m_skeletoninfos; ++i) drawSkeleton(canvas, *skeleton->m_skeletoninfos[i], kSkeletonColour);
+        for (size_t i = 0; i < skeleton->n_m_skeletoninfos; ++i) {
+            drawSkeleton(canvas, *skeleton->m_skeletoninfos[i], kSkeletonColours[i % std::size(kSkeletonColours)]);
+        }
     }
     if (const auto* faces = decoded.faces()) {
         for (size_t i = 0; i < faces->n_m_facebaseinfos; ++i) {
@@ -203,18 +260,18 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
             drawIrises(canvas, *faces->m_faceextrainfos[i]);
         }
         const auto captions = decoded.faceCaptions();
-        for (size_t i = 0; i < captions.size(); ++i) drawCaption(canvas, faces->m_facebaseinfos[i]->rect, captions[i]);
+        for (size_t i = 0; i < captions.size(); ++i) placer.draw(faces->m_facebaseinfos[i]->rect, captions[i], kFaceColour);
     }
     if (const auto* pets = decoded.pets()) {
         for (size_t i = 0; i < pets->n_m_facepetinfos; ++i) {
             drawRect(canvas, pets->m_facepetinfos[i]->rect, kPetColour);
             drawPoints(canvas, pets->m_facepetinfos[i]->points_array, pets->m_facepetinfos[i]->n_points_array, kPetColour);
-            drawCaption(canvas, pets->m_facepetinfos[i]->rect, petCaption(*pets->m_facepetinfos[i]));
+            const std::string caption = petCaption(*pets->m_facepetinfos[i]);
+            if (!caption.empty()) placer.draw(pets->m_facepetinfos[i]->rect, {caption}, kPetColour);
         }
     }
-    const int lineHeight = cvRound(36 * textScale(canvas));
     int line = 0;
-    for (const std::string& text : labelLines(decoded)) drawText(canvas, text, {8, lineHeight * ++line});
+    for (const std::string& text : labels) drawText(canvas, text, {8, lineHeight * ++line});
 
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);

@@ -29,28 +29,29 @@ namespace {
 // The expression types in the emotion network's class order.
 const char* const kExpressions[] = {"angry", "disgust", "fear", "happy", "sad", "surprise", "neutral"};
 
-std::string caption(const CFaceAttribute& a) {
-    std::string text;
+// The parts of one face's caption: gender and age, then expression; each only when measured.
+std::vector<std::string> caption(const CFaceAttribute& a) {
+    std::vector<std::string> parts;
     char part[64];
     // Age and gender are 0 together when no age/gender network ran.
     if (a.age > 0 || a.boy_prob > 0) {
         const bool male = a.gender == 1;
         std::snprintf(part, sizeof part, "%s %.2f, %.0f y", male ? "male" : "female", male ? a.boy_prob : 1 - a.boy_prob, a.age);
-        text = part;
+        parts.push_back(part);
     }
     const int type = a.exp_type;
     if (a.n_exp_probs > 0 && type >= 0 && static_cast<size_t>(type) < a.n_exp_probs &&
         static_cast<size_t>(type) < std::size(kExpressions)) {
-        std::snprintf(part, sizeof part, "%s%s %.2f", text.empty() ? "" : ", ", kExpressions[type], a.exp_probs[type]);
-        text += part;
+        std::snprintf(part, sizeof part, "%s %.2f", kExpressions[type], a.exp_probs[type]);
+        parts.push_back(part);
     }
-    return text;
+    return parts;
 }
 
 }  // namespace
 
-std::vector<std::string> DecodedBlobs::faceCaptions() const {
-    std::vector<std::string> captions;
+std::vector<std::vector<std::string>> DecodedBlobs::faceCaptions() const {
+    std::vector<std::vector<std::string>> captions;
     const auto* attributes = faceAttributes();
     const auto* found = faces();
     if (attributes == nullptr || found == nullptr || attributes->n_m_faceattributeinfos != found->n_m_facebaseinfos) {

@@ -24,13 +24,14 @@ public:
     const CSkeletonBuffer* skeleton() const { return get<CSkeletonBuffer>("skeleton"); }
     const CSaliencySegInfo* saliency() const { return get<CSaliencySegInfo>("saliency"); }
     const CMattingResult* matting() const { return get<CMattingResult>("matting"); }
+    const CPetMattingBuffer* petMatting() const { return get<CPetMattingBuffer>("pet-matting"); }
     const CFaceAttributeBuffer* faceAttributes() const { return get<CFaceAttributeBuffer>("face-attribute"); }
 
-    // Per face of faces(), in its order, what the attribute networks measured, e.g.
-    // "female 0.93, 31 y, happy 0.87" (the
-    // gender with its probability, the age, the expression with its probability); "" for a face with nothing measured. Empty when the
-    // attributes were not asked or do not match the faces one to one.
-    std::vector<std::string> faceCaptions() const;
+    // Per face of faces(), in its order, what the attribute networks measured: gender with
+    // its probability and age ("female 0.93, 31 y"), then the expression with its probability
+    // ("happy 0.87"), each only when measured. Empty when the attributes were not asked or
+    // do not match the faces one to one.
+    std::vector<std::vector<std::string>> faceCaptions() const;
 
     // The scene analyses' "people" cue (scene recognition, else the third generation),
     // when one of them ran.

@@ -14,8 +14,10 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
     if (const auto* faces = decoded.faces()) row.faces = static_cast<int>(faces->n_m_facebaseinfos);
     if (const auto* pets = decoded.pets()) row.pets = static_cast<int>(pets->n_m_facepetinfos);
     if (const auto* skeleton = decoded.skeleton()) row.skeletons = static_cast<int>(skeleton->n_m_skeletoninfos);
-    for (const std::string& caption : decoded.faceCaptions()) {
-        if (!caption.empty()) row.faceCaptions += (row.faceCaptions.empty() ? "" : "; ") + caption;
+    for (const auto& parts : decoded.faceCaptions()) {
+        if (parts.empty()) continue;
+        row.faceCaptions += row.faceCaptions.empty() ? "" : "; ";
+        for (size_t i = 0; i < parts.size(); ++i) row.faceCaptions += (i ? ", " : "") + parts[i];
     }
     row.people = decoded.peopleCue();
     for (const auto& [label, score] : decoded.topLabels(3)) {
