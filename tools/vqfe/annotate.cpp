@@ -29,12 +29,18 @@ cv::Point toPixel(const cv::Mat& canvas, float x, float y) {
 // Text size for the picture: readable on a 300-pixel photo, growing with larger ones.
 double textScale(const cv::Mat& canvas) { return std::max(0.5, std::min(canvas.cols, canvas.rows) / 900.0); }
 
+int textThickness(const cv::Mat& canvas) { return std::max(1, cvRound(textScale(canvas) * 1.5)); }
+
 // White text with a dark outline, legible on any background.
 void drawText(cv::Mat& canvas, const std::string& text, cv::Point origin) {
     const double scale = textScale(canvas);
-    const int thickness = std::max(1, cvRound(scale * 1.5));
-    cv::putText(canvas, text, origin, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), thickness + 2, cv::LINE_AA);
-    cv::putText(canvas, text, origin, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), thickness, cv::LINE_AA);
+    cv::putText(canvas, text, origin, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), textThickness(canvas) + 2, cv::LINE_AA);
+    cv::putText(canvas, text, origin, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), textThickness(canvas), cv::LINE_AA);
+}
+
+// The size drawText covers above its origin; *baseline is what it covers below.
+cv::Size textSize(const cv::Mat& canvas, const std::string& text, int* baseline) {
+    return cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, textScale(canvas), textThickness(canvas) + 2, baseline);
 }
 
 // Captions beside boxes, one line per part, placed where they cover no caption placed
@@ -46,10 +52,9 @@ public:
 
     void draw(const CRect* rect, const std::vector<std::string>& lines, const cv::Scalar& colour) {
         if (rect == nullptr || lines.empty()) return;
-        const double scale = textScale(canvas_);
         int width = 0, lineHeight = 0, baseline = 0;
         for (const std::string& line : lines) {
-            const cv::Size size = cv::getTextSize(line, cv::FONT_HERSHEY_SIMPLEX, scale, std::max(1, cvRound(scale * 1.5)) + 2, &baseline);
+            const cv::Size size = textSize(canvas_, line, &baseline);
             width = std::max(width, size.width);
             lineHeight = std::max(lineHeight, size.height + baseline + 2);
         }
@@ -221,7 +226,7 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
     int labelsWidth = 0;
     for (const std::string& text : labels) {
         int baseline = 0;
-        labelsWidth = std::max(labelsWidth, cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, textScale(canvas), 3, &baseline).width);
+        labelsWidth = std::max(labelsWidth, textSize(canvas, text, &baseline).width);
     }
     if (!labels.empty()) placer.reserve({0, 0, labelsWidth + 12, lineHeight * static_cast<int>(labels.size()) + lineHeight / 3});
 
