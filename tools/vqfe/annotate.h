@@ -1,6 +1,9 @@
-// `--draw`: a PNG per image with what was found drawn on it: face and pet rectangles and
-// points, skeleton points, the saliency box, the matting and saliency masks as tinted
-// overlays, and the top labels as text.
+// `--draw`: a PNG per image with what was found drawn on it: face rectangles, landmarks,
+// outlines, irises and pupils, with age, gender and expression beside each face; pet
+// rectangles and points with their type; every person's skeleton, a colour each; the
+// saliency box; the matting, pet matting and saliency masks as tinted, outlined overlays;
+// the top labels, the people cue and the classification's classes as text. Only what an
+// analysis measured is drawn.
 #pragma once
 
 #include <string>

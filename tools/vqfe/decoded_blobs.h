@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,10 +24,30 @@ public:
     const CSkeletonBuffer* skeleton() const { return get<CSkeletonBuffer>("skeleton"); }
     const CSaliencySegInfo* saliency() const { return get<CSaliencySegInfo>("saliency"); }
     const CMattingResult* matting() const { return get<CMattingResult>("matting"); }
+    const CPetMattingBuffer* petMatting() const { return get<CPetMattingBuffer>("pet-matting"); }
+    const CFaceAttributeBuffer* faceAttributes() const { return get<CFaceAttributeBuffer>("face-attribute"); }
+
+    // Per face of faces(), in its order, what the attribute networks measured: gender with
+    // its probability and age ("female 0.93, 31 y"), then the expression with its probability
+    // ("happy 0.87"), each only when measured. Empty when the attributes were not asked or
+    // do not match the faces one to one.
+    std::vector<std::vector<std::string>> faceCaptions() const;
+
+    // The scene analyses' "people" cue (scene recognition, else the third generation),
+    // when one of them ran.
+    std::optional<float> peopleCue() const;
 
     // Up to n labels with their scores, best first, from scene recognition, then the
     // third scene generation, then the 208-class classification.
     std::vector<std::pair<std::string, float>> topLabels(size_t n) const;
+
+    // Up to n classes of the 208-class classification with a confidence of at least
+    // minimum, best first.
+    std::vector<std::pair<std::string, float>> topClasses(size_t n, float minimum) const;
+
+    // The classes worth showing beside topLabels(3): up to three of 0.05 or more that are
+    // not already among those labels.
+    std::vector<std::pair<std::string, float>> extraClasses() const;
 
 private:
     template <typename T>

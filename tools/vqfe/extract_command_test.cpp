@@ -120,6 +120,7 @@ TEST_F(ExtractCommandTest, EveryKindOverTheSamplesThenTheStoreAnswersWithoutTheF
     options_.drawDir = dir_ + "/pictures";
     options_.inputs = {"samples"};
     options_.jobs = 2;
+    options_.summary = true;
     std::string first, err;
     ASSERT_EQ(run(&first, &err), 0) << err;
     const auto lines = linesOf(first);
@@ -133,6 +134,16 @@ TEST_F(ExtractCommandTest, EveryKindOverTheSamplesThenTheStoreAnswersWithoutTheF
     }
     EXPECT_NE(lineFor(lines, "chelsea.jpg", "pet-face").find("\"m_facePetInfos\":[{"), std::string::npos);
     EXPECT_NE(lineFor(lines, "coffee.jpg", "face").find("\"m_faceBaseInfos\":[]"), std::string::npos);
+    // The summary says what was measured, and nothing of a face, skeleton or person on the cup.
+    std::string astronaut, coffee;
+    for (const auto& line : linesOf(err)) {
+        if (line.rfind("astronaut.jpg ", 0) == 0) astronaut = line;
+        if (line.rfind("coffee.jpg ", 0) == 0) coffee = line;
+    }
+    EXPECT_NE(astronaut.find("faces: 1 (female "), std::string::npos) << err;
+    EXPECT_NE(astronaut.find(" y, happy "), std::string::npos) << err;
+    EXPECT_NE(astronaut.find("skeletons: 1  people: 1.00"), std::string::npos) << err;
+    EXPECT_NE(coffee.find("faces: 0  pet faces: 0  skeletons: 0  people: 0.00"), std::string::npos) << err;
     for (const char* picture : {"astronaut", "chelsea", "coffee", "grace_hopper", "rocket"}) {
         EXPECT_EQ(access((options_.drawDir + "/" + picture + ".png").c_str(), R_OK), 0) << picture;
     }

@@ -13,10 +13,22 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
     row.path = path;
     if (const auto* faces = decoded.faces()) row.faces = static_cast<int>(faces->n_m_facebaseinfos);
     if (const auto* pets = decoded.pets()) row.pets = static_cast<int>(pets->n_m_facepetinfos);
+    if (const auto* skeleton = decoded.skeleton()) row.skeletons = static_cast<int>(skeleton->n_m_skeletoninfos);
+    for (const auto& parts : decoded.faceCaptions()) {
+        if (parts.empty()) continue;
+        row.faceCaptions += row.faceCaptions.empty() ? "" : "; ";
+        for (size_t i = 0; i < parts.size(); ++i) row.faceCaptions += (i ? ", " : "") + parts[i];
+    }
+    row.people = decoded.peopleCue();
     for (const auto& [label, score] : decoded.topLabels(3)) {
         char text[160];
         std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", label.c_str(), score);
         row.labels += text;
+    }
+    for (const auto& [label, score] : decoded.extraClasses()) {
+        char text[160];
+        std::snprintf(text, sizeof text, "%s%s %.2f", row.classes.empty() ? "" : ", ", label.c_str(), score);
+        row.classes += text;
     }
     row.fromStore = fromStore;
     row.milliseconds = milliseconds;
@@ -44,7 +56,15 @@ void Summary::print(std::ostream& out, double seconds) const {
                       row.milliseconds, row.fromStore ? "store" : "ran");
         out << line;
         if (row.faces >= 0) out << "  faces: " << row.faces;
+        if (!row.faceCaptions.empty()) out << " (" << row.faceCaptions << ")";
         if (row.pets >= 0) out << "  pet faces: " << row.pets;
+        if (row.skeletons >= 0) out << "  skeletons: " << row.skeletons;
+        if (row.people) {
+            char cue[32];
+            std::snprintf(cue, sizeof cue, "  people: %.2f", *row.people);
+            out << cue;
+        }
+        if (!row.classes.empty()) out << "  classes: " << row.classes;
         if (!row.labels.empty()) out << "  labels: " << row.labels;
         if (!row.error.empty()) out << "  error: " << row.error;
         out << "\n";

@@ -1,8 +1,10 @@
-// The human summary of an extract run: per photo the faces and pet faces found, the top
-// labels, the time and whether the store answered; then the totals. Thread-safe.
+// The human summary of an extract run: per photo the faces found (with age, gender and
+// expression when measured), the pet faces, the skeletons, the people cue, the top classes
+// and labels, the time and whether the store answered; then the totals. Thread-safe.
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -23,6 +25,10 @@ private:
         std::string path;
         int faces = -1;  // -1: not asked
         int pets = -1;
+        int skeletons = -1;
+        std::string faceCaptions;  // "; "-separated, one per face with a measurement
+        std::optional<float> people;
+        std::string classes;  // the classification's, when the labels are the scenes'
         std::string labels;
         bool fromStore = false;
         double milliseconds = 0;
