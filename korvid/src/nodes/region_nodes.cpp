@@ -73,9 +73,11 @@ SalientRegion salientRegion(const cv::Mat& small) {
 // GrabCut from a seed mask (GC_* values); the result is 255 on (probable) foreground.
 // GrabCut draws its initial clusters from OpenCV's thread RNG, so the RNG is reseeded
 // to make equal images give equal masks. One iteration per call (the colour models carry
-// over, so this is the same as one call of all iterations), stopping once an iteration
-// changes fewer than 0.1% of the pixels (a converged mask; 30 ms of a pet's 100 ms).
-cv::Mat grabCut(const cv::Mat& small, cv::Mat seed, int iterations) {
+// over, so this is the same as one call of all iterations); untilConverged stops once an
+// iteration changes fewer than 0.1% of the pixels (a pet's mask: 30 ms of its 100 ms, the
+// same mask on the pet photos; the salient region's masks can still move after such an
+// iteration, so they run every iteration).
+cv::Mat grabCut(const cv::Mat& small, cv::Mat seed, int iterations, bool untilConverged = false) {
     if (cv::countNonZero((seed == cv::GC_BGD) | (seed == cv::GC_PR_BGD)) == 0 ||
         cv::countNonZero((seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD)) == 0) {
         return cv::Mat::zeros(small.size(), CV_8U);
@@ -85,7 +87,7 @@ cv::Mat grabCut(const cv::Mat& small, cv::Mat seed, int iterations) {
     for (int i = 0; i < iterations; ++i) {
         cv::grabCut(small, seed, cv::Rect(), bg, fg, 1, i == 0 ? cv::GC_INIT_WITH_MASK : cv::GC_EVAL);
         cv::Mat next = (seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD);
-        const bool converged = i > 0 && size_t(cv::countNonZero(next != mask)) * 1000 < next.total();
+        const bool converged = untilConverged && i > 0 && size_t(cv::countNonZero(next != mask)) * 1000 < next.total();
         mask = next;
         if (converged) break;
     }
@@ -298,7 +300,7 @@ public:
                 seed(body & inner).setTo(cv::GC_PR_BGD);
                 seed(face & inner).setTo(cv::GC_PR_FGD);
             }
-            cv::Mat mask = grabCut(work, seed, 3);
+            cv::Mat mask = grabCut(work, seed, 3, true);
             (k == 0 ? info->mask0 : info->mask1) = Glintcore::PrimitiveVector<uint8_t>(mask.datastart, mask.dataend);
             ++info->maskCount;
         }
