@@ -107,8 +107,8 @@ std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkS
         // Without a figure from OpenCV the weights count as much as the bytes again.
         const size_t weights = entry.network->weightBytes();
         entry.cost = entry.bytes.size() + (weights != 0 ? weights : entry.bytes.size());
-        cost_ += entry.cost;
         it = entries_.emplace(std::move(key), std::move(entry));
+        cost_ += it->second.cost;
     }
     it->second.generation = generation_;
     return it->second.network;
