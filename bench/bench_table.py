@@ -74,6 +74,10 @@ ROWS = [
     for kind, what in [(4, "face networks held"), (7, "9.3 MB skeleton network held"),
                        (9, "face and emotion networks held"), (130, "face and emotion networks held"),
                        (71, "cat cascade parsed again")]
+] + [
+    (f"Switch between the kind-{a} and kind-{b} graphs (both loads) vs a first load of {b}",
+     f"graph_load/switch/{a}-{b}", f"graph_load/{b}/first", "time", goal)
+    for a, b, goal in [(4, 121, ("abs<=", 10e6)), (12, 9, ("abs<=", 10e6)), (7, 8, None)]
 ]
 
 

@@ -5,10 +5,16 @@
 //   graph/     the built-in templates and the two named graphs;
 //   config/    the empty configuration and one with every kind of fault;
 //   model_name/ every default model name, and versioned, suffixed and directory forms;
-//   string_utils/ the default model list and short texts.
+//   string_utils/ the default model list and short texts;
+//   network/   per model of fuzz_network, behind its slot byte: the built model with each
+//              network in it replaced by a tiny one (fuzz/tiny_networks/) or cut to 4 KiB,
+//              a cascade by the one-stage tiny_cascade.xml.
 // Run it from a default build: cmake --build --preset default --target fuzz_seed_maker
-// && build/bin/fuzz_seed_maker. Files are named by content, so reruns replace them.
+// && build/bin/fuzz_seed_maker [corpus]. Files are named by content, so reruns replace
+// them; a corpus name writes that corpus alone.
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -16,6 +22,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "decoder_table.h"
+#include "network_slots.h"
 #include "extractor/extractor_impl.h"
 #include "jni/string_utils.h"
 #include "testing/framework_harness.h"
@@ -115,14 +122,72 @@ void writeConfigs(const fs::path& dir) {
     writeFile(dir / "faults.json", R"({"faults": {"25": {"execute": 4}, "33": {"result": null}, "58": {"throw": "boom"}}, "device": [1, 2.5e3, true, false, "x\u00e9\n"]})");
 }
 
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// The parts of a "korvid-bundle" model as (name, content); none for any other model.
+std::vector<std::pair<std::string, std::string>> bundleParts(const std::string& model) {
+    std::vector<std::pair<std::string, std::string>> parts;
+    const std::string magic = "korvid-bundle\n";
+    if (model.compare(0, magic.size(), magic) != 0) return parts;
+    for (size_t at = magic.size(); at < model.size();) {
+        const size_t eol = model.find('\n', at), space = model.find(' ', at);
+        const size_t size = std::stoul(model.substr(space + 1, eol - space - 1));
+        parts.emplace_back(model.substr(at, space - at), model.substr(eol + 1, size));
+        at = eol + 1 + size;
+    }
+    return parts;
+}
+
+void writeNetworkSeeds(const fs::path& dir) {
+    const std::string tinyCascade = readFile(VQFE_FUZZ_TINY_CASCADE);
+    std::vector<std::pair<std::string, std::string>> tinyNetworks;
+    for (const auto& entry : fs::directory_iterator(VQFE_FUZZ_TINY_NETWORKS)) {
+        tinyNetworks.emplace_back(entry.path().stem().string(), readFile(entry.path()));
+    }
+    for (size_t slot = 0; slot < vqfe_fuzz::kSlotCount; ++slot) {
+        const std::string name = vqfe_fuzz::kSlots[slot].model;
+        const std::string model = readFile(fs::path(VQFE_FUZZ_NETWORKS) / (name + ".model"));
+        const std::string prefix(1, static_cast<char>(slot));
+        const auto parts = bundleParts(model);
+        // A network of the model (or the model itself) in one of its replacements.
+        auto variant = [&](const std::string& network) {
+            if (parts.empty()) return prefix + network;
+            std::string bundle = prefix + "korvid-bundle\n";
+            for (const auto& [part, content] : parts) {
+                const bool isNetwork = !content.empty() && content[0] == '\x08';
+                const bool isCascade = content.find("<cascade") != std::string::npos;
+                const std::string& kept = isNetwork ? network : isCascade ? tinyCascade : content;
+                bundle += part + " " + std::to_string(kept.size()) + "\n" + kept;
+            }
+            return bundle;
+        };
+        for (const auto& [tiny, network] : tinyNetworks) writeFile(dir / (name + "-" + tiny + ".bin"), variant(network));
+        std::string first = model;
+        for (const auto& part : parts) {
+            if (!part.second.empty() && part.second[0] == '\x08') {
+                first = part.second;
+                break;
+            }
+        }
+        writeFile(dir / (name + "-head.bin"), variant(first.substr(0, 4096)));
+    }
+    writeFile(dir / "qm_petface-tiny_cascade.bin", std::string(1, '\x01') + tinyCascade);
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     const fs::path corpus = VQFE_FUZZ_CORPUS;
-    writeBlobs(corpus / "decoders");
-    writeGraphs(corpus / "graph");
-    writeConfigs(corpus / "config");
-    writeModelNames(corpus / "model_name");
-    writeTexts(corpus / "string_utils");
+    const std::string only = argc > 1 ? argv[1] : "";
+    auto wanted = [&only](const char* name) { return only.empty() || only == name; };
+    if (wanted("decoders")) writeBlobs(corpus / "decoders");
+    if (wanted("graph")) writeGraphs(corpus / "graph");
+    if (wanted("config")) writeConfigs(corpus / "config");
+    if (wanted("model_name")) writeModelNames(corpus / "model_name");
+    if (wanted("string_utils")) writeTexts(corpus / "string_utils");
+    if (wanted("network")) writeNetworkSeeds(corpus / "network");
     return 0;
 }

@@ -236,7 +236,7 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
         try {
             networks_.startLoad();
             code = buildGraph(graphJson);
-            if (code == NO_ERROR) networks_.dropUnused();
+            networks_.trim();
         } catch (const std::bad_alloc&) {
             code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
         }

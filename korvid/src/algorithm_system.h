@@ -80,7 +80,8 @@ private:
     Vantor::VantorErrorCode loadError_ = Vantor::NO_ERROR;
     std::string lastError_;
     uint64_t executeCount_ = 0;
-    // Networks of the loaded graph, kept by content so that reloading it reads none again.
+    // Networks by content, kept across graph loads within a memory budget, so that loading a
+    // graph again (or another graph of the same networks) reads none again.
     NetworkCache networks_;
     // What nodes of the current execute share (emptied with the results).
     ExecuteMemo memo_;

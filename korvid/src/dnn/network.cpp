@@ -33,6 +33,16 @@ std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     return outs;
 }
 
+size_t Network::weightBytes() const {
+    size_t weights = 0, blobs = 0;
+    try {
+        net_.getMemoryConsumption(shape_.inputShape, weights, blobs);
+    } catch (const cv::Exception&) {
+        return 0;
+    }
+    return weights;
+}
+
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape) {
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
@@ -93,16 +103,28 @@ std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkS
         return e.second.bytes.size() == blob.size && std::memcmp(e.second.bytes.data(), blob.data, blob.size) == 0;
     });
     if (it == last) {
-        Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, shape), 0};
+        Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, shape), 0, 0};
+        // Without a figure from OpenCV the weights count as much as the bytes again.
+        const size_t weights = entry.network->weightBytes();
+        entry.cost = entry.bytes.size() + (weights != 0 ? weights : entry.bytes.size());
         it = entries_.emplace(std::move(key), std::move(entry));
+        cost_ += it->second.cost;
     }
     it->second.generation = generation_;
     return it->second.network;
 }
 
-void NetworkCache::dropUnused() {
-    for (auto it = entries_.begin(); it != entries_.end();) {
-        it = it->second.generation == generation_ ? std::next(it) : entries_.erase(it);
+void NetworkCache::trim() {
+    while (cost_ > budget_) {
+        auto oldest = entries_.end();
+        for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+            if (it->second.generation != generation_ && (oldest == entries_.end() || it->second.generation < oldest->second.generation)) {
+                oldest = it;
+            }
+        }
+        if (oldest == entries_.end()) return;  // the latest load's networks stay, whatever they cost
+        cost_ -= oldest->second.cost;
+        entries_.erase(oldest);
     }
 }
 

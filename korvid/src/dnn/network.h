@@ -30,6 +30,10 @@ public:
     Network(cv::dnn::Net net, NetworkShape shape) : net_(std::move(net)), shape_(std::move(shape)) {}
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
+    // Bytes of the weights OpenCV holds (0 when it cannot tell). Its figure for the layer
+    // buffers counts every buffer apart (tens of MB for the face detector) while they are
+    // shared in fact, so it is left out.
+    size_t weightBytes() const;
 
 private:
     cv::dnn::Net net_;
@@ -45,23 +49,34 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
 // A lookup hashes the size and both ends of the bytes, then compares the whole content with
 // a copy kept of each network's bytes: a different network never passes for a cached one,
 // and a reload costs a comparison of the bytes (memory speed) instead of a cryptographic
-// digest of them. Entries not used by the latest graph load are dropped when it completes.
+// digest of them. Networks stay after a graph that did not use them is loaded, so that an
+// app alternating kinds reads none again; trim() drops the least recently used ones beyond
+// the budget (each counted as its kept bytes plus the weights OpenCV holds).
 class NetworkCache {
 public:
+    // Holds every default network at once (ten networks, 146 MB counted so) with room to spare.
+    static constexpr size_t kDefaultBudget = size_t{256} << 20;
+
+    explicit NetworkCache(size_t budget = kDefaultBudget) : budget_(budget) {}
     std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkShape& shape);
     void startLoad() { ++generation_; }
-    void dropUnused();
+    // Drops networks the latest load did not use, least recently used first, while the
+    // kept ones exceed the budget.
+    void trim();
     size_t size() const { return entries_.size(); }
 
 private:
     struct Entry {
         std::vector<uint8_t> bytes;
         std::shared_ptr<Network> network;
+        size_t cost = 0;
         uint64_t generation = 0;
     };
     // (fingerprint, shape) -> the entries of equal fingerprint
     std::multimap<std::pair<uint64_t, std::string>, Entry> entries_;
     uint64_t generation_ = 0;
+    size_t budget_;
+    size_t cost_ = 0;
 };
 
 // The network of model key for a node: through the blob's cache when it has one.

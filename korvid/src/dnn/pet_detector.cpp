@@ -68,23 +68,25 @@ void PetDetector::load(const ModelBlob& blob) {
     }
 }
 
-std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo) const {
+std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo, bool faces) const {
     std::vector<PetDetection> pets;
-    if (memo != nullptr) {
+    if (!faces && objects_) {
+        pets = find(bgr, memo, false);  // the detector's pass is shared through the memo
+    } else if (memo != nullptr) {
         const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + std::to_string(cascade_->size()) + ":" +
                                 std::to_string(cascadeDigest_) + "@" + imageIdentity(bgr);
-        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo), cascade_}; });
+        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo, true), cascade_}; });
         const bool sameCascade = shared.cascade == cascade_ || *shared.cascade == *cascade_;
-        pets = sameCascade ? shared.pets : find(bgr, memo);
+        pets = sameCascade ? shared.pets : find(bgr, memo, true);
     } else {
-        pets = find(bgr, nullptr);
+        pets = find(bgr, nullptr, true);
     }
     if (pets.size() > maxCount) pets.resize(maxCount);
     return pets;
 }
 
 // Every pet, best first.
-std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* memo) const {
+std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* memo, bool faces) const {
     if (!objects_) return cascadeOnly(bgr);
     std::vector<PetDetection> pets;
     for (const ObjectDetection& o : objects_->detect(bgr, kMinPetScore, memo)) {
@@ -95,7 +97,7 @@ std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* mem
         const cv::Rect body = cv::Rect(o.box) & cv::Rect(cv::Point(), bgr.size());
         if (body.empty()) continue;
         pet.body = body;
-        if (pet.type == 1) pet.face = catFace(bgr, body);
+        if (pet.type == 1 && faces) pet.face = catFace(bgr, body);
         pets.push_back(pet);
     }
     return pets;

@@ -29,11 +29,13 @@ public:
     void load(const ModelBlob& blob);
     // At most maxCount pets, best first (cascade only: largest face first). memo: the
     // execute's; the pet nodes of one execute with the same models find the pets once, and
-    // share the object detector's pass with the other nodes that run it.
-    std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo = nullptr) const;
+    // share the object detector's pass with the other nodes that run it. faces false: the
+    // detector's pets without their faces (the cascade is skipped; with a bare cascade the
+    // faces are the pets and are found all the same).
+    std::vector<PetDetection> detect(const cv::Mat& bgr, size_t maxCount, ExecuteMemo* memo = nullptr, bool faces = true) const;
 
 private:
-    std::vector<PetDetection> find(const cv::Mat& bgr, ExecuteMemo* memo) const;
+    std::vector<PetDetection> find(const cv::Mat& bgr, ExecuteMemo* memo, bool faces) const;
     std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr) const;
     std::optional<cv::Rect> catFace(const cv::Mat& bgr, const cv::Rect& cat) const;
 
