@@ -22,15 +22,6 @@ namespace {
 
 using namespace Vantor;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", path.c_str());
-        std::abort();
-    }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 class MemoryFinder : public VantorResourceFinder {
 public:
     MemoryFinder() {

@@ -21,15 +21,6 @@ using namespace Vantor;
 
 namespace {
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "cannot read %s\n", path.c_str());
-        std::abort();
-    }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // Serves the fuzzed bytes under the slot's model name and the real model under every name of
 // realModels; any other name gets the fuzzed bytes too.
 class SlotFinder : public VantorResourceFinder {

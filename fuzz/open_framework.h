@@ -5,8 +5,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "Vantor/Vantor.h"
+
+// The whole file at path; aborts when it cannot be read (the targets' models are built).
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        std::fprintf(stderr, "cannot read %s\n", path.c_str());
+        std::abort();
+    }
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 inline Vantor::VantorAlgorithmSystem* openFramework(Vantor::VantorResourceFinder& finder) {
     Vantor::VantorAlgorithmSystem* system = Vantor::VantorAlgorithmFactory::CreateAlgorithmSystem();
