@@ -24,11 +24,20 @@ using ErrorPair = std::pair<int, std::string>;
 /// caches: `cache` (consulted before running when asked, receives clears) and the
 /// optional `storeCache` (receives every new result, read only by queryFeatures).
 ///
-/// Thread safety: any thread may call. Framework runs (both extractFeatures and
-/// extractFeatureByVantor) are serialised by an internal gate; queryFeatures, the clears
-/// and init are not gated, so caches shared across threads must be safe on their own and
-/// init must not overlap a run. Failures never throw: they land in the error pair (the
-/// last failure of a call wins; the pair is never cleared by the engine).
+/// Thread safety: any thread may call any operation. One gate serialises, per Extractor,
+/// every framework run (both extractFeatures, extractFeatureByVantor), init,
+/// queryFeatures and the clears: init and the cache calls wait until the run in progress
+/// has finished, so init never replaces the framework under a run and the caches are
+/// never used by two of this Extractor's calls at once. A call made from inside a run on
+/// the same thread (a host cache or callback calling back into its own Extractor) does
+/// not wait for itself: the cache calls go ahead, init returns INTERNAL_ERROR (9) and
+/// the runs report INTERNAL_ERROR in the error pair. Records (inputs, buffers, results)
+/// are not synchronised: a cached Result is shared by everyone who gets it, so threads
+/// that read the same asset's results serialise those reads. Failures never throw: they
+/// land in the error pair (the last failure of a call wins; the pair is never cleared by
+/// the engine). A null request reports INVALID_CONFIG (3); an image whose width, height
+/// and format need more bytes than its length or its data block hold reports
+/// INVALID_FORMAT (8) with both counts, before the framework sees it.
 /// REQUIRES: init() before any extraction.
 class Extractor {
 public:
@@ -54,7 +63,8 @@ public:
                                                    const std::string& modelDir,
                                                    const std::string& frameworkConfigPath, bool initFlag);
 
-    /// 0, or the framework wrapper's error code.
+    /// 0, or the framework wrapper's error code. Waits for a run in progress; creates a
+    /// new framework wrapper each time.
     int init();
 
     /// One Result per resource, in resource order (a failed or skipped asset gives a

@@ -1,11 +1,13 @@
 #include "extractor/extractor_impl.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "encoding/blob_encoders.h"
 #include "encoding/result_convert.h"
 #include "extractor/algorithm_types.h"
+#include "extractor/image_bytes.h"
 
 namespace VQFeature {
 
@@ -38,26 +40,61 @@ void* encodeOutput(const std::string& kind, void* output, unsigned long* length)
     return convertToBlob(static_cast<Vantor::NHClassificationBuffer*>(output), length);
 }
 
+void reportError(ErrorPair* error, int code, const std::string& message) {
+    if (error != nullptr) {
+        *error = {code, message};  // the last failure of a call wins
+    }
+}
+
 // The error a run reports when init() never made the framework wrapper.
 void reportNotInitialised(AlgorithmType type, ErrorPair* error) {
-    if (error != nullptr) {
-        *error = {Vantor::NOT_INIT, "Vantor Execute error:NOT_INIT, algorithmType:" +
-                                        std::to_string(static_cast<int>(type))};
-    }
+    reportError(error, Vantor::NOT_INIT,
+                "Vantor Execute error:NOT_INIT, algorithmType:" + std::to_string(static_cast<int>(type)));
+}
+
+// The failure of an image the framework must not see: INVALID_FORMAT with the usual
+// prefix and what is wrong with the image.
+void reportUnusableImage(AlgorithmType type, const std::string& what, ErrorPair* error) {
+    reportError(error, Vantor::INVALID_FORMAT,
+                "Vantor Execute error:INVALID_FORMAT, algorithmType:" + std::to_string(static_cast<int>(type)) +
+                    ": " + what);
 }
 
 }  // namespace
 
+// A call made on the thread that already holds the gate (a cache or callback of a run
+// calling back into its own Extractor) does not wait for itself: the scope is then
+// nested, takes nothing, and the caller decides what it may still do.
 class Extractor::ExtractorImpl::RunScope {
 public:
-    explicit RunScope(ExtractorImpl& impl) : impl_(impl) { impl_.enterRun(); }
-    ~RunScope() { impl_.leaveRun(); }
+    explicit RunScope(ExtractorImpl& impl) : impl_(impl), nested_(!impl_.enterRun()) {}
+    ~RunScope() {
+        if (!nested_) impl_.leaveRun();
+    }
     RunScope(const RunScope&) = delete;
     RunScope& operator=(const RunScope&) = delete;
+    bool nested() const { return nested_; }
 
 private:
     ExtractorImpl& impl_;
+    const bool nested_;
 };
+
+namespace {
+
+const char kNestedRun[] = "called from inside a run of the same Extractor";
+
+void reportNestedRun(AlgorithmType type, ErrorPair* error) {
+    reportError(error, Vantor::INTERNAL_ERROR,
+                "Vantor Execute error:INTERNAL_ERROR, algorithmType:" + std::to_string(static_cast<int>(type)) +
+                    ": " + kNestedRun);
+}
+
+void reportNullRequest(ErrorPair* error) {
+    reportError(error, Vantor::INVALID_CONFIG, "extractFeatures: the request is null");
+}
+
+}  // namespace
 
 Extractor::ExtractorImpl::ExtractorImpl(std::shared_ptr<Config> config, std::shared_ptr<CacheAdapter> cache,
                                         std::shared_ptr<CacheAdapter> storeCache, const std::string& modelDir,
@@ -77,16 +114,22 @@ void* Extractor::ExtractorImpl::resultConvert(AlgorithmType type, void* buffer, 
 
 // Runners wait while a run is in progress or a reader is active; they are let in one at
 // a time. Nothing takes the reader side yet; it is kept so a reader role can be added.
-void Extractor::ExtractorImpl::enterRun() {
+bool Extractor::ExtractorImpl::enterRun() {
     std::unique_lock<std::mutex> lock(gateMutex);
+    if (running && runner == std::this_thread::get_id()) {
+        return false;
+    }
     ++waitingRunners;
     runnerCv.wait(lock, [this] { return readers == 0 && !running; });
     running = true;
+    runner = std::this_thread::get_id();
+    return true;
 }
 
 void Extractor::ExtractorImpl::leaveRun() {
     std::lock_guard<std::mutex> lock(gateMutex);
     running = false;
+    runner = std::thread::id();
     --waitingRunners;
     if (waitingRunners != 0) {
         runnerCv.notify_one();
@@ -96,6 +139,12 @@ void Extractor::ExtractorImpl::leaveRun() {
 }
 
 int Extractor::ExtractorImpl::init() {
+    // Replacing the wrapper while a run uses it would pull the framework from under it:
+    // init waits for the run in progress, and refuses inside one.
+    RunScope gate(*this);
+    if (gate.nested()) {
+        return Vantor::INTERNAL_ERROR;
+    }
     vantorSystem = std::make_unique<VantorSystem>(config, modelDir, frameworkConfigPath, initFlag);
     const int code = vantorSystem->init();
     if (code != 0) {
@@ -146,21 +195,41 @@ void Extractor::ExtractorImpl::runAlgorithm(std::shared_ptr<ImageBuffer>& buffer
     image.data = buffer->data;
     image.format = frameworkFormat(buffer->format);
     image.rotation = frameworkRotation(buffer->rotateMode);
-    image.dataLength = buffer->length;
-    vantorSystem->exec(image, type, onResult, [error](int code, const std::string& message) {
-        if (error != nullptr) {
-            *error = {code, message};  // the last failure of a call wins
-        }
-    });
+    // The framework reads width x height pixels whatever length says: a length or a
+    // block shorter than that is refused here, before any framework code sees the pointer.
+    if (buffer->width < 0 || buffer->height < 0) {
+        reportUnusableImage(type,
+                            "image size " + std::to_string(buffer->width) + "x" + std::to_string(buffer->height) +
+                                " is negative",
+                            error);
+        return;
+    }
+    image.dataLength = std::min<uint64_t>(buffer->length, buffer->readableBytes());
+    const uint64_t needed = imageBytesNeeded(image.width, image.height, image.format);
+    if (image.dataLength < needed) {
+        reportUnusableImage(type,
+                            "image data holds " + std::to_string(image.dataLength) + " bytes, " +
+                                std::to_string(needed) + " needed for " + std::to_string(image.width) + "x" +
+                                std::to_string(image.height) + " in format " + std::to_string(image.format),
+                            error);
+        return;
+    }
+    vantorSystem->exec(image, type, onResult,
+                       [error](int code, const std::string& message) { reportError(error, code, message); });
 }
 
 std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::extractFeatures(const std::shared_ptr<Input>& input,
                                                                                bool useCache, ErrorPair* error) {
     std::vector<std::shared_ptr<Result>> output;
     if (!input) {
+        reportNullRequest(error);
         return output;
     }
     RunScope gate(*this);
+    if (gate.nested()) {
+        reportNestedRun(input->type, error);
+        return output;
+    }
     setGraphAndParams(input->algorithmConf, input->type, input->intParams, input->floatParams,
                       input->stringParams);
     const std::string key = input->algorithmKey(AlgorithmType::AllNodes);
@@ -227,9 +296,14 @@ std::vector<std::shared_ptr<MultiResult>> Extractor::ExtractorImpl::extractFeatu
     const std::shared_ptr<MultiAlgorithmInput>& input, bool useCache, ErrorPair* error) {
     std::vector<std::shared_ptr<MultiResult>> output;
     if (!input) {
+        reportNullRequest(error);
         return output;
     }
     RunScope gate(*this);
+    if (gate.nested()) {
+        reportNestedRun(AlgorithmType::AllNodes, error);
+        return output;
+    }
     if (!input->algorithmConf.empty() && vantorSystem) {
         vantorSystem->setGraph(input->algorithmConf);  // no parameters on this path
     }
@@ -265,6 +339,7 @@ std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::queryFeatures(con
     if (!cache || !input) {
         return {};
     }
+    RunScope gate(*this);  // caches are read between runs, never during one
     auto results = cache->query(input);
     if (firstCacheOnly || !storeCache) {
         return results;
@@ -289,7 +364,7 @@ void* Extractor::ExtractorImpl::extractFeatureByVantor(const Vantor::VantorAlgor
                                                        const FloatParams& floatParams,
                                                        const StringParams& stringParams) {
     RunScope gate(*this);
-    if (!vantorSystem) {
+    if (gate.nested() || !vantorSystem) {
         return nullptr;
     }
     setGraphAndParams(graph, type, intParams, floatParams, stringParams);
@@ -300,24 +375,28 @@ void* Extractor::ExtractorImpl::extractFeatureByVantor(const Vantor::VantorAlgor
 
 void Extractor::ExtractorImpl::clearAll() {
     if (cache) {
+        RunScope gate(*this);
         cache->clearAll();
     }
 }
 
 void Extractor::ExtractorImpl::clearAssets(const std::vector<std::string>& assetIds) {
     if (cache) {
+        RunScope gate(*this);
         cache->clear(assetIds);
     }
 }
 
 void Extractor::ExtractorImpl::clearTypes(const std::vector<std::string>& types) {
     if (cache) {
+        RunScope gate(*this);
         cache->clearTypes(types);
     }
 }
 
 void Extractor::ExtractorImpl::clearTypes(const std::vector<AlgorithmType>& types) {
     if (cache) {
+        RunScope gate(*this);
         cache->clearTypes(types);
     }
 }

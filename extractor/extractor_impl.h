@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "extractor/extractor.h"
@@ -44,7 +45,8 @@ private:
     // included).
     class RunScope;
 
-    void enterRun();
+    // False (and nothing taken) when the calling thread already holds the gate.
+    bool enterRun();
     void leaveRun();
     // One framework run of type on the buffer; errors land in *error when it is not null.
     // A null buffer or one with zero width, height or length is skipped silently.
@@ -72,6 +74,7 @@ private:
     int readers = 0;
     int waitingRunners = 0;
     bool running = false;
+    std::thread::id runner;  // the thread holding the gate while running
     std::mutex gateMutex;
     std::condition_variable idleCv;
     std::condition_variable runnerCv;

@@ -163,6 +163,84 @@ TEST_F(ExtractorTest, FrameworkImageInputIsBuiltFromTheBuffer) {
     EXPECT_EQ(fake().lastImage.rotation, 0);
 }
 
+TEST_F(ExtractorTest, ImagesNeedingMoreBytesThanTheyHoldFailBeforeTheFramework) {
+    // length claims more than setData gave: the block's size decides.
+    auto claimed = asset("claimed", 2000, 2000);
+    claimed->buffer->setData("0123456789", 10);
+    claimed->buffer->length = 16000000;
+    // length itself too short for 640x480 RGBA.
+    auto shortLength = asset("short", 640, 480);
+    shortLength->buffer->setData(std::string(640 * 480 * 4, '\1').data(), 640 * 480 * 4);
+    shortLength->buffer->length = 100;
+    // recycle forgets the block; the text constructor's block is the text's length.
+    auto recycled = asset("recycled", 4);
+    recycled->buffer->recycle();
+    auto fromText = std::make_shared<Resource>(
+        "text", "", std::make_shared<ImageBuffer>(640, 480, "abc", static_cast<unsigned long>(640 * 480 * 4)));
+    auto negative = asset("negative", 4);
+    negative->buffer->height = -2;
+
+    const std::string prefix = "Vantor Execute error:INVALID_FORMAT, algorithmType:33: ";
+    const std::vector<std::pair<std::shared_ptr<Resource>, std::string>> cases = {
+        {claimed, prefix + "image data holds 10 bytes, 16000000 needed for 2000x2000 in format 0"},
+        {shortLength, prefix + "image data holds 100 bytes, 1228800 needed for 640x480 in format 0"},
+        {recycled, prefix + "image data holds 0 bytes, 32 needed for 4x2 in format 0"},
+        {fromText, prefix + "image data holds 3 bytes, 1228800 needed for 640x480 in format 0"},
+        {negative, prefix + "image size 4x-2 is negative"},
+    };
+    for (const auto& [resource, message] : cases) {
+        error = {0, ""};
+        auto out = extractor.extractFeatures(pornInput({resource}), true, &error);
+        ASSERT_EQ(out.size(), 1u);
+        EXPECT_EQ(out[0]->result, nullptr) << resource->assetId;
+        EXPECT_EQ(error, ErrorPair(8, message)) << resource->assetId;
+    }
+    EXPECT_EQ(fake().executes, 0);
+
+    // Formats count their own bytes: 4x2 gray needs 8, NV21 12; a longer block is
+    // handed on with the claimed length only.
+    auto gray = asset("gray", 4);
+    gray->buffer->format = Vantor::PIXEL_FORMAT_GRAY8;
+    gray->buffer->length = 8;
+    extractor.extractFeatures(pornInput({gray}), false, &error);
+    EXPECT_EQ(fake().executes, 1);
+    EXPECT_EQ(fake().lastImage.dataLength, 8u);
+    gray->buffer->format = Vantor::PIXEL_FORMAT_NV21;
+    gray->buffer->length = 11;
+    error = {0, ""};
+    extractor.extractFeatures(pornInput({gray}), false, &error);
+    EXPECT_EQ(error.second, prefix + "image data holds 11 bytes, 12 needed for 4x2 in format 5");
+}
+
+TEST_F(ExtractorTest, NullRequestsAndCallsFromInsideARunAreReported) {
+    auto out = extractor.extractFeatures(std::shared_ptr<Input>(), true, &error);
+    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(error, ErrorPair(3, "extractFeatures: the request is null"));
+    error = {0, ""};
+    EXPECT_TRUE(extractor.extractFeatures(std::shared_ptr<MultiAlgorithmInput>(), true, &error).empty());
+    EXPECT_EQ(error.first, 3);
+
+    // A host cache that calls back into its own Extractor while a run saves: the cache
+    // calls go ahead, init and runs are refused instead of waiting for themselves.
+    auto reentrant = std::make_shared<NiceMock<MockCache>>();
+    Extractor own(config, reentrant, nullptr, "models", "vantor.json", false);
+    ASSERT_EQ(own.init(), 0);
+    int initCode = 0;
+    ErrorPair nested{0, ""};
+    EXPECT_CALL(*reentrant, save(::testing::A<const std::shared_ptr<Result>&>())).WillOnce([&](auto&) {
+        own.clearAll();
+        own.queryFeatures(pornInput({asset("q", 1)}), false);
+        initCode = own.init();
+        own.extractFeatures(pornInput({asset("inner", 3)}), false, &nested);
+    });
+    EXPECT_CALL(*reentrant, clearAll());
+    own.extractFeatures(pornInput({asset("outer", 100)}), true, &error);
+    EXPECT_EQ(initCode, 9);
+    EXPECT_EQ(nested, ErrorPair(9, "Vantor Execute error:INTERNAL_ERROR, algorithmType:33: called from inside a "
+                                   "run of the same Extractor"));
+    EXPECT_EQ(own.init(), 0);  // the gate is free again afterwards
+}
+
 class MultiExtractorTest : public ExtractorTest {
 protected:
     std::shared_ptr<MultiAlgorithmInput> multiInput(const ResourceList& resources) {

@@ -17,14 +17,23 @@ void ImageBuffer::setData(const char* bytes, unsigned long n) {
     // The earlier owned block is released here rather than leaked: once data points at
     // the new block nobody can reach the old one.
     owned_.reset(new unsigned char[n]());
+    ownedSize_ = n;
     if (n > 0 && bytes != nullptr) std::memcpy(owned_.get(), bytes, n);
     data = owned_.get();
+}
+
+unsigned long ImageBuffer::readableBytes() const {
+    if (data == nullptr) return 0;
+    return data == owned_.get() ? ownedSize_ : length;
 }
 
 void ImageBuffer::recycle() {
     // Only a block this buffer allocated is released; a pointer the caller stored in
     // data directly is the caller's.
-    if (data == owned_.get()) owned_.reset();
+    if (data == owned_.get()) {
+        owned_.reset();
+        ownedSize_ = 0;
+    }
     data = nullptr;
 }
 

@@ -23,10 +23,15 @@ public:
     ImageBuffer& operator=(const ImageBuffer&) = delete;
     ~ImageBuffer();
 
-    /// Stores a zero-filled copy of n bytes as data (array new). length is unchanged.
+    /// Stores a copy of the n bytes in a new block of n bytes as data and releases the
+    /// block an earlier setData allocated. length is unchanged: set it yourself.
     void setData(const char* bytes, unsigned long n);
     /// Releases the block set through setData and sets data null. length is unchanged.
     void recycle();
+    /// How many bytes may be read at data: the size of the block setData (or the text
+    /// constructor) allocated while data still points at it; length when data was
+    /// assigned directly (the caller vouches for it); 0 without data.
+    unsigned long readableBytes() const;
 
     int width;            ///< pixels per row
     int height;           ///< rows
@@ -37,6 +42,7 @@ public:
 
 private:
     std::unique_ptr<unsigned char[]> owned_;
+    unsigned long ownedSize_ = 0;
 };
 
 }  // namespace VQFeature

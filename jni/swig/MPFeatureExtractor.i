@@ -33,6 +33,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %}
 
 %include "conventions.i"
+%include "null_arguments.i"
 %include "lifetimes.i"
 %include "javadoc.i"
 %include "handles.i"
@@ -69,7 +70,9 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "Vantor/VantorPlatform.h"
 %include "extractor/config.h"
 %template(ErrorPair) std::pair<int, std::string>;
+%vqfe_requests_not_null
 %include "extractor/extractor.h"
+%vqfe_clear_requests_not_null
 %include "jni/byte_array_callback.h"
 %include "jni/native_string_utils.h"
 %include "jni/string_utils.h"

@@ -57,6 +57,7 @@
 %ignore VQFeature::Extractor::extractFeatureByVantor;
 %ignore VQFeature::MultiResult::items;
 %ignore VQFeature::ImageBuffer::data;
+%ignore VQFeature::ImageBuffer::readableBytes;
 %ignore Vantor::VantorImageBuffer;
 %ignore VQFeature::VantorGraph;
 %ignore VQFeature::kPostProcessorNames;

@@ -84,16 +84,19 @@ class CollectionsTest {
       "std::unordered_map< std::string,float > const & reference is null",
       "std::unordered_map< std::string,std::string > const & reference is null",
     };
+    // The natives keep the C++ type names; the proxies name the Java parameter.
     Runnable[] constructors = {
-      () -> new VecString((VecString) null),
-      () -> new VecAlgorithmType((VecAlgorithmType) null),
-      () -> new ResourceList((ResourceList) null),
-      () -> new FeatureResultList((FeatureResultList) null),
-      () -> new VecMultiResult((VecMultiResult) null),
-      () -> new StringLongMap((StringLongMap) null),
-      () -> new StringFloatMap((StringFloatMap) null),
-      () -> new StringStringMap((StringStringMap) null),
+      () -> MPFeatureExtractorJNI.new_VecString__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_VecAlgorithmType__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_ResourceList__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_FeatureResultList__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_VecMultiResult__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_StringLongMap__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_StringFloatMap__SWIG_1(0, null),
+      () -> MPFeatureExtractorJNI.new_StringStringMap__SWIG_1(0, null),
     };
+    assertNpe("other must not be null (VecString)", () -> new VecString((VecString) null));
+    assertNpe("other must not be null (StringStringMap)", () -> new StringStringMap((StringStringMap) null));
     for (int i = 0; i < texts.length; i++) assertNpe(texts[i], constructors[i]::run);
 
     StringLongMap longs = new StringLongMap();

@@ -35,23 +35,37 @@ class ConventionsTest {
   }
 
   @Test
-  void nullReferencesAreRefusedWithTheTypeAppsKnow() {
-    assertNpe("std::vector< std::shared_ptr< VQFeature::Resource > > & reference is null",
+  void nullReferencesNameTheJavaParameterAndTheNativesKeepTheirTypeNames() {
+    assertNpe("resList must not be null (ResourceList)",
         () -> new Input(null, "", new StringLongMap(), AlgorithmType.Face));
-    assertNpe("std::unordered_map< std::string,int64_t > & reference is null",
+    assertNpe("intParams must not be null (StringLongMap)",
         () -> new Input(new ResourceList(), "", null, AlgorithmType.Face));
-    assertNpe("std::unordered_map< std::string,float > & reference is null",
+    assertNpe("floatParams must not be null (StringFloatMap)",
         () -> new Input(new ResourceList(), "", new StringLongMap(), null, new StringStringMap(), AlgorithmType.Face));
-    assertNpe("std::unordered_map< std::string,std::string > & reference is null",
+    assertNpe("stringParams must not be null (StringStringMap)",
         () -> new Input(new ResourceList(), "", new StringLongMap(), new StringFloatMap(), null, AlgorithmType.Face));
-    assertNpe("std::vector< std::shared_ptr< VQFeature::Resource > > const & reference is null",
-        () -> new MultiAlgorithmInput(null, "", new VecAlgorithmType(), new VecString()));
-    assertNpe("std::vector< Vantor::AlgorithmType > const & reference is null",
+    assertNpe("types must not be null (VecAlgorithmType)",
         () -> new MultiAlgorithmInput(new ResourceList(), "", null, new VecString()));
-    assertNpe("std::pair< int,std::string > const & reference is null", () -> new ErrorPair((ErrorPair) null));
-    assertNpe("std::vector< std::string > const & reference is null", () -> MPFeatureExtractor.join(null));
+    assertNpe("other must not be null (ErrorPair)", () -> new ErrorPair((ErrorPair) null));
+    assertNpe("list must not be null (VecString)", () -> MPFeatureExtractor.join(null));
     Input input = new Input();
-    assertThrows(NullPointerException.class, () -> input.setResList(null));
+    assertNpe("value must not be null (ResourceList)", () -> input.setResList(null));
+
+    // The natives themselves, for callers that bind to them directly.
+    assertNpe("std::vector< std::shared_ptr< VQFeature::Resource > > & reference is null",
+        () -> MPFeatureExtractorJNI.new_Input__SWIG_1(0, null, "", 0, null, 4));
+    StringLongMap longs = new StringLongMap();
+    assertNpe("std::unordered_map< std::string,int64_t > & reference is null",
+        () -> MPFeatureExtractorJNI.new_Input__SWIG_1(ResourceList.getCPtr(new ResourceList()), null, "", 0, null, 4));
+    assertNpe("std::unordered_map< std::string,float > & reference is null",
+        () -> MPFeatureExtractorJNI.new_Input__SWIG_2(ResourceList.getCPtr(new ResourceList()), null, "",
+            StringLongMap.getCPtr(longs), longs, 0, null, 0, null, 4));
+    assertNpe("std::vector< std::shared_ptr< VQFeature::Resource > > const & reference is null",
+        () -> MPFeatureExtractorJNI.new_MultiAlgorithmInput(0, null, "", 0, null, 0, null));
+    assertNpe("std::pair< int,std::string > const & reference is null",
+        () -> MPFeatureExtractorJNI.new_ErrorPair__SWIG_2(0, null));
+    assertNpe("std::vector< std::string > const & reference is null",
+        () -> MPFeatureExtractorJNI.join__SWIG_1(0, null));
   }
 
   @Test

@@ -111,7 +111,7 @@ class ExtractorTest {
     assertTrue(cache.calls.containsAll(List.of("clear[astronaut]", "clearTypes[Face]",
         "clearTypeNames[ClassificationPostProcess_c300]", "clearAll")));
     NullPointerException e = assertThrows(NullPointerException.class, () -> extractor.clearAssets(null));
-    assertEquals("std::vector< std::string > const & reference is null", e.getMessage());
+    assertEquals("assetIds must not be null (VecString)", e.getMessage());
   }
 
   @Test
