@@ -43,7 +43,9 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
     while (start <= text.size()) {
         const size_t cut = text.find_first_of(separators, start);
         const size_t end = cut == std::string::npos ? text.size() : cut;
-        if (end > start) pieces.push_back(text.substr(start, end - start));
+        // The first piece always starts at position 0, so a leading separator gives an
+        // empty first piece; later empty pieces (runs, a trailing separator) are dropped.
+        if (end > start || (start == 0 && !text.empty())) pieces.push_back(text.substr(start, end - start));
         if (cut == std::string::npos) break;
         start = cut + 1;
     }

