@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "cache/memory_cache.h"
-#include "tools/vqfe/graph_merge.h"
 #include "vantor/cover_util.h"
+#include "vantor/graph_merge.h"
 
 namespace vqfe {
 namespace {
@@ -20,7 +20,7 @@ using VQFeature::Extractor;
 // output-node name for a string kind.
 std::string graphOfKind(const Kind& kind) {
     std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind.templateKind));
-    if (!kind.stringType.empty()) graph = renameNode(graph, "ClassificationPostProcess", kind.stringType);
+    if (!kind.stringType.empty()) graph = VQFeature::renameNode(graph, "ClassificationPostProcess", kind.stringType);
     return graph;
 }
 
@@ -41,7 +41,7 @@ std::string requestGraph(const ExtractOptions& options) {
         std::string graph = graphOfKind(kind);
         if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(graph);
     }
-    return graphs.size() == 1 ? graphs.front() : mergeGraphs(graphs);
+    return graphs.size() == 1 ? graphs.front() : VQFeature::mergeGraphs(graphs);
 }
 
 BatchRunner::BatchRunner(const ExtractOptions& options, const std::string& graph, std::shared_ptr<CacheAdapter> store)

@@ -1,10 +1,12 @@
-#include "tools/vqfe/graph_merge.h"
+#include "vantor/graph_merge.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
 
-namespace vqfe {
+#include "vantor/cover_util.h"
+
+namespace VQFeature {
 namespace {
 
 using Member = std::pair<std::string, std::string>;  // key, raw value text
@@ -194,4 +196,52 @@ std::string renameNode(const std::string& graph, const std::string& from, const 
     return graphText(nodes, links);
 }
 
-}  // namespace vqfe
+namespace {
+
+// The built-in graph producing one enumerated kind, or "".
+std::string graphProducing(Vantor::AlgorithmType type) {
+    // Face attributes come out of the expression graph; kind 46 has no graph of its own.
+    if (type == Vantor::AlgorithmType::FaceAttribute) type = Vantor::AlgorithmType::FaceExpression;
+    return type == Vantor::AlgorithmType::AllNodes ? "" : CoverUtil::getAlgorithmConf(type);
+}
+
+// The built-in graph whose classification post-processor is named outputName, or "".
+std::string graphProducing(const std::string& outputName) {
+    Vantor::AlgorithmType source;
+    if (outputName == kPostProcessorNames[1]) {
+        source = Vantor::AlgorithmType::NHClassification;
+    } else if (outputName == kPostProcessorNames[2]) {
+        source = Vantor::AlgorithmType::RelationRecog;
+    } else {
+        return "";
+    }
+    return renameNode(CoverUtil::getAlgorithmConf(source), "ClassificationPostProcess", outputName);
+}
+
+void addOnce(std::vector<std::string>& graphs, std::string graph) {
+    if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(std::move(graph));
+}
+
+}  // namespace
+
+std::string severalKindGraph(const std::vector<Vantor::AlgorithmType>& types,
+                             const std::vector<std::string>& stringTypes) {
+    std::vector<std::string> graphs;
+    for (const auto type : types) {
+        std::string graph = graphProducing(type);
+        if (graph.empty()) {
+            throw std::invalid_argument("no built-in graph produces algorithm kind " +
+                                        std::to_string(static_cast<int>(type)));
+        }
+        addOnce(graphs, std::move(graph));
+    }
+    for (const auto& name : stringTypes) {
+        std::string graph = graphProducing(name);
+        if (graph.empty()) throw std::invalid_argument("no built-in graph produces the output \"" + name + "\"");
+        addOnce(graphs, std::move(graph));
+    }
+    if (graphs.empty()) throw std::invalid_argument("no algorithm kind asked for");
+    return graphs.size() == 1 ? graphs.front() : mergeGraphs(graphs);
+}
+
+}  // namespace VQFeature

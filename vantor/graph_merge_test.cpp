@@ -1,10 +1,12 @@
-#include "tools/vqfe/graph_merge.h"
+#include "vantor/graph_merge.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
-namespace vqfe {
+#include "vantor/cover_util.h"
+
+namespace VQFeature {
 namespace {
 
 // Two graphs sharing an identical source node and a same-named node that differs.
@@ -60,5 +62,43 @@ TEST(GraphMergeTest, RenamesANodeEverywhereAndRejectsWhatIsNotAGraph) {
     EXPECT_THROW(renameNode(R"({"nodes":[{"name":1}],"links":[]})", "a", "b"), std::invalid_argument);
 }
 
+TEST(SeveralKindGraphTest, BuiltInGraphsOfEveryKindMergeIntoOneAndUnknownKindsAreNamed) {
+    using Vantor::AlgorithmType;
+    // One kind: its template unchanged; FaceAttribute comes from the expression graph.
+    EXPECT_EQ(severalKindGraph({AlgorithmType::Face}, {}), CoverUtil::getAlgorithmConf(AlgorithmType::Face));
+    EXPECT_EQ(severalKindGraph({AlgorithmType::FaceAttribute, AlgorithmType::FaceExpression}, {}),
+              CoverUtil::getAlgorithmConf(AlgorithmType::FaceExpression));
+    // A named output: the classification graph with its post-processor renamed.
+    const std::string c300 = severalKindGraph({}, {"ClassificationPostProcess_c300"});
+    EXPECT_NE(c300.find(R"("name":"ClassificationPostProcess_c300")"), std::string::npos);
+    EXPECT_EQ(c300.find(R"("name":"ClassificationPostProcess")"), std::string::npos);
+
+    // Every kind with a graph at once: one graph holding every kind's nodes.
+    std::vector<AlgorithmType> all;
+    for (int number : {4, 7, 8, 9, 10, 12, 25, 29, 30, 33, 46, 58, 60, 71, 95, 121, 130}) {
+        all.push_back(static_cast<AlgorithmType>(number));
+    }
+    const std::string merged =
+        severalKindGraph(all, {"ClassificationPostProcess_c300", "ClassificationPostProcess_relation"});
+    EXPECT_NE(merged.find("ClassificationPostProcess_relation"), std::string::npos);
+    EXPECT_EQ(renameNode(merged, "x", "y"), merged);  // still a graph of the dialect
+
+    const auto message = [](auto call) {
+        try {
+            call();
+        } catch (const std::invalid_argument& e) {
+            return std::string(e.what());
+        }
+        return std::string("no exception");
+    };
+    EXPECT_EQ(message([] { severalKindGraph({AlgorithmType::AllNodes}, {}); }),
+              "no built-in graph produces algorithm kind -1");
+    EXPECT_EQ(message([] { severalKindGraph({static_cast<AlgorithmType>(5)}, {}); }),
+              "no built-in graph produces algorithm kind 5");
+    EXPECT_EQ(message([] { severalKindGraph({}, {"ClassificationPostProcess_clip128"}); }),
+              "no built-in graph produces the output \"ClassificationPostProcess_clip128\"");
+    EXPECT_EQ(message([] { severalKindGraph({}, {}); }), "no algorithm kind asked for");
+}
+
 }  // namespace
-}  // namespace vqfe
+}  // namespace VQFeature
