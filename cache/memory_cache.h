@@ -18,16 +18,20 @@ namespace VQFeature {
 class MemoryCache : public CacheAdapter {
 public:
     /// capacity: the most entries kept. A negative capacity never evicts.
-    /// Throws std::invalid_argument for capacity 0 (a cache that can hold nothing).
+    /// Throws std::invalid_argument (IllegalArgumentException in Java) for capacity 0 (a cache that can hold nothing).
     explicit MemoryCache(int capacity);
 
     std::vector<std::shared_ptr<Result>> query(const std::shared_ptr<Input>& input) override;
     std::shared_ptr<Result> query(const std::string& assetId, const std::string& algorithmKey) override;
     void save(const std::vector<std::shared_ptr<Result>>& results) override;
     void save(const std::shared_ptr<Result>& result) override;
+    /// Does nothing: this cache is cleared only as a whole, by clearAll.
     void clear(const std::vector<std::string>& assetIds) override;
+    /// Does nothing: this cache is cleared only as a whole, by clearAll.
     void clearTypes(const std::vector<Vantor::AlgorithmType>& types) override;
+    /// Does nothing: this cache is cleared only as a whole, by clearAll.
     void clearTypes(const std::vector<std::string>& types) override;
+    /// Forgets every entry.
     void clearAll() override;
 
 private:

@@ -22,7 +22,7 @@ namespace VQFeature {
 /// killed process loses at most the write in flight.
 class SqliteCache : public CacheAdapter {
 public:
-    /// Opens or creates the store at path. Throws std::runtime_error with the path and
+    /// Opens or creates the store at path. Throws std::runtime_error (RuntimeException in Java) with the path and
     /// SQLite's reason when the file cannot be opened or is not a result store; the file
     /// is never modified in that case.
     explicit SqliteCache(const std::string& path);

@@ -30,7 +30,7 @@ public:
 
     /// memoryEntries: results kept in memory (least recently used ones go first); a
     /// negative count never evicts. store: the persistent tier, or null for memory only.
-    /// Throws std::invalid_argument for memoryEntries 0.
+    /// Throws std::invalid_argument (IllegalArgumentException in Java) for memoryEntries 0.
     TieredCache(int memoryEntries, std::shared_ptr<CacheAdapter> store);
     TieredCache(const TieredCache&) = delete;
     TieredCache& operator=(const TieredCache&) = delete;

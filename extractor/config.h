@@ -50,7 +50,7 @@ public:
 /// created and by init(). A default Config is all an Extractor needs.
 class Config {
 public:
-    /// A new AppConfig with its defaults, empty texts, cursorMaxSize 0.
+    /// A new Config: a default AppConfig, empty texts, cursorMaxSize 0.
     Config();
     Config(const Config& other);
     Config& operator=(const Config&) = default;

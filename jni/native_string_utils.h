@@ -14,7 +14,7 @@ public:
     /// Copies size bytes starting at the native address into a fresh block and passes
     /// it to callback->onResult; the block is released afterwards, so the callback must
     /// not keep it. A null callback skips the call; a size of 0 or less hands over an
-    /// empty block. Throws std::invalid_argument for address 0 with a positive size.
+    /// empty block. Throws std::invalid_argument (IllegalArgumentException in Java) for address 0 with a positive size.
     static void getJavaDataFromByte(int64_t address, int64_t size, ByteArrayCallBack* callback);
 };
 

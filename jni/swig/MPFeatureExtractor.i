@@ -11,6 +11,7 @@
 #include "extractor/cache_adapter.h"
 #include "cache/memory_cache.h"
 #include "cache/sqlite_cache.h"
+#include "cache/tiered_cache.h"
 #include "extractor/algorithm_types.h"
 #include "extractor/config.h"
 #include "extractor/extractor.h"
@@ -24,6 +25,7 @@
 #include "jni/string_utils.h"
 #include "jni/struct_result_copy_callback.h"
 #include "vantor/cover_util.h"
+#include "vantor/graph_merge.h"
 #include "Vantor/VantorAlgorithmInput.h"
 %}
 
@@ -66,6 +68,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "extractor/cache_adapter.h"
 %include "cache/memory_cache.h"
 %include "cache/sqlite_cache.h"
+%include "cache/tiered_cache.h"
 %include "pg_cache.i"
 %include "Vantor/VantorPlatform.h"
 %include "extractor/config.h"
@@ -77,3 +80,4 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "jni/native_string_utils.h"
 %include "jni/string_utils.h"
 %include "vantor/cover_util.h"
+%include "vantor/graph_merge.h"

@@ -9,6 +9,7 @@
 // The director feature is inherited; the library's own implementations stay native.
 %feature("nodirector") VQFeature::MemoryCache;
 %feature("nodirector") VQFeature::SqliteCache;
+%feature("nodirector") VQFeature::TieredCache;
 %feature("nodirector") VQFeature::Result;
 %feature("nodirector") VQFeature::MultiResult;
 

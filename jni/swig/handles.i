@@ -41,6 +41,7 @@
 %vqfe_shared(VQFeature::CacheAdapter)
 %vqfe_shared(VQFeature::MemoryCache)
 %vqfe_shared(VQFeature::SqliteCache)
+%vqfe_shared(VQFeature::TieredCache)
 %vqfe_shared(VQFeature::Extractor)
 %vqfe_shared(VQFeature::StructResultCopyCallBack)
 %vqfe_shared(VQFeature::ByteArrayCallBack)
