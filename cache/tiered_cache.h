@@ -26,7 +26,11 @@ namespace VQFeature {
 class TieredCache : public CacheAdapter {
 public:
     /// Where a query was answered.
-    enum Tier { MISS = 0, MEMORY = 1, STORE = 2 };
+    enum Tier {
+        MISS = 0,    ///< in neither tier
+        MEMORY = 1,  ///< in the memory tier
+        STORE = 2,   ///< only in the persistent store (copied into memory by the lookup)
+    };
 
     /// memoryEntries: results kept in memory (least recently used ones go first); a
     /// negative count never evicts. store: the persistent tier, or null for memory only.

@@ -1,0 +1,118 @@
+package com.quorvane.zul.mediaprocessors.analyzer;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.quorvane.zul.mediaprocessors.extractor_jni.ImageBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_jni.ImagePixels;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.util.List;
+import javax.imageio.ImageIO;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The analyser layer end to end, with the open framework and a SQLite store. */
+class AnalyzerTest {
+  private static final Path SOURCE_DIR = Paths.get(System.getenv().getOrDefault("VQFE_SOURCE_DIR", "."));
+  private static final Path MODEL_DIR =
+      Paths.get(System.getenv().getOrDefault("VQFE_BINARY_DIR", "build")).resolve("models");
+  @TempDir Path tmp;
+  private Path config;
+  private ImageBuffer astronaut;
+
+  @BeforeEach
+  void setUp() throws Exception {
+    config = tmp.resolve("framework.json");
+    Files.write(config, "{}".getBytes(StandardCharsets.UTF_8));
+    astronaut = ImagePixels.fromBufferedImage(ImageIO.read(SOURCE_DIR.resolve("testdata/astronaut.jpg").toFile()));
+  }
+
+  private Analyzer.Builder builder() {
+    return Analyzer.builder().modelDirectory(MODEL_DIR.toString()).frameworkConfig(config.toString());
+  }
+
+  @Test
+  void buildRefusesMissingPathsNamingThem() {
+    IllegalArgumentException e = assertThrows(IllegalArgumentException.class,
+        () -> Analyzer.builder().modelDirectory("/no/such/models").frameworkConfig(config.toString()).build());
+    assertEquals("model directory does not exist: /no/such/models", e.getMessage());
+    e = assertThrows(IllegalArgumentException.class,
+        () -> builder().frameworkConfig(tmp.resolve("missing.json").toString()).build());
+    assertEquals("framework configuration does not exist: " + tmp.resolve("missing.json"), e.getMessage());
+    assertThrows(IllegalArgumentException.class, () -> Analyzer.builder().frameworkConfig("x").build());
+    assertThrows(IllegalArgumentException.class, () -> builder().memoryCacheSize(0));
+    assertThrows(NullPointerException.class, () -> builder().modelDirectory(null));
+  }
+
+  @Test
+  void allKindsInOneRunThenFromMemoryThenFromTheStoreAfterARestart() throws Exception {
+    String store = tmp.resolve("answers.db").toString();
+    Kind<?>[] kinds = {Kind.FACE, Kind.SCENE, Kind.CLASSIFICATION, Kind.C300, Kind.SENSITIVE};
+    try (Analyzer analyzer = builder().sqliteStore(store).build()) {
+      Analysis first = analyzer.analyze("astronaut", astronaut, kinds);
+      assertTrue(first.status().ok(), first.status().toString());
+      assertEquals(Analysis.Source.RUN, first.source());
+      assertFalse(first.fromCache());
+      C_FaceBuffer faces = first.get(Kind.FACE);
+      assertTrue(faces.getMFaceBaseInfosCount() > 0, "astronaut has a face");
+      assertEquals(kinds.length, first.answers().size());
+      assertNull(first.get(Kind.SKELETON));  // not asked for
+
+      Analysis second = analyzer.analyze("astronaut", astronaut, kinds);
+      assertEquals(Analysis.Source.MEMORY, second.source());
+      assertEquals(first.get(Kind.CLASSIFICATION), second.get(Kind.CLASSIFICATION));
+    }
+    try (Analyzer restarted = builder().sqliteStore(store).build()) {
+      Analysis fromStore = restarted.analyze("astronaut", astronaut, Kind.FACE, Kind.C300);
+      assertEquals(Analysis.Source.STORE, fromStore.source());
+      assertNotNull(fromStore.get(Kind.C300));
+      assertEquals(Analysis.Source.MEMORY, restarted.analyze("astronaut", astronaut, Kind.C300).source());
+      // A kind never run for this image makes the whole request run.
+      assertEquals(Analysis.Source.RUN, restarted.analyze("astronaut", astronaut, Kind.C300, Kind.PET_FACE).source());
+      restarted.clearCache();
+      assertEquals(Analysis.Source.RUN, restarted.analyze("astronaut", astronaut, Kind.C300).source());
+    }
+  }
+
+  @Test
+  void topClassesComeMostConfidentFirst() throws Exception {
+    try (Analyzer analyzer = builder().build()) {
+      C_NHClassificationBuffer answer = analyzer.analyze("astronaut", astronaut, Kind.CLASSIFICATION).get(Kind.CLASSIFICATION);
+      List<TopClass> top = TopClass.of(answer, 5);
+      assertFalse(top.isEmpty());
+      assertTrue(top.size() <= 5);
+      for (int i = 1; i < top.size(); i++) assertTrue(top.get(i - 1).confidence() >= top.get(i).confidence(), top.toString());
+      assertEquals(top.get(0).label(), top.get(0).displayName());
+      assertTrue(TopClass.of(null, 3).isEmpty());
+    }
+  }
+
+  @Test
+  void badImagesAndMisuseAreReportedNotFatal() throws Exception {
+    Analyzer analyzer = builder().memoryCacheSize(4).build();
+    Analysis bad = analyzer.analyze("short", 640, 480, new byte[100], Kind.FACE, Kind.SCENE);
+    assertEquals(ErrorCode.INVALID_FORMAT, bad.status().error());
+    assertTrue(bad.status().message().contains("image data holds 100 bytes, 1228800 needed"), bad.status().message());
+    assertTrue(bad.answers().isEmpty());
+    assertThrows(IllegalArgumentException.class, () -> analyzer.analyze("a", astronaut));
+    assertThrows(NullPointerException.class, () -> analyzer.analyze("a", (ImageBuffer) null, Kind.FACE));
+    assertThrows(NullPointerException.class, () -> analyzer.analyze("a", astronaut, Kind.FACE, null));
+    analyzer.close();
+    analyzer.close();
+    IllegalStateException closed = assertThrows(IllegalStateException.class,
+        () -> analyzer.analyze("a", astronaut, Kind.FACE));
+    assertEquals("the analyzer is closed", closed.getMessage());
+    assertEquals(ErrorCode.UNKNOWN, ErrorCode.of(204));
+    assertEquals(ErrorCode.INTERNAL_ERROR, ErrorCode.of(9));
+  }
+}
