@@ -2,7 +2,8 @@
 # names (-parameters), and packs the classes into JAR_FILE. Run with cmake -P; the file
 # list is only known after SWIG ran, hence a script rather than a fixed source list.
 #   JAVAC, JAR, SOURCE_DIRS, CLASS_DIR, JAR_FILE, [CLASSPATH], [RELEASE],
-#   [MAIN_CLASS and MANIFEST_CLASS_PATH (space-separated) for a runnable jar]
+#   [MAIN_CLASS and MANIFEST_CLASS_PATH (space-separated) for a runnable jar],
+#   [RESOURCE_DIR: files copied into the jar as they lie, e.g. META-INF/...]
 file(REMOVE_RECURSE "${CLASS_DIR}")
 file(MAKE_DIRECTORY "${CLASS_DIR}")
 include(${CMAKE_CURRENT_LIST_DIR}/java_sources.cmake)
@@ -20,6 +21,9 @@ execute_process(
   RESULT_VARIABLE javac_result)
 if(NOT javac_result EQUAL 0)
   message(FATAL_ERROR "javac failed (${javac_result})")
+endif()
+if(RESOURCE_DIR)
+  file(COPY "${RESOURCE_DIR}/" DESTINATION "${CLASS_DIR}")
 endif()
 if(MAIN_CLASS)
   file(WRITE "${CLASS_DIR}.manifest" "Main-Class: ${MAIN_CLASS}\nClass-Path: ${MANIFEST_CLASS_PATH}\n")
