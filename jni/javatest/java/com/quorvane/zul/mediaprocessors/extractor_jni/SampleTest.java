@@ -42,19 +42,21 @@ class SampleTest {
     String photo = Pictures.TESTDATA.toAbsolutePath().resolve("astronaut.jpg").toString();
     Path store = tmp.resolve("store/results.db");
     String first = runSample(workingDir, "--store", store.toString(), photo);
-    assertTrue(first.contains("astronaut.jpg Face: 1 face(s) [score"), first);
-    assertTrue(first.contains("astronaut.jpg NHClassification: top classes"), first);
-    assertTrue(first.contains("astronaut.jpg Skeleton: 1 person(s)"), first);
+    assertTrue(first.contains("astronaut.jpg: NO_ERROR, answered by RUN"), first);
+    assertTrue(first.contains("astronaut.jpg faces: 1 face(s) [score"), first);
+    assertTrue(first.contains("astronaut.jpg classes: ["), first);
+    assertTrue(first.contains("astronaut.jpg skeletons: 1 person(s)"), first);
     assertTrue(Files.size(store) > 0);
-    // Answered from the store: the same typed results.
+    // A new process is answered from the store: the same typed results.
     String second = runSample(workingDir, "--store", store.toString(), photo);
+    assertTrue(second.contains("astronaut.jpg: NO_ERROR, answered by STORE"), second);
     assertEquals(typedLines(first), typedLines(second));
   }
 
   private static String typedLines(String output) {
     StringBuilder kept = new StringBuilder();
     for (String line : output.split("\n")) {
-      if (line.startsWith("astronaut.jpg")) kept.append(line).append('\n');
+      if (line.startsWith("astronaut.jpg ")) kept.append(line).append('\n');
     }
     return kept.toString();
   }
