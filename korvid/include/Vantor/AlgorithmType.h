@@ -8,24 +8,24 @@
 namespace Vantor {
 
 enum class AlgorithmType : int32_t {
-    AllNodes = -1,          // whole-graph run, no single result
-    Face = 4,
-    Skeleton = 7,
-    FaceVerify = 8,
-    FaceExpression = 9,     // has a graph, no encoder
-    FaceClusting = 10,
-    Matting = 12,
-    SceneRecog = 25,
-    Similarity = 29,
-    AfterEffect = 30,
-    PornCls = 33,
-    FaceAttribute = 46,     // has an encoder, no graph
-    SceneRecogV3 = 58,
-    SaliencySeg = 60,
-    PetMatting = 71,
-    FacePetDetect = 95,
-    NHClassification = 121,
-    RelationRecog = 130,
+    AllNodes = -1,           ///< a whole-graph run with no single result; the kind of string-kind results
+    Face = 4,                ///< faces: rectangles, 106 landmarks, pose (C_FaceBuffer)
+    Skeleton = 7,            ///< body key points per person (C_SkeletonBuffer)
+    FaceVerify = 8,          ///< face recognition features (C_FaceVerifyBuffer)
+    FaceExpression = 9,      ///< facial expression; has a graph but produces no blob
+    FaceClusting = 10,       ///< faces grouped by person (C_FaceClustingBuffer)
+    Matting = 12,            ///< portrait matting mask (C_MattingResult)
+    SceneRecog = 25,         ///< named scenes with probabilities (C_SceneRecogBuffer)
+    Similarity = 29,         ///< image feature for similar-image search (C_SimilarityBuffer)
+    AfterEffect = 30,        ///< aesthetic scores (C_AfterEffectBuffer)
+    PornCls = 33,            ///< sensitive-content flag and confidence (C_PornClsBuffer)
+    FaceAttribute = 46,      ///< age, gender, expression per face (C_FaceAttributeBuffer); no graph of its own
+    SceneRecogV3 = 58,       ///< scene class ids with confidences (C_SceneRecogV3Buffer)
+    SaliencySeg = 60,        ///< salient regions (C_SaliencySegInfo)
+    PetMatting = 71,         ///< pet matting mask (C_PetMattingBuffer)
+    FacePetDetect = 95,      ///< pet faces (C_FacePetDetectBuffer)
+    NHClassification = 121,  ///< image classes over the built-in labels (C_NHClassificationBuffer)
+    RelationRecog = 130,     ///< relation classes (C_NHClassificationBuffer)
 };
 
 }  // namespace Vantor

@@ -50,6 +50,7 @@ import java.util.concurrent.locks.ReentrantReadWriteLock;
 public final class Analyzer implements AutoCloseable {
   private final Extractor extractor;
   private final TieredCache cache;
+  private static final int NO_RESULT = 204;
   private final Map<String, String> graphs = new ConcurrentHashMap<>();
   private final Map<Kind<?>, String> kindKeys = new ConcurrentHashMap<>();
   private final ReentrantReadWriteLock lifecycle = new ReentrantReadWriteLock();
@@ -201,7 +202,9 @@ public final class Analyzer implements AutoCloseable {
    *
    * <p>Failures of the image (an unusable size or format, fewer bytes than width, height
    * and format need, a framework error) are reported in {@link Analysis#status()}; kinds
-   * without an answer are absent from the analysis.
+   * without an answer are absent from the analysis. A kind the framework found nothing
+   * of (no pet in the photo, say) is reported with code 204 ("Vantor Result is NULL",
+   * {@link ErrorCode#UNKNOWN}) naming the kinds, and is cached as such.
    *
    * @param assetId the image's id, the first half of its cache keys
    * @param image the pixels (for example from ImagePixels); its length must be set
@@ -334,15 +337,19 @@ public final class Analyzer implements AutoCloseable {
     try (Result answer = new Result(assetId, keyOf(kind), kind.algorithmType() != null ? kind.algorithmType()
         : AlgorithmType.AllNodes)) {
       if (kind.outputName() != null) answer.setAlgorithmStringType(kind.outputName());
-      answer.setResultNative(blob);
-      answer.setResultLength(BigInteger.valueOf(blob.length));
+      if (blob != null) {
+        answer.setResultNative(blob);
+        answer.setResultLength(BigInteger.valueOf(blob.length));
+      }
       cache.save(answer);
     }
   }
 
-  // Every kind's answer from the caches, or null when one is missing.
+  // Every kind's answer from the caches, or null when one is missing. A kind cached
+  // without blob is one the framework found nothing of in this image.
   private Analysis fromCache(String assetId, List<Kind<?>> wanted) {
     Map<Kind<?>, Message> answers = new LinkedHashMap<>();
+    List<Kind<?>> nothing = new ArrayList<>();
     Analysis.Source source = Analysis.Source.MEMORY;
     for (Kind<?> kind : wanted) {
       String key = keyOf(kind);
@@ -353,7 +360,10 @@ public final class Analyzer implements AutoCloseable {
       if (hit == null) return null;  // evicted meanwhile by another thread
       try {
         byte[] blob = ResultMessages.blobOf(hit);
-        if (blob == null) return null;
+        if (blob == null) {
+          nothing.add(kind);
+          continue;
+        }
         Message answer = parse(kind, blob);
         if (answer == null) return null;  // a stored answer that no longer parses is run again
         answers.put(kind, answer);
@@ -361,7 +371,12 @@ public final class Analyzer implements AutoCloseable {
         hit.delete();
       }
     }
-    return new Analysis(assetId, Status.OK, source, answers);
+    return new Analysis(assetId, nothing.isEmpty() ? Status.OK : noResult(nothing), source, answers);
+  }
+
+  // As a single-kind run reports a kind the framework found nothing of.
+  private static Status noResult(List<Kind<?>> kinds) {
+    return new Status(NO_RESULT, "Vantor Result is NULL: nothing of " + kinds + " in this image");
   }
 
   private Analysis run(String assetId, MultiAlgorithmInput request, List<Kind<?>> wanted) {
@@ -391,7 +406,10 @@ public final class Analyzer implements AutoCloseable {
       if (error.getFirst() != 0) {
         status = new Status(error.getFirst(), error.getSecond());
       } else if (!missing.isEmpty()) {
-        status = new Status(ErrorCode.INVALID_NODE.code(), "the run produced no answer for " + missing);
+        // The graph produces every kind asked for, so a missing output means nothing of
+        // that kind in this image: cached as such, so it is not run for again.
+        for (Kind<?> kind : missing) remember(assetId, kind, null);
+        status = noResult(missing);
       }
       return new Analysis(assetId, status, Analysis.Source.RUN, answers);
     }

@@ -16,7 +16,7 @@ public enum ErrorCode {
   INVALID_MODEL(5),
   /** 6: the algorithm kind is not supported. */
   INVALID_TYPE(6),
-  /** 7: a graph node is missing or failed; also a requested kind the run did not produce. */
+  /** 7: a graph node is missing or failed while running. */
   INVALID_NODE(7),
   /**
    * 8: the image is unusable: its size or format, or fewer bytes than width, height and
@@ -25,7 +25,10 @@ public enum ErrorCode {
   INVALID_FORMAT(8),
   /** 9: an internal error of the framework, or a call from inside a run of the same extractor. */
   INTERNAL_ERROR(9),
-  /** Any other code: 204 (no result), 500 (an exception in the framework), -1 (no configuration asset). */
+  /**
+   * Any other code: 204 (the run found nothing of a kind), 500 (an exception in the
+   * framework), -1 (no configuration asset).
+   */
   UNKNOWN(-1);
 
   private final int code;

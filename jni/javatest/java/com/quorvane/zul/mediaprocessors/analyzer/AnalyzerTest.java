@@ -85,6 +85,21 @@ class AnalyzerTest {
   }
 
   @Test
+  void aKindFoundNothingOfIsReportedAndCachedAsSuch() {
+    try (Analyzer analyzer = builder().build()) {
+      Analysis first = analyzer.analyze("astronaut", astronaut, Kind.FACE, Kind.PET_FACE);
+      assertEquals(204, first.status().code());
+      assertEquals(ErrorCode.UNKNOWN, first.status().error());
+      assertTrue(first.status().message().contains("[PET_FACE]"), first.status().message());
+      assertNull(first.get(Kind.PET_FACE));
+      assertNotNull(first.get(Kind.FACE));
+      Analysis second = analyzer.analyze("astronaut", astronaut, Kind.FACE, Kind.PET_FACE);
+      assertEquals(Analysis.Source.MEMORY, second.source());
+      assertEquals(204, second.status().code());
+    }
+  }
+
+  @Test
   void topClassesComeMostConfidentFirst() throws Exception {
     try (Analyzer analyzer = builder().build()) {
       C_NHClassificationBuffer answer = analyzer.analyze("astronaut", astronaut, Kind.CLASSIFICATION).get(Kind.CLASSIFICATION);
