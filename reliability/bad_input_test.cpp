@@ -381,13 +381,20 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
         return imageCase([](ImageBuffer& b) { b.width = 100000; b.height = 100000; }, true);
     });
     row("rotation 7 (unknown)", through, [&] { return imageCase([](ImageBuffer& b) { b.rotateMode = 7; }, false); });
+    row("a length claiming more than the block setData allocated (100 bytes)", through, [&] {
+        return imageCase([](ImageBuffer& b) { b.setData(std::string(100, 'x').data(), 100); }, true);
+    });
+    row("a length claiming more than the block, after recycle", through,
+        [&] { return imageCase([](ImageBuffer& b) { b.recycle(); }, true); });
 
     group = "Requests";
     row("a null Input", "`Extractor::extractFeatures`", [&] {
         auto e = extractor();
         ErrorPair error{0, ""};
         auto out = e->extractFeatures(std::shared_ptr<Input>(), true, &error);
-        return std::make_pair(std::to_string(out.size()) + " results, no error", out.empty() && error.first == 0);
+        return std::make_pair(std::to_string(out.size()) + " results, error pair (" + std::to_string(error.first) +
+                                  ", \"" + error.second + "\")",
+                              out.empty() && error.first == 3);
     });
     // One request over one resource; its Result must come back without blob and error.
     auto lone = [&](const std::shared_ptr<Resource>& resource) {
