@@ -4,6 +4,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.quorvane.zul.mediaprocessors.analyzer.Analysis;
+import com.quorvane.zul.mediaprocessors.analyzer.Analyzer;
+import com.quorvane.zul.mediaprocessors.analyzer.Kind;
 import java.math.BigInteger;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -86,6 +89,7 @@ class ApiSequenceTest {
   /** One thread's random walk; records are its own, the extractor is shared. */
   private static final class Walker implements Runnable {
     private final Extractor shared;
+    private final Analyzer analyzer;
     private final Random random;
     private final int calls;
     private final String prefix;  // asset ids of its own: cached Results never cross threads
@@ -94,8 +98,9 @@ class ApiSequenceTest {
     private final List<Result> results = new ArrayList<>();
     Throwable failure;
 
-    Walker(Extractor shared, long seed, int calls, String prefix) {
+    Walker(Extractor shared, Analyzer analyzer, long seed, int calls, String prefix) {
       this.shared = shared;
+      this.analyzer = analyzer;
       this.prefix = prefix;
       this.random = new Random(seed);
       this.calls = calls;
@@ -124,7 +129,7 @@ class ApiSequenceTest {
     }
 
     private void step() {
-      switch (random.nextInt(14)) {
+      switch (random.nextInt(15)) {
         case 0:
           buffers.add(random.nextBoolean() ? new ImageBuffer()
               : new ImageBuffer(size(), size(), "xyz", BigInteger.valueOf(random.nextInt(5000))));
@@ -199,6 +204,14 @@ class ApiSequenceTest {
         case 12:
           assertThrows(NullPointerException.class, () -> shared.extractFeatures((Input) null, false));
           break;
+        case 13: {
+          // The analyser, shared too: random kinds over the walker's buffers.
+          List<Kind<?>> kinds = Kind.values();
+          Analysis analysis = analyzer.analyze(prefix + random.nextInt(4), any(buffers),
+              kinds.get(random.nextInt(kinds.size())), kinds.get(random.nextInt(kinds.size())));
+          assertTrue(analysis.status().ok() || !analysis.status().message().isEmpty());
+          break;
+        }
         default:
           try (MemoryCache own = new MemoryCache(random.nextInt(3) - 1)) {
             for (Result r : results) own.save(r);
@@ -225,10 +238,12 @@ class ApiSequenceTest {
     for (int threads = 1; threads <= 4; threads++) {
       Extractor shared = new Extractor(new Config(), new MemoryCache(8), new MemoryCache(-1),
           Pictures.MODEL_DIR.toString(), Pictures.frameworkConfig(tmp).toString(), false);
+      Analyzer analyzer = Analyzer.builder().modelDirectory(Pictures.MODEL_DIR.toString())
+          .frameworkConfig(Pictures.frameworkConfig(tmp).toString()).memoryCacheSize(16).build();
       List<Walker> walkers = new ArrayList<>();
       List<Thread> running = new ArrayList<>();
       for (int t = 0; t < threads; t++) {
-        Walker walker = new Walker(shared, seed + threads * 16 + t, 600 / threads, "t" + t + "/");
+        Walker walker = new Walker(shared, analyzer, seed + threads * 16 + t, 600 / threads, "t" + t + "/");
         walkers.add(walker);
         Thread thread = new Thread(walker);
         running.add(thread);
@@ -239,6 +254,7 @@ class ApiSequenceTest {
         if (walker.failure != null) throw new AssertionError("seed " + seed + ", " + threads + " threads", walker.failure);
       }
       shared.close();
+      analyzer.close();
     }
   }
 }
