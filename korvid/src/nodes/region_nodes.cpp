@@ -27,6 +27,7 @@ using Vantor::AlgorithmType;
 namespace {
 
 constexpr int kWorkSide = 256;  // masks are computed at most this large
+constexpr size_t kMaxPets = 256;  // the most a pet node returns ("face_pet_detect_max_num")
 
 std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
 
@@ -251,6 +252,24 @@ private:
     std::unique_ptr<ObjectDetector> objects_;
 };
 
+// One type per animal: the detector scores cat and dog separately, so one animal can come
+// back as both (the dog photo: a dog and a cat on one box). A pet whose body overlaps a
+// better pet's (intersection over union 0.5, or 70 % of the smaller inside the larger) is
+// the same animal and dropped. pets best first, as the detector returns them.
+std::vector<PetDetection> onePetPerAnimal(const std::vector<PetDetection>& pets) {
+    std::vector<PetDetection> kept;
+    for (const PetDetection& pet : pets) {
+        const bool seen = pet.body && std::any_of(kept.begin(), kept.end(), [&](const PetDetection& better) {
+            if (!better.body) return false;
+            const double common = (*pet.body & *better.body).area();
+            const double smaller = std::min(pet.body->area(), better.body->area());
+            return common / (pet.body->area() + better.body->area() - common) >= 0.5 || common >= 0.7 * smaller;
+        });
+        if (!seen) kept.push_back(pet);
+    }
+    return kept;
+}
+
 class FacePetNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override { pets_.load(requireModel(models, "face_pet_detect_model_key")); }
@@ -261,7 +280,8 @@ public:
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
         // Matting seeds GrabCut with the detector's box alone: cat faces only without one.
         const bool matting = imageMode(params) != 1;
-        const std::vector<PetDetection> pets = pets_.detect(bgr, static_cast<size_t>(maxNum), memo, !matting);
+        std::vector<PetDetection> pets = onePetPerAnimal(pets_.detect(bgr, kMaxPets, memo, !matting));
+        if (pets.size() > static_cast<size_t>(maxNum)) pets.resize(static_cast<size_t>(maxNum));
 
         if (!matting) {
             auto out = std::make_unique<BufferOutput<Vantor::FacePetDetectBuffer>>(typeList(AlgorithmType::FacePetDetect));
