@@ -16,6 +16,7 @@
 #include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
+#include "qr_code_cue.h"
 #include "scene_evidence.h"
 
 namespace kv {
@@ -198,7 +199,7 @@ public:
         const SceneEvidence probe;
         double unused;
         for (const std::string& c : cueOf_) {
-            if (c != "none" && !sceneCue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+            if (c != "none" && c != kQrCode && !sceneCue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
         }
     }
 
@@ -216,6 +217,8 @@ public:
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
+            } else if (cue == kQrCode) {
+                v = qrCodeCue(image);
             } else if (cue != "none") {
                 // Scene evidence tells a sky or a lawn, never with a class's certainty.
                 sceneCue(cue, evidence, v);
@@ -233,6 +236,7 @@ public:
     }
 
 private:
+    static constexpr const char* kQrCode = "qr_code";  // OpenCV's QR detector, not a scene cue
     static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
     static constexpr double kSceneClassScale = 0.9;  // scene cues (at most 0.85) stay below 0.8
 

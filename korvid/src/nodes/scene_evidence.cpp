@@ -82,14 +82,19 @@ int countGlyphs(const cv::Mat& bgr) {
         const int area = stats.at<int>(i, cv::CC_STAT_AREA);
         if (r.height >= 5 && r.height <= 28 && r.width <= 28 && area >= 8 && area <= 0.7 * r.area() + 1) marks.push_back(r);
     }
+    // Sorted by baseline, a mark's line neighbours are within a few places of it.
+    std::sort(marks.begin(), marks.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.y + a.height < b.y + b.height; });
     int inLines = 0;
-    for (const cv::Rect& a : marks) {
+    for (size_t i = 0; i < marks.size(); ++i) {
+        const cv::Rect& a = marks[i];
+        const int base = a.y + a.height, reach = a.height / 4;
         int neighbours = 0;
-        for (const cv::Rect& b : marks) {
-            if (&a == &b || b.height * 10 < a.height * 7 || b.height * 7 > a.height * 10) continue;
-            const bool sameBaseline = std::abs((a.y + a.height) - (b.y + b.height)) * 4 <= a.height;
-            const bool near = std::abs((a.x + a.width / 2) - (b.x + b.width / 2)) <= 3 * a.height;
-            neighbours += sameBaseline && near;
+        size_t from = i;
+        while (from > 0 && base - (marks[from - 1].y + marks[from - 1].height) <= reach) --from;
+        for (size_t j = from; j < marks.size() && (marks[j].y + marks[j].height) - base <= reach; ++j) {
+            const cv::Rect& b = marks[j];
+            if (j == i || b.height * 10 < a.height * 7 || b.height * 7 > a.height * 10) continue;
+            neighbours += std::abs((a.x + a.width / 2) - (b.x + b.width / 2)) <= 3 * a.height;
         }
         inLines += neighbours >= 2;
     }

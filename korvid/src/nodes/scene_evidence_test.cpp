@@ -1,11 +1,13 @@
 // The scene evidence on drawn scenes whose answer is known: a label needs its region in
 // its place, and no cue claims certainty.
 #include "scene_evidence.h"
+#include "qr_code_cue.h"
 
 #include <map>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
 
 namespace kv {
 namespace {
@@ -130,6 +132,23 @@ TEST(SceneEvidence, ExtremeShapesAndTinyImagesAreSafe) {
     for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 2)}) {
         const auto c = cues(cv::Mat(size, CV_8UC3, cv::Scalar(200, 150, 90)));
         EXPECT_LT(c.at("document"), 0.1) << size;
+    }
+}
+
+TEST(QrCodeCue, ReadableCodesScoreHighEverythingElseNothing) {
+    cv::Mat code, page;
+    cv::QRCodeEncoder::create()->encode("https://example.org/vqfe", code);
+    cv::resize(code, code, code.size() * 8, 0, 0, cv::INTER_NEAREST);
+    cv::copyMakeBorder(code, page, 64, 64, 64, 64, cv::BORDER_CONSTANT, cv::Scalar(255));
+    cv::cvtColor(page, page, cv::COLOR_GRAY2BGR);
+    EXPECT_EQ(qrCodeCue(page), kFoundCode);
+    cv::Mat turned;
+    cv::warpAffine(page, turned, cv::getRotationMatrix2D({page.cols / 2.f, page.rows / 2.f}, 20, 0.8), page.size(), cv::INTER_LINEAR,
+                   cv::BORDER_CONSTANT, cv::Scalar::all(255));
+    EXPECT_EQ(qrCodeCue(turned), kFoundCode);
+    EXPECT_EQ(qrCodeCue(blocks({600, 400}, 7, cv::Scalar(0, 0, 0), cv::Scalar(255, 255, 255))), 0.0);
+    for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(20, 20), cv::Size(16384, 30)}) {
+        EXPECT_EQ(qrCodeCue(cv::Mat(size, CV_8UC3, cv::Scalar(255, 255, 255))), 0.0) << size;
     }
 }
 
