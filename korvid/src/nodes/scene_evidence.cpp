@@ -185,7 +185,11 @@ SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo) {
     return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr); });
 }
 
-const std::vector<std::string>& sceneLabelNames() { return cueNames(); }
+const std::vector<std::string>& sceneLabelNames() {
+    static const std::vector<std::string> names = {"sky",    "greenery", "water",  "night",        "snow",
+                                                   "sunset", "document", "people", "solid_colour", "colourful"};
+    return names;
+}
 
 bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
     // A region reaching deep into the bottom quarter is a backdrop (a blue wall, a white
