@@ -19,6 +19,7 @@
 #include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
+#include "pet_selection.h"
 
 namespace kv {
 
@@ -251,24 +252,6 @@ private:
     std::unique_ptr<PersonSegmenter> persons_;
     std::unique_ptr<ObjectDetector> objects_;
 };
-
-// One type per animal: the detector scores cat and dog separately, so one animal can come
-// back as both (the dog photo: a dog and a cat on one box). A pet whose body overlaps a
-// better pet's (intersection over union 0.5, or 70 % of the smaller inside the larger) is
-// the same animal and dropped. pets best first, as the detector returns them.
-std::vector<PetDetection> onePetPerAnimal(const std::vector<PetDetection>& pets) {
-    std::vector<PetDetection> kept;
-    for (const PetDetection& pet : pets) {
-        const bool seen = pet.body && std::any_of(kept.begin(), kept.end(), [&](const PetDetection& better) {
-            if (!better.body) return false;
-            const double common = (*pet.body & *better.body).area();
-            const double smaller = std::min(pet.body->area(), better.body->area());
-            return common / (pet.body->area() + better.body->area() - common) >= 0.5 || common >= 0.7 * smaller;
-        });
-        if (!seen) kept.push_back(pet);
-    }
-    return kept;
-}
 
 class FacePetNode : public Node {
 public:
