@@ -400,8 +400,8 @@ TEST(Nodes, ClassificationGraphs) {
     for (int32_t i = 0; i < 208; ++i) EXPECT_EQ(ids[size_t(i)], i);
     EXPECT_EQ(h->getResultByName("ClassificationPostProcess"), static_cast<void*>(c300));
 
-    // Labels from detected objects and people; statistics alone never pass one half, so the
-    // blue suit is no ship and the cat no swimmer; at most two classes reach 0.99.
+    // Labels from detected objects and people, scene classes from regions of the scene (never
+    // 0.8): the blue suit is no ship, the cat no swimmer; at most two classes reach 0.99.
     auto confidenceOf = [](const NHClassificationBuffer& b, const std::string& label) {
         const NHClassificationInfo& in = *b.infos[0];
         for (size_t i = 0; i < in.id.size(); ++i) {
@@ -416,8 +416,11 @@ TEST(Nodes, ClassificationGraphs) {
         const bool astronaut = photo == std::string("astronaut.jpg"), cat = photo == std::string("chelsea.jpg");
         EXPECT_EQ(confidenceOf(*c, "2252_alone") > 0.5f, astronaut) << photo;
         EXPECT_EQ(confidenceOf(*c, "cat_c1_c2") > 0.35f, cat) << photo;
-        for (const char* never : {"1421_Ship", "Swimming_c2", "beach_c1_c2", "dog_c1_c2", "1248_crowd"}) {
+        for (const char* never : {"1421_Ship", "Swimming_c2", "beach_c1_c2", "dog_c1_c2", "1248_crowd", "qrcode_c2"}) {
             EXPECT_LE(confidenceOf(*c, never), 0.5f) << photo << " " << never;
+        }
+        for (const char* scene : {"2584_sky", "2568_Sunset", "lake_c1_c2", "xuejing_c2", "text_c1_c2"}) {
+            EXPECT_LT(confidenceOf(*c, scene), 0.8f) << photo << " " << scene;
         }
         const auto& conf = c->infos[0]->confidence;
         EXPECT_LE(std::count_if(conf.begin(), conf.end(), [](float v) { return v >= 0.99f; }), 2) << photo;
