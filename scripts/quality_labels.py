@@ -3,7 +3,7 @@ Columns are named by the first line that is not a comment; '-' is an empty field
 of points is x:y pairs separated by commas."""
 
 NUMBERS = ("people",)
-LISTS = ("classes",)
+LISTS = ("classes", "scenes")
 POINTS = ("faces",)
 
 

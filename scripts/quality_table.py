@@ -148,6 +148,73 @@ def score_people(table, photos, results):
     table.add("people present (25)", "photos without people said yes", of(sum(1 for p in without if people_cue(p, results)), len(without), "no answer"))
 
 
+# The scene labels with a meaning to check against a photo; "colourful" and "solid_colour"
+# measure colour itself and fit whatever they say.
+SCENE_LABELS = ("sky", "greenery", "water", "night", "snow", "sunset", "document", "people")
+
+
+def scene_entries(photo, results):
+    """{label: (prob, satisfied)} of the scene kind; None without a result."""
+    result = results.get(photo["name"], {}).get(25)
+    if result is None:
+        return None
+    return {e.get("name"): (e.get("prob", 0.0), bool(e.get("satisfied"))) for e in result.get("m_SceneRecogInfo", [])}
+
+
+def score_scenes(table, photos, results):
+    """Wrong scene labels: satisfied labels the photo was not labelled with, over all
+    photo-label pairs; right ones: labelled labels that were satisfied. Each set apart."""
+    photos, note = answered(photos, results, 25)
+    for part in ("tune", "check"):
+        chosen = [p for p in photos if p.get("set", "check") == part]
+        pairs = wrong = confident = labelled = found = 0
+        for photo in chosen:
+            entries = scene_entries(photo, results)
+            for label in SCENE_LABELS:
+                if label not in entries:
+                    continue
+                prob, satisfied = entries[label]
+                pairs += 1
+                if label in photo.get("scenes", []):
+                    labelled += 1
+                    found += satisfied
+                elif satisfied:
+                    wrong += 1
+                    confident += prob >= 0.9
+        name = "scenes (25), %s photos" % ("calibration" if part == "tune" else "held-out")
+        table.add(name, "wrong scene labels (of photo-label pairs)", of(wrong, pairs), note)
+        table.add(name, "wrong scene labels at 0.9 or more", str(confident))
+        table.add(name, "labelled scene labels found", of(found, labelled))
+        note = ""
+
+
+# Classification groups, by label: the class list's own blocks.
+GROUPS = (
+    ("people", {"selfie_c1_c2", "672_Family_photography", "QinZiSheYing_c2", "group_c1_c2", "yinger_c2", "ertong_c2",
+                "2143_Old_man", "1248_crowd", "1536_Two", "2252_alone", "2001_student", "1072_Pregnant_woman"}),
+    ("animals", {"585_Jellyfish", "204_goldfish", "Tortoise_c2", "KingPenguin_c2", "2452_bird", "Peacock_c2", "cat_c1_c2",
+                 "dog_c1_c2", "1132_monkey", "399_deer", "Panda_c2", "184_sheep", "327_camel", "1628_horse", "415_Cattle",
+                 "Tiger_c2", "Giraffe_c2", "Hamster_c2", "Elepant_c2", "Pig_c2", "rabbit_c2"}),
+    ("food", {"mianshi_c2", "zhongcan_c2", "hotpot_c2", "Americal_Fast_Food_c2", "HaiXian_c2", "grill_c2", "sushi_c2",
+              "ShaLa_c2", "snacks_c2", "2201_dessert", "cake_c2", "fruit_c2", "drink_c2", "bread_new"}),
+    ("drawings", {"2098_Anime", "scrawl_mark_c2", "823_calligraphy", "725_sketch"}),
+    ("text", {"bankcard_c2", "card_data_c2", "qrcode_c2", "text_c1_c2"}),
+    ("scenes", {"desert_c2", "hill_c1_c2", "mountain_snowy_c2", "Cave_c2", "moutain_path_c2", "1714_Terraced_field",
+                "formal_garden_c2", "farm_c2", "lawn_c2", "1276_jungle", "2107_Flower_sea", "islet_c2", "1215_Underwater",
+                "lake_c1_c2", "ocean_c2", "2125_pond", "1031_Water_droplets", "creek_c2", "2220_waterfall", "2023_reef",
+                "beach_c1_c2", "2584_sky", "2397_Galaxy", "1044_lightning", "2568_Sunset", "1550_rainbow", "2358_Cloud_sea",
+                "2265_Blue_sky_and_white_clouds", "1570_dark_clouds", "2259_moon", "nightscape_c1_c2", "2002_Fireworks",
+                "Bonfire_c2", "1257_Neon", "1235_Rainy_day", "xuejing_c2", "2408_fog", "flower_c1_c2", "tree_c1_c2",
+                "1636_tulip", "1872_sunflower", "132_cactus", "2461_Lotus", "2482_Cherry_blossoms", "950_Rose",
+                "670_lavender", "885_Dandelion", "1911_ginkgo", "1612_reed", "DuoRouZhiWu_c2", "2172_Rape_flower",
+                "1840_Potted_plant", "2077_Maple_leaf"}),
+)
+
+
+def class_group(label):
+    return next((name for name, labels in GROUPS if label in labels), "objects")
+
+
 def score_classification(table, photos, results):
     photos, note = answered(photos, results, 121)
     labelled = [p for p in photos if p["classes"]]
@@ -160,6 +227,13 @@ def score_classification(table, photos, results):
         infos = result.get("m_classificationInfos") or [{}]
         confident.append(sum(1 for c in infos[0].get("confidence", []) if c >= 0.99))
     table.add("classification (121)", "a labelled class in the top 5", of(hits, len(labelled)), note)
+    for group in [name for name, _ in GROUPS] + ["objects"]:
+        members = [p for p in labelled if class_group(p["classes"][0]) == group]
+        if members:
+            got = sum(1 for p in members if any(l in p["classes"] for l, _ in top_labels(results[p["name"]][121], 5)))
+            table.add("classification (121)", "top-5 hits, photos of %s" % group, of(got, len(members)))
+    wrong = sum(1 for p in photos for label, c in top_labels(results[p["name"]][121], 208) if c >= 0.8 and label not in p["classes"])
+    table.add("classification (121)", "classes at 0.8 or more that the photo was not labelled with", str(wrong))
     if confident:
         confident.sort()
         table.add("classification (121)", "classes at 0.99 or more per photo (median, most)",
@@ -256,9 +330,16 @@ def face_cell(result, centres):
     return hits, len(centres), false
 
 
+def scene_cell(photo, results):
+    entries = scene_entries(photo, results) or {}
+    said = [l for l in SCENE_LABELS if entries.get(l, (0, False))[1]]
+    return "%s / %s" % (",".join(said) or "-", ",".join(photo.get("scenes", [])) or "-")
+
+
 def print_photos(photos, results, markdown):
     """One line per photo: what was labelled and what came back."""
-    head = ("photo", "faces found/labelled (false)", "pet faces", "people cue / labelled", "skeletons", "top label")
+    head = ("photo", "faces found/labelled (false)", "pet faces", "people cue / labelled", "skeletons", "scenes said / labelled",
+            "top label")
     rows = [head]
     for photo in photos:
         got = results.get(photo["name"], {})
@@ -269,6 +350,7 @@ def print_photos(photos, results, markdown):
                      "%d%s" % (len((got.get(95) or {}).get("m_facePetInfos", [])), " (%s)" % photo["pet"] if photo["pet"] else ""),
                      "%s / %d" % ("-" if cue is None else "yes" if cue else "no", photo["people"]),
                      str(len((got.get(7) or {}).get("m_skeletonInfos", []))),
+                     scene_cell(photo, results),
                      "%s %.2f" % top[0] if top else "-"))
     if markdown:
         print("| " + " | ".join(head) + " |")
@@ -292,7 +374,7 @@ def main():
     if len(analysed) < len(photos):
         print("not analysed: " + ", ".join(p["name"] for p in photos if p["name"] not in results), file=sys.stderr)
     table = Table()
-    for score in (score_faces, score_pets, score_people, score_classification, score_attributes, score_identity,
+    for score in (score_faces, score_pets, score_people, score_scenes, score_classification, score_attributes, score_identity,
                   score_skeletons):
         score(table, analysed, results)
     print("%d photos: %d with people, %d with a cat or dog\n" % (

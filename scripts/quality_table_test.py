@@ -63,6 +63,45 @@ class ScoringTest(unittest.TestCase):
         self.assertEqual(table.rows[0][2], "0.995 over 1 pair")
         self.assertEqual(table.rows[2][2], "2 of 2")
 
+    def test_scene_labels_wrong_and_found_per_set_and_colour_labels_unscored(self):
+        def scene(**labels):
+            return {25: {"m_SceneRecogInfo": [{"name": n, "prob": p, "satisfied": p >= 0.5} for n, p in labels.items()]}}
+
+        photos = [photo("lake", scenes=["water", "sky"], set="tune"), photo("flower", scenes=[], set="check"),
+                  photo("failed", scenes=["sky"], set="check")]
+        results = {"lake": scene(water=0.7, sky=0.2, sunset=0.6, colourful=0.9),
+                   "flower": scene(sunset=0.95, greenery=0.1, solid_colour=0.8), "failed": {25: None}}
+        table = quality_table.Table()
+        quality_table.score_scenes(table, photos, results)
+        values = {(row[0], row[1]): row[2] for row in table.rows}
+        tune, check = "scenes (25), calibration photos", "scenes (25), held-out photos"
+        self.assertEqual(values[(tune, "wrong scene labels (of photo-label pairs)")], "1 of 3")
+        self.assertEqual(values[(tune, "wrong scene labels at 0.9 or more")], "0")
+        self.assertEqual(values[(tune, "labelled scene labels found")], "1 of 2")
+        self.assertEqual(values[(check, "wrong scene labels (of photo-label pairs)")], "1 of 2")
+        self.assertEqual(values[(check, "wrong scene labels at 0.9 or more")], "1")
+        self.assertEqual(values[(check, "labelled scene labels found")], "none labelled")
+
+    def test_classification_groups_and_confident_wrong_classes(self):
+        def classes(*pairs):
+            labels = [label for label, _ in pairs]
+            return {121: {"m_labels": labels, "m_classificationInfos": [
+                {"id": list(range(len(pairs))), "confidence": [c for _, c in pairs]}]}}
+
+        photos = [photo("cat", classes=["cat_c1_c2"]), photo("lake", classes=["lake_c1_c2", "2584_sky"]),
+                  photo("nothing")]
+        results = {"cat": classes(("cat_c1_c2", 0.6), ("dog_c1_c2", 0.85)),
+                   "lake": classes(("2584_sky", 0.7), ("lake_c1_c2", 0.3)),
+                   "nothing": classes(("qrcode_c2", 0.9), ("text_c1_c2", 0.79))}
+        table = quality_table.Table()
+        quality_table.score_classification(table, photos, results)
+        values = {row[1]: row[2] for row in table.rows}
+        self.assertEqual(values["a labelled class in the top 5"], "2 of 2")
+        self.assertEqual(values["top-5 hits, photos of animals"], "1 of 1")
+        self.assertEqual(values["top-5 hits, photos of scenes"], "1 of 1")
+        self.assertNotIn("top-5 hits, photos of text", values)
+        self.assertEqual(values["classes at 0.8 or more that the photo was not labelled with"], "2")
+
 
 class ConversionTest(unittest.TestCase):
     def test_npy_grey_to_png_keeps_every_pixel(self):

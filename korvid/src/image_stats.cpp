@@ -105,26 +105,4 @@ ImageStats computeImageStats(const cv::Mat& input) {
     return s;
 }
 
-const std::vector<std::string>& cueNames() {
-    static const std::vector<std::string> names = {"sky",      "greenery", "water",        "night",    "snow",
-                                                   "sunset",   "document", "people",       "solid_colour",
-                                                   "colourful"};
-    return names;
-}
-
-bool cueValue(const std::string& name, const ImageStats& s, double& value) {
-    if (name == "sky") value = clamp01(s.skyRatio / 0.35);
-    else if (name == "greenery") value = clamp01(s.greenRatio / 0.4);
-    else if (name == "water") value = clamp01(s.waterRatio / 0.35);
-    else if (name == "night") value = clamp01(s.darkRatio / 0.6) * clamp01(1.5 - s.brightness * 3);
-    else if (name == "snow") value = clamp01(s.whiteRatio / 0.4);
-    else if (name == "sunset") value = clamp01(s.warmRatio / 0.3);
-    else if (name == "document") value = clamp01(s.edgeDensity / 0.15) * clamp01(1 - 2 * s.colourfulness);
-    else if (name == "people") value = clamp01(s.skinRatio / 0.25);
-    else if (name == "solid_colour") value = clamp01(1 - s.entropy * 2);
-    else if (name == "colourful") value = s.colourfulness;
-    else return false;
-    return true;
-}
-
 }  // namespace kv

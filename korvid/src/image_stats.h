@@ -1,5 +1,5 @@
-// Whole-image statistics shared by the statistics-based nodes (scene labels, aesthetics,
-// sensitive content, node-hub classification), and the named cues derived from them.
+// Whole-image statistics shared by the statistics-based nodes (aesthetics, sensitive content,
+// the scene-v3 feature, the scene evidence's colour measures).
 // Everything is computed on a copy scaled to at most 256 pixels on its longer side, so
 // the values hardly depend on the input resolution. Pure functions, thread-safe.
 #pragma once
@@ -39,12 +39,5 @@ cv::Mat skinMask(const cv::Mat& bgr);
 
 // The variance of the Laplacian mapped to 0..1 as v / (v + 100).
 double sharpnessScore(double laplacianVariance);
-
-// Named cues, each a probability-like value in 0..1 from the statistics (documented in
-// korvid/README.md): "sky", "greenery", "water", "night", "snow", "sunset", "document",
-// "people", "solid_colour", "colourful".
-const std::vector<std::string>& cueNames();
-// The value of a cue; false when the name is not a cue.
-bool cueValue(const std::string& name, const ImageStats& stats, double& value);
 
 }  // namespace kv

@@ -11,6 +11,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "encoding/display_names.h"
+
 namespace vqfe {
 namespace {
 
@@ -196,7 +198,7 @@ std::vector<std::string> labelLines(const DecodedBlobs& decoded) {
     bool people = false;
     char text[160];
     for (const auto& [label, score] : decoded.topLabels(3)) {
-        std::snprintf(text, sizeof text, "%s %.2f", label.c_str(), score);
+        std::snprintf(text, sizeof text, "%s %.2f", VQFeature::displayName(label).c_str(), score);
         lines.push_back(text);
         people = people || label == "people";
     }
@@ -205,7 +207,7 @@ std::vector<std::string> labelLines(const DecodedBlobs& decoded) {
         lines.push_back(text);
     }
     for (const auto& [label, score] : decoded.extraClasses()) {
-        std::snprintf(text, sizeof text, "%s %.2f", label.c_str(), score);
+        std::snprintf(text, sizeof text, "%s %.2f", VQFeature::displayName(label).c_str(), score);
         lines.push_back(text);
     }
     return lines;

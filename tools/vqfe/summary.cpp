@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "encoding/display_names.h"
+
 namespace vqfe {
 
 void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
@@ -22,12 +24,12 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
     row.people = decoded.peopleCue();
     for (const auto& [label, score] : decoded.topLabels(3)) {
         char text[160];
-        std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", label.c_str(), score);
+        std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
         row.labels += text;
     }
     for (const auto& [label, score] : decoded.extraClasses()) {
         char text[160];
-        std::snprintf(text, sizeof text, "%s%s %.2f", row.classes.empty() ? "" : ", ", label.c_str(), score);
+        std::snprintf(text, sizeof text, "%s%s %.2f", row.classes.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
         row.classes += text;
     }
     row.fromStore = fromStore;

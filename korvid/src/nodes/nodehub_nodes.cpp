@@ -16,6 +16,8 @@
 #include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
+#include "qr_code_cue.h"
+#include "scene_evidence.h"
 
 namespace kv {
 
@@ -194,10 +196,10 @@ public:
         if (!classes.empty() && classes.type() == cv::FileNode::SEQ) {
             for (const auto& n : classes) cueOf_.push_back(static_cast<std::string>(n));
         }
-        ImageStats probe;
+        const SceneEvidence probe;
         double unused;
         for (const std::string& c : cueOf_) {
-            if (c != "none" && !cueValue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+            if (c != "none" && c != kQrCode && !sceneCue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
         }
     }
 
@@ -206,17 +208,21 @@ public:
         if (tensor.values.empty()) throw NodeFailure(Vantor::INVALID_NODE, "empty tensor");
         auto out = std::make_unique<ScoresOutput>();
         std::vector<float> scores;
-        const ImageStats s = computeImageStats(tensor.view);
+        const cv::Mat& image = tensor.original.empty() ? tensor.view : tensor.original;
+        const SceneEvidence evidence = sceneEvidence(image, memo);
         std::vector<ObjectDetection> objects;
-        if (objects_) objects = objects_->detect(tensor.original.empty() ? tensor.view : tensor.original, kMinObjectScore, memo);
+        if (objects_) objects = objects_->detect(image, kMinObjectScore, memo);
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
+            } else if (cue == kQrCode) {
+                v = qrCodeCue(image);
             } else if (cue != "none") {
-                cueValue(cue, s, v);
-                if (objects_) v = 0.5 * v * v;
+                // Scene evidence tells a sky or a lawn, never with a class's certainty.
+                sceneCue(cue, evidence, v);
+                if (objects_) v *= kSceneClassScale;
             }
             scores.push_back(logit(v));
         }
@@ -230,7 +236,9 @@ public:
     }
 
 private:
+    static constexpr const char* kQrCode = "qr_code";  // OpenCV's QR detector, not a scene cue
     static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
+    static constexpr double kSceneClassScale = 0.9;  // scene cues (at most 0.85) stay below 0.8
 
     std::string layout_, featureName_, scoreName_;
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies

@@ -235,14 +235,23 @@ TEST(Nodes, WholeImageStatistics) {
     EXPECT_EQ(rocket.portraitScore, 0.f);
     EXPECT_EQ(rocket.faceScore, 0.f);
 
-    auto* scene = run<SceneRecogBuffer>(h, 25, "rocket.jpg");
-    ASSERT_NE(scene, nullptr);
-    ASSERT_EQ(scene->infos.size(), 10u);
-    EXPECT_EQ(scene->infos[0]->name, "sky");
-    EXPECT_GT(scene->infos[0]->prob, 0.5f);  // a launch under a blue sky
-    EXPECT_TRUE(scene->infos[0]->satisfied);
-    ASSERT_GE(scene->choose, 0);
-    EXPECT_TRUE(scene->infos[static_cast<size_t>(scene->choose)]->satisfied);
+    // Close-ups and a launch pad at dusk are no sky, sunset, water, snow or greenery scene
+    // (the cup and the cat were once "sunset 1.00", the rocket "water 1.00"); no label is
+    // ever certain.
+    for (const char* photo : {"rocket.jpg", "coffee.jpg", "chelsea.jpg"}) {
+        auto* scene = run<SceneRecogBuffer>(h, 25, photo);
+        ASSERT_NE(scene, nullptr);
+        ASSERT_EQ(scene->infos.size(), 10u);
+        EXPECT_EQ(scene->infos[0]->name, "sky");
+        for (size_t i : {0, 1, 2, 4, 5, 6}) EXPECT_FALSE(scene->infos[i]->satisfied) << photo << " " << scene->infos[i]->name;
+        for (const auto& info : scene->infos) EXPECT_LT(info->prob, 0.96f) << photo << " " << info->name;
+        if (scene->choose >= 0) {
+            EXPECT_TRUE(scene->infos[static_cast<size_t>(scene->choose)]->satisfied);
+        }
+    }
+    auto* person = run<SceneRecogBuffer>(h, 25, "astronaut.jpg");
+    ASSERT_GE(person->choose, 0);
+    EXPECT_EQ(person->infos[static_cast<size_t>(person->choose)]->name, "people");
 
     auto* v3 = run<SceneRecogV3Buffer>(h, 58, "coffee.jpg");
     ASSERT_NE(v3, nullptr);
@@ -254,7 +263,7 @@ TEST(Nodes, WholeImageStatistics) {
     // (the skin-coloured cup and cat once were "people 1.00").
     ASSERT_EQ(v3->infos[7]->name, "people");
     EXPECT_LT(v3->infos[7]->confidence, 0.1f);
-    EXPECT_GT(run<SceneRecogV3Buffer>(h, 58, "astronaut.jpg")->infos[7]->confidence, 0.9f);
+    EXPECT_GT(run<SceneRecogV3Buffer>(h, 58, "astronaut.jpg")->infos[7]->confidence, 0.7f);
     for (const char* nobody : {"chelsea.jpg", "rocket.jpg"}) {
         EXPECT_LT(run<SceneRecogBuffer>(h, 25, nobody)->infos[7]->prob, 0.1f) << nobody;
     }
@@ -391,8 +400,8 @@ TEST(Nodes, ClassificationGraphs) {
     for (int32_t i = 0; i < 208; ++i) EXPECT_EQ(ids[size_t(i)], i);
     EXPECT_EQ(h->getResultByName("ClassificationPostProcess"), static_cast<void*>(c300));
 
-    // Labels from detected objects and people; statistics alone never pass one half, so the
-    // blue suit is no ship and the cat no swimmer; at most two classes reach 0.99.
+    // Labels from detected objects and people, scene classes from regions of the scene (never
+    // 0.8): the blue suit is no ship, the cat no swimmer; at most two classes reach 0.99.
     auto confidenceOf = [](const NHClassificationBuffer& b, const std::string& label) {
         const NHClassificationInfo& in = *b.infos[0];
         for (size_t i = 0; i < in.id.size(); ++i) {
@@ -407,8 +416,11 @@ TEST(Nodes, ClassificationGraphs) {
         const bool astronaut = photo == std::string("astronaut.jpg"), cat = photo == std::string("chelsea.jpg");
         EXPECT_EQ(confidenceOf(*c, "2252_alone") > 0.5f, astronaut) << photo;
         EXPECT_EQ(confidenceOf(*c, "cat_c1_c2") > 0.35f, cat) << photo;
-        for (const char* never : {"1421_Ship", "Swimming_c2", "beach_c1_c2", "dog_c1_c2", "1248_crowd"}) {
+        for (const char* never : {"1421_Ship", "Swimming_c2", "beach_c1_c2", "dog_c1_c2", "1248_crowd", "qrcode_c2"}) {
             EXPECT_LE(confidenceOf(*c, never), 0.5f) << photo << " " << never;
+        }
+        for (const char* scene : {"2584_sky", "2568_Sunset", "lake_c1_c2", "xuejing_c2", "text_c1_c2"}) {
+            EXPECT_LT(confidenceOf(*c, scene), 0.8f) << photo << " " << scene;
         }
         const auto& conf = c->infos[0]->confidence;
         EXPECT_LE(std::count_if(conf.begin(), conf.end(), [](float v) { return v >= 0.99f; }), 2) << photo;

@@ -19,6 +19,7 @@
 #include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
+#include "pet_selection.h"
 
 namespace kv {
 
@@ -27,6 +28,7 @@ using Vantor::AlgorithmType;
 namespace {
 
 constexpr int kWorkSide = 256;  // masks are computed at most this large
+constexpr size_t kMaxPets = 256;  // the most a pet node returns ("face_pet_detect_max_num")
 
 std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
 
@@ -261,7 +263,8 @@ public:
         if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
         // Matting seeds GrabCut with the detector's box alone: cat faces only without one.
         const bool matting = imageMode(params) != 1;
-        const std::vector<PetDetection> pets = pets_.detect(bgr, static_cast<size_t>(maxNum), memo, !matting);
+        std::vector<PetDetection> pets = onePetPerAnimal(pets_.detect(bgr, kMaxPets, memo, !matting));
+        if (pets.size() > static_cast<size_t>(maxNum)) pets.resize(static_cast<size_t>(maxNum));
 
         if (!matting) {
             auto out = std::make_unique<BufferOutput<Vantor::FacePetDetectBuffer>>(typeList(AlgorithmType::FacePetDetect));

@@ -1,7 +1,7 @@
 // Whole-image family: after_effect (kind 30), scene_recognition (25), scene_recog_v3
-// (58), porn_cls (33) and similarity (29). All of them are image statistics
-// (image_stats.h) or a perceptual hash, except the scene nodes' "people" label, which comes
-// from the object detector of their model; korvid/README.md gives every formula.
+// (58), porn_cls (33) and similarity (29). The scene labels come from the regions of the
+// scene (scene_evidence.h) and the object detector's persons; the others are image
+// statistics (image_stats.h) or a perceptual hash. korvid/README.md gives every formula.
 #include <algorithm>
 #include <cmath>
 
@@ -15,6 +15,7 @@
 #include "model_bundle.h"
 #include "model_loading.h"
 #include "node_helpers.h"
+#include "scene_evidence.h"
 
 namespace kv {
 
@@ -70,11 +71,11 @@ struct LabelSet {
 LabelSet sceneLabels(const NodeParams& params) {
     LabelSet set;
     set.labels = splitText(params.stringOr("scene_labels", ""), ',');
-    if (set.labels.empty()) set.labels = cueNames();
-    ImageStats probe;
+    if (set.labels.empty()) set.labels = sceneLabelNames();
+    const SceneEvidence probe;
     double unused;
     for (const std::string& l : set.labels) {
-        if (!cueValue(l, probe, unused)) throw NodeFailure(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
+        if (!sceneCue(l, probe, unused)) throw NodeFailure(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
     }
     std::vector<std::string> thresholds = splitText(params.stringOr("scene_thresholds", ""), ',');
     if (!thresholds.empty() && thresholds.size() != set.labels.size()) {
@@ -94,22 +95,8 @@ LabelSet sceneLabels(const NodeParams& params) {
     return set;
 }
 
-// Scene labels: the statistic cues, except "people" when the node's model carries the object
-// detector (a bundle of "params" and "network"): then it is the people cue of the persons
-// detected. Without a model, or with a bare parameter file, every label is a statistic.
-// The people cue from person detections: (s − 0.2) / 0.4 of the best person's score s,
-// clamped to 0..1, so 0.4 is the default threshold's 0.5. NanoDet's best person scores
-// 0.73 to 0.88 on portraits, 0.60 on a group photo (22 persons above 0.3), 0.41 and 0.43 on
-// small figures; on photos without people it finds none above 0.2 (the cup, the cat, the
-// rocket) or at most 0.51 (a space shuttle), 0.46 (a parrot), 0.37 (an owl).
-constexpr float kMinCueScore = 0.2f;  // a person below it adds nothing to the cue
-
-double peopleCue(const std::vector<ObjectDetection>& objects) {
-    for (const ObjectDetection& o : objects) {  // best first
-        if (o.cocoClass == kCocoPerson) return clamp01((o.score - 0.2) / 0.4);
-    }
-    return 0;
-}
+// Persons below this score are no evidence of people.
+constexpr float kMinPersonScore = 0.2f;
 
 class SceneNode : public Node {
 public:
@@ -132,9 +119,8 @@ public:
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        const ImageStats s = computeImageStats(bgr);
         const LabelSet set = sceneLabels(params);
-        const std::vector<double> values = labelValues(set, s, bgr);
+        const std::vector<double> values = labelValues(set, bgr);
         auto out = std::make_unique<BufferOutput<Vantor::SceneRecogBuffer>>(typeList(AlgorithmType::SceneRecog));
         float best = -1.f;
         for (size_t i = 0; i < set.labels.size(); ++i) {
@@ -157,14 +143,15 @@ public:
     }
 
 protected:
-    // The value of each label: its statistic cue, or for "people" with a detector the
-    // persons' cue (peopleCue).
-    std::vector<double> labelValues(const LabelSet& set, const ImageStats& s, const cv::Mat& bgr) const {
+    // The value of each label from the scene's evidence; "people" from the detector's
+    // persons (0 without a detector: nothing else is evidence of people).
+    std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) const {
+        const SceneEvidence evidence = sceneEvidence(bgr, memo);
         std::vector<double> values;
         for (const std::string& label : set.labels) {
             double v = 0;
-            if (label == "people" && objects_) v = peopleCue(objects_->detect(bgr, kMinCueScore, memo));
-            else cueValue(label, s, v);
+            if (label == "people") v = objects_ ? peopleCue(objects_->detect(bgr, kMinPersonScore, memo), bgr) : 0.0;
+            else sceneCue(label, evidence, v);
             values.push_back(v);
         }
         return values;
@@ -182,7 +169,7 @@ public:
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const ImageStats s = computeImageStats(bgr);
         const LabelSet set = sceneLabels(params);
-        const std::vector<double> values = labelValues(set, s, bgr);
+        const std::vector<double> values = labelValues(set, bgr);
         auto out = std::make_unique<BufferOutput<Vantor::SceneRecogV3Buffer>>(typeList(AlgorithmType::SceneRecogV3));
         for (size_t i = 0; i < set.labels.size(); ++i) {
             const double v = values[i];

@@ -1,0 +1,14 @@
+// Short English names for the labels the analyses report: each of the 208 classification
+// labels ("2252_alone" -> "one person", "xuejing_c2" -> "snow scene") and each scene label
+// ("solid_colour" -> "plain colour"). For people reading results (the vqfe summary and
+// pictures, the Java helpers); the blobs keep the system's own labels. Thread-safe.
+#pragma once
+
+#include <string>
+
+namespace VQFeature {
+
+// The display name of label, or label itself when it is not one of the known labels.
+std::string displayName(const std::string& label);
+
+}  // namespace VQFeature

@@ -1,0 +1,251 @@
+#include "scene_evidence.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
+
+#include "image_stats.h"
+
+namespace kv {
+
+namespace {
+
+double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
+
+// 0 at from, kMaxCue at to, linear between.
+double ramp(double v, double from, double to) { return kMaxCue * clamp01((v - from) / (to - from)); }
+
+double share(const cv::Mat& mask) { return mask.empty() || mask.total() == 0 ? 0.0 : cv::countNonZero(mask) / double(mask.total()); }
+
+// The mask of the components of labels marked in keep.
+cv::Mat keptComponents(const cv::Mat& labels, const std::vector<uint8_t>& keep) {
+    cv::Mat out(labels.size(), CV_8U);
+    for (int y = 0; y < labels.rows; ++y) {
+        const int* row = labels.ptr<int>(y);
+        uint8_t* o = out.ptr<uint8_t>(y);
+        for (int x = 0; x < labels.cols; ++x) o[x] = keep[static_cast<size_t>(row[x])] ? 255 : 0;
+    }
+    return out;
+}
+
+// The 8-connected components of mask that have a pixel in its first rows.
+cv::Mat componentsTouchingTop(const cv::Mat& mask, int rows) {
+    cv::Mat labels;
+    const int n = cv::connectedComponents(mask, labels, 8, CV_32S);
+    std::vector<uint8_t> keep(static_cast<size_t>(n), 0);
+    for (int y = 0; y < std::min(rows, mask.rows); ++y) {
+        const int* row = labels.ptr<int>(y);
+        for (int x = 0; x < labels.cols; ++x) keep[static_cast<size_t>(row[x])] = row[x] != 0;
+    }
+    return keptComponents(labels, keep);
+}
+
+// The components of mask whose bounding box spans at least minWidth of the image's width:
+// the ground of a scene (a lake, a snowfield) runs from side to side, an object does not.
+cv::Mat wideComponents(const cv::Mat& mask, double minWidth) {
+    cv::Mat labels, stats, centroids;
+    const int n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 8, CV_32S);
+    std::vector<uint8_t> keep(static_cast<size_t>(n), 0);
+    for (int i = 1; i < n; ++i) keep[static_cast<size_t>(i)] = stats.at<int>(i, cv::CC_STAT_WIDTH) >= minWidth * mask.cols;
+    return keptComponents(labels, keep);
+}
+
+// Small bright spots in dark surroundings: components brighter than 200, of at most 0.3 %
+// of the image, whose neighbourhood (15 x 15) is dark on average.
+int countPointLights(const cv::Mat& value) {
+    cv::Mat bright = value > 200, labels, stats, centroids, surroundings;
+    cv::blur(value, surroundings, cv::Size(15, 15));
+    const int n = cv::connectedComponentsWithStats(bright, labels, stats, centroids, 8, CV_32S);
+    int spots = 0;
+    for (int i = 1; i < n; ++i) {
+        const cv::Point c(int(centroids.at<double>(i, 0)), int(centroids.at<double>(i, 1)));
+        spots += stats.at<int>(i, cv::CC_STAT_AREA) <= 0.003 * double(value.total()) && surroundings.at<uint8_t>(c) < 90;
+    }
+    return spots;
+}
+
+// Dark marks of a letter's size on bright paper, on a grey copy of at most 512 px, counted
+// when they stand in a line of text: at least two marks of a similar height beside them on
+// the same baseline (grain, fur and foliage make marks too, but not in lines).
+int countGlyphs(const cv::Mat& bgr) {
+    cv::Mat grey;
+    cv::cvtColor(shrinkToFit(bgr, 512), grey, cv::COLOR_BGR2GRAY);
+    if (grey.rows < 16 || grey.cols < 16) return 0;
+    cv::Mat ink, labels, stats, centroids;
+    cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 15, 12);
+    const int n = cv::connectedComponentsWithStats(ink, labels, stats, centroids, 8, CV_32S);
+    std::vector<cv::Rect> marks;
+    for (int i = 1; i < n && marks.size() < 4000; ++i) {
+        const cv::Rect r(stats.at<int>(i, cv::CC_STAT_LEFT), stats.at<int>(i, cv::CC_STAT_TOP), stats.at<int>(i, cv::CC_STAT_WIDTH),
+                         stats.at<int>(i, cv::CC_STAT_HEIGHT));
+        const int area = stats.at<int>(i, cv::CC_STAT_AREA);
+        if (r.height >= 5 && r.height <= 28 && r.width <= 28 && area >= 8 && area <= 0.7 * r.area() + 1) marks.push_back(r);
+    }
+    // Sorted by baseline, a mark's line neighbours are within a few places of it.
+    std::sort(marks.begin(), marks.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.y + a.height < b.y + b.height; });
+    int inLines = 0;
+    for (size_t i = 0; i < marks.size(); ++i) {
+        const cv::Rect& a = marks[i];
+        const int base = a.y + a.height, reach = a.height / 4;
+        int neighbours = 0;
+        size_t from = i;
+        while (from > 0 && base - (marks[from - 1].y + marks[from - 1].height) <= reach) --from;
+        for (size_t j = from; j < marks.size() && (marks[j].y + marks[j].height) - base <= reach; ++j) {
+            const cv::Rect& b = marks[j];
+            if (j == i || b.height * 10 < a.height * 7 || b.height * 7 > a.height * 10) continue;
+            neighbours += std::abs((a.x + a.width / 2) - (b.x + b.width / 2)) <= 3 * a.height;
+        }
+        inLines += neighbours >= 2;
+    }
+    return inLines;
+}
+
+}  // namespace
+
+SceneEvidence measureScene(const cv::Mat& input) {
+    SceneEvidence e;
+    const cv::Mat bgr = shrinkToFit(input, 256);
+    if (bgr.empty()) return e;
+    cv::Mat hsv, grey;
+    cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);
+    cv::cvtColor(bgr, grey, cv::COLOR_BGR2GRAY);
+    std::vector<cv::Mat> ch;
+    cv::split(hsv, ch);
+    const cv::Mat &hue = ch[0], &sat = ch[1], &val = ch[2];
+
+    // Local texture: the gradient magnitude averaged over 5 x 5 pixels.
+    cv::Mat gx, gy, texture;
+    cv::Sobel(grey, gx, CV_32F, 1, 0);
+    cv::Sobel(grey, gy, CV_32F, 0, 1);
+    cv::magnitude(gx, gy, texture);
+    cv::blur(texture, texture, cv::Size(5, 5));
+    const cv::Mat smooth = texture < 40, featureless = texture < 8, textured = texture >= 60;
+
+    const int rows = bgr.rows, cols = bgr.cols;
+    const cv::Rect topHalf(0, 0, cols, std::max(1, rows / 2));
+    const cv::Rect bottomQuarter(0, rows - std::max(1, rows / 4), cols, std::max(1, rows / 4));
+    const cv::Rect bottomThird(0, rows - std::max(1, rows / 3), cols, std::max(1, rows / 3));
+    const cv::Rect lowerTwoThirds(0, rows / 3, cols, rows - rows / 3);
+    const int edgeRows = std::max(1, rows / 20);
+
+    // Sky: blue, pale grey-white or the warm colours of dusk, smooth, reaching the top edge.
+    const cv::Mat blue = (hue >= 90) & (hue <= 130) & (sat >= 25) & (val >= 90);
+    const cv::Mat pale = (sat < 35) & (val >= 170);
+    const cv::Mat warm = ((hue <= 25) | (hue >= 150)) & (sat >= 60) & (val >= 110);
+    // Closed over 5 x 5 pixels first: the edge of a cloud or of the glow around the sun
+    // splits no sky in two.
+    cv::Mat skyCandidates = (blue | pale | warm) & smooth;
+    cv::morphologyEx(skyCandidates, skyCandidates, cv::MORPH_CLOSE, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(5, 5)));
+    const cv::Mat sky = componentsTouchingTop(skyCandidates & (blue | pale | warm), edgeRows);
+    // Pale parts count as far as there is blue beside them (clouds in a blue sky): pale
+    // alone is as often a white wall or a studio backdrop as an overcast sky.
+    const double blueSky = share((sky & blue)(topHalf));
+    e.skyShare = blueSky + std::min(blueSky, share((sky & pale)(topHalf)));
+    e.skyBottomShare = share(sky(bottomQuarter));
+    e.coolSkyShare = share((sky & (blue | pale))(topHalf));
+    e.warmSkyShare = share((sky & warm)(topHalf));
+    // Below a sky lies land, water or a town, with detail; below a gradient of a drawing or
+    // the blurred background of a close-up lies more of the same.
+    const cv::Rect bottomHalf(0, rows / 2, cols, rows - rows / 2);
+    e.groundTexture = share((textured & ~sky)(bottomHalf));
+    if (cv::countNonZero(sky) > 0) {
+        e.skyOverGround = (cv::mean(val, sky)[0] - cv::mean(val(bottomThird))[0]) / 255.0;
+    }
+
+    // Water and snow: wide regions of the lower two thirds that do not run up to the top
+    // edge (a wall or a backdrop does).
+    const cv::Mat waterColour = (hue >= 80) & (hue <= 130) & (sat >= 35) & (val >= 40) & (texture < 80);
+    const cv::Mat water = wideComponents(waterColour & ~componentsTouchingTop(waterColour, edgeRows), 0.7);
+    // Water has ripples and reflections; a flat fill of blue is a drawing or a wall.
+    e.waterShare = share(water(lowerTwoThirds)) * (1 - share((water & featureless)(lowerTwoThirds)) / std::max(1e-6, share(water(lowerTwoThirds))));
+    const cv::Mat white = (sat < 40) & (val >= 175) & smooth;
+    const cv::Mat snow = wideComponents(white & ~componentsTouchingTop(white, edgeRows), 0.6);
+    e.snowShare = share(snow(lowerTwoThirds));
+
+    // Vegetation: green and textured (leaves and grass at a distance); a defocused
+    // background marks a close-up.
+    e.greenShare = share((hue >= 30) & (hue <= 90) & (sat >= 50) & (val >= 35) & textured);
+    e.blurShare = share(featureless);
+
+    e.darkShare = share(val < 50);
+    e.flatDarkShare = share((val < 50) & (texture < 1.5f));
+    e.pointLights = countPointLights(val);
+    e.pageShare = share((sat < 40) & (val >= 170));
+    e.glyphs = e.pageShare >= 0.25 ? countGlyphs(input) : 0;
+
+    const ImageStats stats = computeImageStats(bgr);
+    e.entropy = stats.entropy;
+    e.colourfulness = stats.colourfulness;
+    return e;
+}
+
+SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo) {
+    if (memo == nullptr) return measureScene(bgr);
+    return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr); });
+}
+
+const std::vector<std::string>& sceneLabelNames() {
+    static const std::vector<std::string> names = {"sky",    "greenery", "water",  "night",        "snow",
+                                                   "sunset", "document", "people", "solid_colour", "colourful"};
+    return names;
+}
+
+bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
+    // A region reaching deep into the bottom quarter is a backdrop (a blue wall, a white
+    // studio), not a sky.
+    const double backdrop = clamp01((e.skyBottomShare - 0.3) / 0.4);
+    const double ground = clamp01((e.groundTexture - 0.03) / 0.12);
+    if (label == "sky") value = ramp(e.skyShare, 0.15, 0.55) * (1 - backdrop) * ground;
+    else if (label == "sunset") {
+        // A warm region is a sunset's sky beside some blue or pale sky, or above a dark and
+        // detailed ground; alone it is a flower, fur or food as often.
+        const bool skyLike = e.coolSkyShare >= 0.02 || e.groundTexture >= 0.4;
+        value = skyLike ? ramp(e.warmSkyShare, 0.05, 0.3) * clamp01(e.skyOverGround / 0.2) * (1 - backdrop) * ground : 0.0;
+    }
+    else if (label == "water") value = ramp(e.waterShare, 0.1, 0.45) * ground;
+    else if (label == "snow") value = ramp(e.snowShare, 0.2, 0.55) * (e.skyShare >= 0.1 ? 1.0 : 0.5);
+    else if (label == "greenery") value = ramp(e.greenShare, 0.1, 0.4) * (1 - clamp01((e.blurShare - 0.3) / 0.4));
+    else if (label == "night") {
+        // Flat black is a drawing's background, dark green a forest in shade.
+        value = ramp(e.darkShare - e.flatDarkShare, 0.35, 0.7) * clamp01((e.pointLights - 2) / 6.0) * (e.greenShare < 0.1 ? 1.0 : 0.3);
+    }
+    else if (label == "document") value = ramp(e.pageShare, 0.25, 0.5) * clamp01((e.glyphs - 40) / 160.0);
+    else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);
+    else if (label == "colourful") value = std::min(kMaxCue, e.colourfulness);
+    else if (label == "people") value = 0;
+    else return false;
+    return true;
+}
+
+double peopleCue(const std::vector<ObjectDetection>& objects, const cv::Mat& bgr) {
+    // NanoDet's persons: portraits 0.6, small figures 0.41 to 0.43, a grey photo of climbers
+    // 0.41; false ones a space shuttle 0.51, a parrot 0.46, art 0.40 to 0.44, an owl 0.37.
+    constexpr float kStrongPerson = 0.55f, kConfirmablePerson = 0.38f;
+    double best = 0, imageSkin = -1;
+    const cv::Rect image(0, 0, bgr.cols, bgr.rows);
+    for (const ObjectDetection& o : objects) {
+        if (o.cocoClass != kCocoPerson || o.score < 0.2f) continue;
+        if (imageSkin < 0) imageSkin = share(skinMask(shrinkToFit(bgr, 128)));
+        const cv::Rect box = cv::Rect(o.box) & image;
+        if (box.area() <= 0) continue;
+        bool confirmed = o.score >= kStrongPerson;
+        if (!confirmed && o.score >= kConfirmablePerson) {
+            // The head: the top third of the box, its middle half across. Its skin must stand
+            // out from the image's (a face, not a warm photo: food, flowers, a rocket's flame).
+            const cv::Rect head(box.x + box.width / 4, box.y, std::max(1, box.width / 2), std::max(1, box.height / 3));
+            const cv::Mat crop = shrinkToFit(bgr(head & image), 64);
+            cv::Mat hsv;
+            cv::cvtColor(crop, hsv, cv::COLOR_BGR2HSV);
+            const bool grey = cv::mean(hsv)[1] < 12;
+            const double headSkin = share(skinMask(crop));
+            const double aspect = double(box.height) / box.width;
+            confirmed = aspect >= 0.5 && aspect <= 5 && (grey || (headSkin >= 0.15 && headSkin >= 2 * imageSkin));
+        }
+        const double cue = confirmed ? 0.5 + 0.45 * clamp01((o.score - kConfirmablePerson) / 0.5) : 0.35 * clamp01(o.score / kStrongPerson);
+        best = std::max(best, cue);
+    }
+    return best;
+}
+
+}  // namespace kv

@@ -1,0 +1,59 @@
+// Scene evidence with a sense of place: the regions of an upright photo that make it a sky,
+// a sunset, water, snow, greenery, a night or a document, measured on a copy of at most 256
+// pixels (documents at 512), and the persons of the object detector that something confirms.
+// Every cue lies in 0..kMaxCue: a statistic never claims certainty, and a label without its
+// evidence stays near 0. korvid/README.md gives each measure and its calibration.
+// Pure functions, thread-safe.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "dnn/object_detector.h"
+#include "execute_memo.h"
+
+namespace kv {
+
+constexpr double kMaxCue = 0.85;
+
+// The raw measures behind the cues (shares are fractions of the part of the image named).
+struct SceneEvidence {
+    double skyShare = 0;       // top half covered by a smooth sky-coloured region reaching the top edge
+    double skyBottomShare = 0; // bottom quarter covered by that same region (a backdrop, not a sky)
+    double coolSkyShare = 0;   // top half covered by the blue or pale part of that region
+    double warmSkyShare = 0;   // top half covered by the warm (orange, red, pink) part of that region
+    double skyOverGround = 0;  // mean brightness of the sky region minus that of the bottom third
+    double groundTexture = 0;  // bottom half outside the sky region that is textured (detail of land)
+    double waterShare = 0;     // lower two thirds covered by wide blue regions below the top
+    double snowShare = 0;      // lower two thirds covered by wide white regions below the top
+    double greenShare = 0;     // the image covered by textured vegetation green
+    double blurShare = 0;      // the image that is featureless (the defocused background of a close-up)
+    double darkShare = 0;      // the image darker than 50/255
+    double flatDarkShare = 0;  // the image dark and without any texture (a drawing's black)
+    int pointLights = 0;       // small bright spots (lamps, windows, stars)
+    double pageShare = 0;      // bright unsaturated paper
+    int glyphs = 0;            // dark marks of a letter's size on it (at 512 px)
+    double entropy = 0;        // grey histogram entropy, bits / 8
+    double colourfulness = 0;  // Hasler-Suesstrunk / 100, clamped to 1
+};
+
+SceneEvidence measureScene(const cv::Mat& bgr);
+// The same, measured once per execute for all the nodes that ask (memo null: measured).
+SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo);
+
+// The scene labels, in their default order: "sky", "greenery", "water", "night", "snow",
+// "sunset", "document", "people", "solid_colour", "colourful".
+const std::vector<std::string>& sceneLabelNames();
+
+// The cue of a label from the evidence (people: from the persons, see peopleCue); false when
+// the name is no scene label.
+bool sceneCue(const std::string& label, const SceneEvidence& evidence, double& value);
+
+// The people cue: the best person of the detector that is confirmed (a strong detection, a
+// face-coloured head, or a grey photo where colour cannot tell) scores 0.5 and up; an
+// unconfirmed one stays below 0.35. objects best first; bgr is the image they were found on.
+double peopleCue(const std::vector<ObjectDetection>& objects, const cv::Mat& bgr);
+
+}  // namespace kv

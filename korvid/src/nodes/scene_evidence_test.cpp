@@ -1,0 +1,156 @@
+// The scene evidence on drawn scenes whose answer is known: a label needs its region in
+// its place, and no cue claims certainty.
+#include "scene_evidence.h"
+#include "qr_code_cue.h"
+
+#include <map>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/objdetect.hpp>
+
+namespace kv {
+namespace {
+
+std::map<std::string, double> cues(const cv::Mat& bgr) {
+    const SceneEvidence e = measureScene(bgr);
+    std::map<std::string, double> out;
+    for (const std::string& label : sceneLabelNames()) {
+        double v = -1;
+        EXPECT_TRUE(sceneCue(label, e, v)) << label;
+        EXPECT_GE(v, 0.0) << label;
+        EXPECT_LE(v, kMaxCue) << label;
+        out[label] = v;
+    }
+    return out;
+}
+
+// Random detail in blocks of 4 pixels (it survives the analysis' down-scaling), each
+// channel between low and high.
+cv::Mat blocks(cv::Size size, int seed, const cv::Scalar& low, const cv::Scalar& high) {
+    cv::Mat noise(size.height / 4, size.width / 4, CV_8UC3), out;
+    cv::RNG rng(seed);
+    rng.fill(noise, cv::RNG::UNIFORM, low, high);
+    cv::resize(noise, out, size, 0, 0, cv::INTER_NEAREST);
+    return out;
+}
+
+// Grass-like texture: green with strong detail.
+cv::Mat grass(cv::Size size, int seed) { return blocks(size, seed, cv::Scalar(20, 90, 10), cv::Scalar(70, 200, 60)); }
+
+// A sky from deep to pale blue over the top half (brightening towards the horizon), a
+// ground below: a meadow photographed on a clear day.
+cv::Mat landscape(const cv::Scalar& top, const cv::Scalar& horizon, const cv::Mat& ground) {
+    cv::Mat image(400, 600, CV_8UC3);
+    for (int y = 0; y < 200; ++y) image.row(y).setTo(top + (horizon - top) * (y / 200.0));
+    ground.copyTo(image(cv::Rect(0, 200, 600, 200)));
+    return image;
+}
+
+TEST(SceneEvidence, LandscapesHaveTheirSkyGroundAndSunsetWhereTheyBelong) {
+    const cv::Mat meadow = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), grass({600, 200}, 1));
+    auto c = cues(meadow);
+    EXPECT_GE(c["sky"], 0.5);
+    EXPECT_GE(c["greenery"], 0.5);
+    for (const char* absent : {"sunset", "night", "snow", "water", "document", "people"}) EXPECT_LT(c[absent], 0.2) << absent;
+
+    // The same ground under an orange glow beside a strip of blue: a sunset, its ground darker.
+    cv::Mat dusk = landscape(cv::Scalar(40, 110, 235), cv::Scalar(60, 170, 250), grass({600, 200}, 2));
+    dusk(cv::Rect(0, 0, 600, 30)).setTo(cv::Scalar(190, 120, 60));
+    EXPECT_GE(cues(dusk)["sunset"], 0.5);
+
+    // Water: a wide band of rippled blue below the horizon, sky above.
+    cv::Mat lake = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), grass({600, 200}, 3));
+    blocks({600, 120}, 4, cv::Scalar(150, 90, 30), cv::Scalar(190, 120, 50)).copyTo(lake(cv::Rect(0, 200, 600, 120)));
+    EXPECT_GE(cues(lake)["water"], 0.4);
+}
+
+TEST(SceneEvidence, CloseUpsAndBackdropsAreNoScene) {
+    // An orange flower filling a blurred frame: warm, smooth and at the top, but no sky over
+    // a ground; no sunset, no sky.
+    cv::Mat flower(400, 600, CV_8UC3, cv::Scalar(30, 120, 230));
+    cv::circle(flower, {300, 200}, 150, cv::Scalar(0, 90, 250), cv::FILLED);
+    cv::GaussianBlur(flower, flower, cv::Size(31, 31), 0);
+    auto c = cues(flower);
+    EXPECT_LT(c["sunset"], 0.2);
+    EXPECT_LT(c["sky"], 0.2);
+
+    // A plain blue wall or studio backdrop: blue from top to bottom is no sky and no water.
+    const cv::Mat wall(400, 600, CV_8UC3, cv::Scalar(200, 140, 60));
+    c = cues(wall);
+    EXPECT_LT(c["sky"], 0.2);
+    EXPECT_LT(c["water"], 0.2);
+    EXPECT_GE(c["solid_colour"], 0.5);
+
+    // White from top to bottom is a backdrop, not snow.
+    EXPECT_LT(cues(cv::Mat(400, 600, CV_8UC3, cv::Scalar(245, 245, 245)))["snow"], 0.3);
+}
+
+TEST(SceneEvidence, NightNeedsPointLightsInADarkPhoto) {
+    // A dark street: noise in the dark, a dozen small lamps.
+    cv::Mat night(400, 600, CV_8UC3);
+    cv::RNG rng(5);
+    rng.fill(night, cv::RNG::UNIFORM, cv::Scalar(5, 5, 5), cv::Scalar(35, 30, 30));
+    for (int i = 0; i < 12; ++i) cv::circle(night, {40 + 45 * i, 150 + (i % 3) * 60}, 2, cv::Scalar(230, 240, 255), cv::FILLED);
+    EXPECT_GE(cues(night)["night"], 0.5);
+
+    // The same lamps on a flat black drawing, and a dark photo without lights.
+    cv::Mat drawing(400, 600, CV_8UC3, cv::Scalar(0, 0, 0));
+    for (int i = 0; i < 12; ++i) cv::circle(drawing, {40 + 45 * i, 150 + (i % 3) * 60}, 2, cv::Scalar(230, 240, 255), cv::FILLED);
+    EXPECT_LT(cues(drawing)["night"], 0.3);
+    rng.fill(night, cv::RNG::UNIFORM, cv::Scalar(5, 5, 5), cv::Scalar(35, 30, 30));
+    EXPECT_LT(cues(night)["night"], 0.2);
+}
+
+TEST(SceneEvidence, DocumentsAreLettersOnPaper) {
+    cv::Mat page(800, 600, CV_8UC3, cv::Scalar(250, 250, 250));
+    EXPECT_LT(cues(page)["document"], 0.1);
+    for (int line = 0; line < 24; ++line) {
+        cv::putText(page, "The quick brown fox jumps over the lazy dog", {30, 40 + 30 * line}, cv::FONT_HERSHEY_SIMPLEX, 0.7,
+                    cv::Scalar(20, 20, 20), 2);
+    }
+    EXPECT_GE(cues(page)["document"], 0.5);
+}
+
+TEST(SceneEvidence, PeopleNeedAConfirmedPerson) {
+    cv::Mat photo(400, 600, CV_8UC3, cv::Scalar(90, 140, 60));
+    // A face-coloured head in the top of the box confirms a middling detection.
+    cv::Mat withHead = photo.clone();
+    cv::ellipse(withHead, {300, 130}, {35, 45}, 0, 0, 360, cv::Scalar(130, 160, 210), cv::FILLED);
+    const ObjectDetection middling{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 0.45f};
+    EXPECT_GE(peopleCue({middling}, withHead), 0.5);
+    EXPECT_LT(peopleCue({middling}, photo), 0.35);  // a texture scored as a person
+    EXPECT_GE(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 0.8f}}, photo), 0.5);
+    EXPECT_EQ(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoCat, 0.9f}}, withHead), 0.0);
+    EXPECT_EQ(peopleCue({}, withHead), 0.0);
+    EXPECT_LT(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 1.0f}}, photo), 1.0);
+    // Boxes partly or wholly outside the image are cut, never read outside it.
+    EXPECT_LT(peopleCue({{cv::Rect2f(-50, -50, 60, 70), kCocoPerson, 0.45f}, {cv::Rect2f(900, 900, 10, 10), kCocoPerson, 0.45f}}, photo), 0.35);
+}
+
+TEST(SceneEvidence, ExtremeShapesAndTinyImagesAreSafe) {
+    for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 2)}) {
+        const auto c = cues(cv::Mat(size, CV_8UC3, cv::Scalar(200, 150, 90)));
+        EXPECT_LT(c.at("document"), 0.1) << size;
+    }
+}
+
+TEST(QrCodeCue, ReadableCodesScoreHighEverythingElseNothing) {
+    cv::Mat code, page;
+    cv::QRCodeEncoder::create()->encode("https://example.org/vqfe", code);
+    cv::resize(code, code, code.size() * 8, 0, 0, cv::INTER_NEAREST);
+    cv::copyMakeBorder(code, page, 64, 64, 64, 64, cv::BORDER_CONSTANT, cv::Scalar(255));
+    cv::cvtColor(page, page, cv::COLOR_GRAY2BGR);
+    EXPECT_EQ(qrCodeCue(page), kFoundCode);
+    cv::Mat turned;
+    cv::warpAffine(page, turned, cv::getRotationMatrix2D({page.cols / 2.f, page.rows / 2.f}, 20, 0.8), page.size(), cv::INTER_LINEAR,
+                   cv::BORDER_CONSTANT, cv::Scalar::all(255));
+    EXPECT_EQ(qrCodeCue(turned), kFoundCode);
+    EXPECT_EQ(qrCodeCue(blocks({600, 400}, 7, cv::Scalar(0, 0, 0), cv::Scalar(255, 255, 255))), 0.0);
+    for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(20, 20), cv::Size(16384, 30)}) {
+        EXPECT_EQ(qrCodeCue(cv::Mat(size, CV_8UC3, cv::Scalar(255, 255, 255))), 0.0) << size;
+    }
+}
+
+}  // namespace
+}  // namespace kv
