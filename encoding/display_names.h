@@ -8,7 +8,8 @@
 
 namespace VQFeature {
 
-// The display name of label, or label itself when it is not one of the known labels.
+/// The short English name of a label (a classification label such as "2252_alone" or a
+/// scene label such as "sunset"), or label itself when it is not one of the known labels.
 std::string displayName(const std::string& label);
 
 }  // namespace VQFeature

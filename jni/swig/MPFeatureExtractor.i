@@ -26,6 +26,7 @@
 #include "jni/struct_result_copy_callback.h"
 #include "vantor/cover_util.h"
 #include "vantor/graph_merge.h"
+#include "encoding/display_names.h"
 #include "Vantor/VantorAlgorithmInput.h"
 %}
 
@@ -81,3 +82,4 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "jni/string_utils.h"
 %include "vantor/cover_util.h"
 %include "vantor/graph_merge.h"
+%include "encoding/display_names.h"

@@ -2,6 +2,7 @@ package com.quorvane.zul.mediaprocessors.analyzer;
 
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationInfo;
+import com.quorvane.zul.mediaprocessors.extractor_jni.MPFeatureExtractor;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
@@ -18,10 +19,10 @@ public final class TopClass {
     this.confidence = confidence;
   }
 
-  // The one place where a label gets the name shown to people. Until the library has a
-  // table of display names, the label itself is shown.
+  // The one place where a label gets the name shown to people: the library's table of
+  // display names, the label itself where it has none.
   private static String displayName(String label) {
-    return label;
+    return MPFeatureExtractor.displayName(label);
   }
 
   /**
