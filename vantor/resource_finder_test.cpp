@@ -17,6 +17,7 @@ TEST(ResourceFinderTest, NormalisesModelNames) {
     EXPECT_EQ(normalise("dir/qm_face_v2.0.model"), "qm_face");
     EXPECT_EQ(normalise("qm_face_extra_v10.model"), "qm_face_extra");
     EXPECT_EQ(normalise("qm_sim.model"), "qm_sim");
+    EXPECT_EQ(normalise("qm_sim_v0.model"), "qm_sim");
     EXPECT_EQ(normalise("qm_sim.dat"), "qm_sim");
     EXPECT_EQ(normalise("qm_matting_model"), "qm_matting");
     EXPECT_EQ(normalise("x-y_v1.model"), "y");  // the stem never spans a non-word character
