@@ -22,6 +22,14 @@ protected:
     const std::string& uri_ = database_.uri();
 };
 
+// How a store's text selects the server: both URI schemes of libpq, at the start only.
+TEST(PgUriTest, BothSchemesAtTheStartOnly) {
+    EXPECT_TRUE(PgCache::isUri("postgresql://vqfe@/db?host=/run"));
+    EXPECT_TRUE(PgCache::isUri("postgres://vqfe@/db"));
+    EXPECT_FALSE(PgCache::isUri("results.db"));
+    EXPECT_FALSE(PgCache::isUri("stores/postgresql://x"));
+}
+
 TEST_F(PgCacheTest, ForeignTableAndUnreachableServerAreClearErrors) {
     PgConnection(uri_).command("CREATE TABLE vqfe_results (id serial, name text)");
     try {

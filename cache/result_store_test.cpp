@@ -102,10 +102,11 @@ TYPED_TEST(ResultStoreTest, SelectiveClearsRemoveOnlyWhatTheyName) {
     auto store = this->open();
     store->save({makeResult("a", "k4", AlgorithmType::Face, "x"), makeResult("a", "k25", AlgorithmType::SceneRecog, "x"),
                  makeResult("b", "k4", AlgorithmType::Face, "x"), makeResult("b", "k25", AlgorithmType::SceneRecog, "x"),
+                 makeResult("c", "k4", AlgorithmType::Face, "x"),
                  std::make_shared<Result>("b", "kc", std::string(AlgorithmTypeC300), std::malloc(1), 1)});
-    store->clear({"a"});
+    store->clear({"a", "c"});  // every value of the list, not only the first
     EXPECT_EQ(store->count(), 3);
-    store->clearTypes(std::vector<AlgorithmType>{AlgorithmType::Face});
+    store->clearTypes(std::vector<AlgorithmType>{AlgorithmType::AllNodes, AlgorithmType::Face});
     EXPECT_EQ(store->query("b", "k4"), nullptr);
     EXPECT_NE(store->query("b", "kc"), nullptr);  // a string kind is not kind -1's victim
     store->clearTypes(std::vector<std::string>{AlgorithmTypeC300});

@@ -32,7 +32,8 @@ TEST(MessageJsonTest, WritesEveryFieldByDescriptor) {
     CSimilarityBuffer similarity = C__SIMILARITY_BUFFER__INIT;
     similarity.n_feature = 2;
     similarity.feature = features;
-    EXPECT_EQ(messageToJson(similarity.base), R"({"score":0,"feature":[0,255],"clusterIds":[]})");
+    similarity.score = INFINITY;  // no JSON number either
+    EXPECT_EQ(messageToJson(similarity.base), R"({"score":null,"feature":[0,255],"clusterIds":[]})");
 }
 
 TEST(MessageJsonTest, BlobsDecodeByKindAndFailuresSayWhy) {

@@ -146,12 +146,12 @@ TEST_F(ExtractorTest, KindWithoutEncoderIsCachedWithoutBlob) {
 TEST_F(ExtractorTest, FrameworkImageInputIsBuiltFromTheBuffer) {
     auto resource = asset("a", 4);
     resource->buffer->format = 9;       // out of range -> 0
-    resource->buffer->rotateMode = 2;
+    resource->buffer->rotateMode = 3;
     extractor.extractFeatures(pornInput({resource}), false, &error);
     EXPECT_EQ(fake().lastImage.width, 4);
     EXPECT_EQ(fake().lastImage.height, 2);
     EXPECT_EQ(fake().lastImage.format, 0);
-    EXPECT_EQ(fake().lastImage.rotation, 2);
+    EXPECT_EQ(fake().lastImage.rotation, 3);
     EXPECT_EQ(fake().lastImage.dataLength, 32u);
     EXPECT_EQ(fake().lastImage.data, resource->buffer->data);
     EXPECT_EQ(fake().lastImage.stride, 0);

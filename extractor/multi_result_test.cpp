@@ -83,6 +83,7 @@ TEST(MultiResultTest, ItemsLookupClearAndCount) {
     ASSERT_NE(c300, nullptr);
     EXPECT_EQ(c300->stringType, AlgorithmTypeC300);
     EXPECT_EQ(multi.getResultItem(AlgorithmType::AllNodes), c300);  // string items carry -1
+    EXPECT_NE(multi.getResultItem(AlgorithmType::Skeleton), nullptr);
     EXPECT_EQ(multi.skeletonBuffer(), nullptr);
 
     std::vector<char> copy(face->size);

@@ -83,10 +83,6 @@ TEST(ConfigTest, DefaultsAndCloneSharesHandles) {
     EXPECT_EQ(app.status, "1");
     EXPECT_EQ(app.vantorApplicationName, "Extractor");
     EXPECT_EQ(app.platformSdkVersion, "2.9.115");
-    EXPECT_EQ(app.appID + app.accessKey + app.sdkVersion + app.appVersion + app.deviceType + app.deviceId +
-                  app.cacheDir + app.platform + app.host,
-              "");
-    EXPECT_EQ(app.orrelinHeaderFeild, nullptr);
 
     Config config;
     EXPECT_EQ(config.cursorMaxSize, 16777216);

@@ -79,9 +79,11 @@ TEST(ResultTest, ConstructorsAndBlobOperations) {
     copy.memcpyStructResult(four, sizeof four);  // copies what dest holds, whatever resultLength says
     EXPECT_EQ(std::memcmp(four, bytes, sizeof four), 0);
     copy.resultLength = sizeof bytes;
-    char out[sizeof bytes + 4] = {};
+    char out[sizeof bytes + 4];
+    std::memset(out, 0x55, sizeof out);
     copy.memcpyStructResult(out, sizeof out);  // stops at the blob's end
     EXPECT_EQ(std::memcmp(out, bytes, sizeof bytes), 0);
+    EXPECT_EQ(std::memcmp(out + sizeof bytes, "\x55\x55\x55\x55", 4), 0);
     ASSERT_NE(copy.pornClsBuffer(), nullptr);
     EXPECT_EQ(copy.pornClsBuffer()->confidence, 0.5f);
     copy.memcpyStructResult(out, sizeof out);  // the blob is gone: nothing to copy

@@ -36,6 +36,7 @@ TEST(NativeStringUtilsTest, HandsACopyOfTheBytesToTheCallback) {
 
     NativeStringUtils::getJavaDataFromByte(reinterpret_cast<int64_t>(source), 4, nullptr);  // skipped
     EXPECT_THROW(NativeStringUtils::getJavaDataFromByte(0, 4, &recorder), std::invalid_argument);
+    EXPECT_THROW(NativeStringUtils::getJavaDataFromByte(0, 1, &recorder), std::invalid_argument);
     EXPECT_EQ(recorder.calls, 3);
 }
 

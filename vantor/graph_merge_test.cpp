@@ -57,6 +57,9 @@ TEST(GraphMergeTest, RenamesANodeEverywhereAndRejectsWhatIsNotAGraph) {
     EXPECT_EQ(renamed.find("\"face_0\""), std::string::npos);
     EXPECT_NE(renamed.find(R"({"fromNode":"detector","fromIndex":0,"toNode":"face_verify_0","toIndex":1})"),
               std::string::npos);
+    // An escaped quote inside a string neither ends it nor goes missing.
+    const std::string escaped = R"({"nodes":[{"name":"n","labels":"a\",b"}],"links":[]})";
+    EXPECT_EQ(renameNode(escaped, "n", "m"), R"({"version":"1.0","mode":2,"nodes":[{"name":"m","labels":"a\",b"}],"links":[]})");
     EXPECT_THROW(mergeGraphs({"not json"}), std::invalid_argument);
     EXPECT_THROW(mergeGraphs({R"({"nodes":[]})"}), std::invalid_argument);  // no links
     EXPECT_THROW(renameNode(R"({"nodes":[{"name":1}],"links":[]})", "a", "b"), std::invalid_argument);

@@ -20,6 +20,9 @@ TEST(Md5Test, MatchesTheRfc1321TestSuite) {
          "57edf4a22be3c955ac49da2e2107b67a"},
     };
     for (const auto& [text, digest] : cases) EXPECT_EQ(md5(text), digest) << '"' << text << '"';
+    // 56 and 120 bytes: the length field no longer fits after the padding byte; a block follows.
+    EXPECT_EQ(md5(std::string(56, 'a')), "3b0c8ac703f828b04c6c197006d17218");
+    EXPECT_EQ(md5(std::string(120, 'a')), "5f61c0ccad4cac44c75ff505e1f1e537");
 }
 
 TEST(Md5Test, MillionAsAcrossBlockBoundariesInUnevenChunks) {

@@ -17,11 +17,13 @@ TEST(ResourceFinderTest, NormalisesModelNames) {
     EXPECT_EQ(normalise("dir/qm_face_v2.0.model"), "qm_face");
     EXPECT_EQ(normalise("qm_face_extra_v10.model"), "qm_face_extra");
     EXPECT_EQ(normalise("qm_sim.model"), "qm_sim");
+    EXPECT_EQ(normalise("qm_sim_v0.model"), "qm_sim");
     EXPECT_EQ(normalise("qm_sim.dat"), "qm_sim");
     EXPECT_EQ(normalise("qm_matting_model"), "qm_matting");
     EXPECT_EQ(normalise("x-y_v1.model"), "y");  // the stem never spans a non-word character
     EXPECT_EQ(normalise("a.b"), "a.b");
     EXPECT_EQ(normalise("a/b/c/qm_face.model.model"), "qm_face");
+    EXPECT_EQ(normalise("a/models_v2/qm_face.model"), "qm_face");  // a folder that looks like a model name
     EXPECT_EQ(normalise(""), "");
     // The leftmost word run that can take a version wins, and its capture is greedy.
     EXPECT_EQ(normalise("_v1.a_v2_v3x.model"), "a_v2");

@@ -139,7 +139,8 @@ TEST(ImageInput, UnusableInputsFailWithInvalidFormat) {
     expectFormatError(bufferOf(bytes, 0, 48, 0), "zero width");
     expectFormatError(bufferOf(bytes, 64, -1, 0), "negative height");
     expectFormatError(bufferOf(bytes, 20000, 20000, 0), "huge");
-    expectFormatError(bufferOf(bytes, 63, 47, PIXEL_FORMAT_NV21), "odd YUV");
+    expectFormatError(bufferOf(bytes, 63, 48, PIXEL_FORMAT_NV21), "odd YUV width");
+    expectFormatError(bufferOf(bytes, 64, 47, PIXEL_FORMAT_NV21), "odd YUV height");
     b = bufferOf(bytes, 64, 48, 0);
     b.data = nullptr;
     expectFormatError(b, "no data");

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <numeric>
 
+#include "face_suppression.h"
 #include "letterbox.h"
 
 namespace kv {
@@ -12,8 +12,6 @@ namespace kv {
 namespace {
 
 constexpr int kSide = 256;
-constexpr float kOverlap = 0.3f;  // IoU above which the weaker of two faces is dropped
-constexpr float kInside = 0.6f;   // share of the smaller face inside the other above which it is dropped
 // Images whose long side reaches kMinTiledSide are searched in tiles as well, the smallest
 // kMinTile pixels wide.
 constexpr int kMinTiledSide = 3 * kSide;
@@ -104,24 +102,9 @@ std::vector<cv::Rect> FaceDetector::regions(cv::Size image) {
 
 std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minScore) const {
     std::vector<FaceDetection> found;
+    // found is in the fixed order of regions and anchors, which breaks ties between scores.
     for (const cv::Rect& region : regions(bgr.size())) search(bgr, region, minScore, found);
-    // One greedy suppression over all regions, best first (ties in the fixed order of
-    // regions and anchors, so the same image gives the same faces): a face is dropped when
-    // it overlaps a kept one by IoU above kOverlap or lies mostly inside it (a tile's view of
-    // part of a face found whole elsewhere).
-    std::vector<size_t> order(found.size());
-    std::iota(order.begin(), order.end(), size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return found[a].score > found[b].score; });
-    std::vector<FaceDetection> faces;
-    for (size_t i : order) {
-        const cv::Rect2f& r = found[i].box;
-        const bool overlaps = std::any_of(faces.begin(), faces.end(), [&](const FaceDetection& kept) {
-            const float common = (r & kept.box).area();
-            return common > kOverlap * (r.area() + kept.box.area() - common) || common > kInside * std::min(r.area(), kept.box.area());
-        });
-        if (!overlaps) faces.push_back(found[i]);
-    }
-    return faces;
+    return suppressOverlappingFaces(found);
 }
 
 }  // namespace kv
