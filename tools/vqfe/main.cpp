@@ -16,7 +16,7 @@
 #include "encoding/message_json.h"
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
-#include "tools/vqfe/kinds.h"
+#include "library/kinds.h"
 #include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
