@@ -306,9 +306,11 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
     std::string score = "0";
     for (size_t i = 0; i < query.labels.size(); ++i) {
         const std::string alias = "l" + std::to_string(i);
-        joins += " JOIN (SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE name = " +
-                 param(SqlValue::text(query.labels[i])) + " GROUP BY asset_id) " + alias + " ON " + alias +
-                 ".asset_id = i.asset_id";
+        std::string names;
+        for (const auto& name : query.labels[i]) names += (names.empty() ? "" : ", ") + param(SqlValue::text(name));
+        if (names.empty()) names = "NULL";
+        joins += " JOIN (SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE name IN (" + names +
+                 ") GROUP BY asset_id) " + alias + " ON " + alias + ".asset_id = i.asset_id";
         score += " + " + alias + ".s";
     }
     std::string personOrder;

@@ -79,7 +79,7 @@ struct PersonAssignment {
 };
 
 struct SearchQuery {
-    std::vector<std::string> labels;  // all must hold
+    std::vector<std::vector<std::string>> labels;  // all must hold; each is one of its names
     long long person = 0;             // 0: any
     int minFaces = 0;
 };
