@@ -1,6 +1,7 @@
 #include "cache/index_sql.h"
 
 #include <chrono>
+#include <map>
 #include <cstring>
 #include <set>
 #include <stdexcept>
@@ -39,6 +40,9 @@ const char* const kSchema[] = {
     " PRIMARY KEY (asset_id, source, name))",
     "CREATE INDEX IF NOT EXISTS vqfe_labels_by_name ON vqfe_labels (name, asset_id, score)",
     "CREATE TABLE IF NOT EXISTS vqfe_persons (id {serial} PRIMARY KEY, name text UNIQUE)",
+    // Every path an image was seen at: byte-identical copies share one asset id.
+    "CREATE TABLE IF NOT EXISTS vqfe_paths (path text PRIMARY KEY, asset_id text NOT NULL)",
+    "CREATE INDEX IF NOT EXISTS vqfe_paths_by_asset ON vqfe_paths (asset_id)",
 };
 
 std::string typed(std::string sql, bool postgres) {
@@ -128,6 +132,9 @@ void writeImageRecord(SqlRunner& sql, const ImageRecord& image) {
     sql.run("INSERT INTO vqfe_images (asset_id, analysed_at) VALUES (?1, ?2) ON CONFLICT (asset_id) DO NOTHING",
             {SqlValue::text(image.assetId), SqlValue::of(image.analysedAt ? image.analysedAt : now())});
     if (image.path.empty()) return;
+    sql.run("INSERT INTO vqfe_paths (path, asset_id) VALUES (?1, ?2) ON CONFLICT (path) DO UPDATE SET"
+            " asset_id = excluded.asset_id",
+            {SqlValue::text(image.path), SqlValue::text(image.assetId)});
     sql.run("UPDATE vqfe_images SET path = ?2, bytes = ?3, width = ?4, height = ?5 WHERE asset_id = ?1",
             {SqlValue::text(image.assetId), SqlValue::text(image.path), SqlValue::of(image.bytes),
              SqlValue::of(static_cast<long long>(image.width)), SqlValue::of(static_cast<long long>(image.height))});
@@ -220,6 +227,11 @@ IndexSnapshot readIndex(SqlRunner& sql, bool withDescriptors) {
         if (!row[7].isNull()) image.signature = floatsOf(row[7].bytes);
         image.faces = static_cast<int>(row[8].asInteger());
         snapshot.images.push_back(std::move(image));
+    }
+    std::map<std::string, IndexedImage*> byAsset;
+    for (IndexedImage& image : snapshot.images) byAsset[image.record.assetId] = &image;
+    for (const SqlRow& row : sql.run("SELECT asset_id, path FROM vqfe_paths ORDER BY path")) {
+        if (auto found = byAsset.find(row[0].bytes); found != byAsset.end()) found->second->paths.push_back(row[1].bytes);
     }
     const std::string faces = std::string("SELECT asset_id, face_index, x, y, w, h, person") +
                               (withDescriptors ? ", descriptor" : "") +

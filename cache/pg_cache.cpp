@@ -140,7 +140,7 @@ void PgCache::clear(const std::vector<std::string>& assetIds) {
     std::lock_guard<std::mutex> lock(mutex_);
     connection_.transact([&] {
         PgRunner sql(connection_);
-        for (const char* table : {"vqfe_faces", "vqfe_labels", "vqfe_images"}) {
+        for (const char* table : {"vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_paths"}) {
             for (const auto& asset : assetIds) {
                 sql.run("DELETE FROM " + std::string(table) + " WHERE asset_id = ?1", {SqlValue::text(asset)});
             }
@@ -159,7 +159,7 @@ void PgCache::clearTypes(const std::vector<std::string>& types) { deleteEach("vq
 void PgCache::clearAll() {
     std::lock_guard<std::mutex> lock(mutex_);
     connection_.transact([&] {
-        for (const char* table : {"vqfe_results", "vqfe_faces", "vqfe_labels", "vqfe_images"}) {
+        for (const char* table : {"vqfe_results", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_paths"}) {
             connection_.command("DELETE FROM " + std::string(table));
         }
     });

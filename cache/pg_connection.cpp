@@ -77,6 +77,8 @@ long long PgRows::affected() const {
     return *count ? std::atoll(count) : 0;
 }
 
+std::string PgConnection::masked(const std::string& uri) { return maskPassword(uri); }
+
 PgConnection::PgConnection(const std::string& uri) : uri_(uri), name_(maskPassword(uri)) {
     try {
         connect();

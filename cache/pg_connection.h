@@ -79,6 +79,7 @@ public:
 
     // The URI with its password masked, as errors show it.
     const std::string& name() const { return name_; }
+    static std::string masked(const std::string& uri);
 
 private:
     void connect();

@@ -160,7 +160,8 @@ void SqliteCache::deleteWhere(std::initializer_list<const char*> statements, con
 
 void SqliteCache::clear(const std::vector<std::string>& assetIds) {
     deleteWhere({"DELETE FROM results WHERE asset_id = ?1", "DELETE FROM vqfe_faces WHERE asset_id = ?1",
-                 "DELETE FROM vqfe_labels WHERE asset_id = ?1", "DELETE FROM vqfe_images WHERE asset_id = ?1"},
+                 "DELETE FROM vqfe_labels WHERE asset_id = ?1", "DELETE FROM vqfe_images WHERE asset_id = ?1",
+                 "DELETE FROM vqfe_paths WHERE asset_id = ?1"},
                 assetIds);
 }
 
@@ -179,7 +180,7 @@ void SqliteCache::clearTypes(const std::vector<std::string>& types) {
 
 void SqliteCache::clearAll() {
     transact([&] {
-        for (const char* table : {"results", "vqfe_faces", "vqfe_labels", "vqfe_images"}) {
+        for (const char* table : {"results", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_paths"}) {
             execute(("DELETE FROM " + std::string(table)).c_str());
         }
     });

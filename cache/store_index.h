@@ -34,7 +34,8 @@ struct ImageRecord {
 };
 
 struct IndexedImage {
-    ImageRecord record;
+    ImageRecord record;              // path: the latest one
+    std::vector<std::string> paths;  // every path it was seen at (identical copies), sorted
     std::optional<uint64_t> hash;    // 64-bit perceptual hash
     std::vector<float> signature;    // class confidences by class id, for a finer comparison
     int faces = -1;                  // -1: no face result stored

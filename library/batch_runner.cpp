@@ -33,7 +33,7 @@ BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, s
 }
 
 void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
-    std::map<std::string, VQFeature::ImageRecord> records;
+    std::vector<VQFeature::ImageRecord> records;
     for (ImageOutcome* outcome : batch) {
         const LoadedImage& image = outcome->image;
         std::error_code ec;
@@ -43,13 +43,13 @@ void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
         VQFeature::ImageRecord record{image.assetId, ec ? image.path : path, sized ? static_cast<long long>(bytes) : 0,
                                       image.buffer ? image.buffer->width : 0, image.buffer ? image.buffer->height : 0,
                                       0};
-        records.emplace(image.assetId, std::move(record));
+        records.push_back(std::move(record));
     }
-    batchStore_->begin(std::move(records));
+    batchStore_->begin(records);
     VQFeature::ErrorPair error{0, ""};
     runRequest(batch, &error);
     const auto end = std::chrono::steady_clock::now();
-    const auto firstSeen = batchStore_->finish();
+    const auto firstSeen = batchStore_->firstSeen();
     // Each image from its first look-up to the next image's; the extractor takes them in order.
     for (size_t i = 0; i < batch.size(); ++i) {
         auto from = firstSeen.find(batch[i]->image.assetId);
@@ -69,10 +69,20 @@ void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
         if (!outcome->produced) failed.push_back(outcome);
     }
     if (failed.size() == 1) failed.front()->error = error;
-    if (failed.size() < 2) return;
+    if (failed.size() < 2) {
+        finishBatch(batch);
+        return;
+    }
     for (ImageOutcome* outcome : failed) {
         std::vector<ImageOutcome*> alone{outcome};
         runRequest(alone, &outcome->error);
+    }
+    finishBatch(batch);
+}
+
+void BatchRunner::finishBatch(const std::vector<ImageOutcome*>& batch) {
+    for (const ImageOutcome* outcome : batch) {
+        if (!outcome->produced) batchStore_->forget(outcome->image.assetId);
     }
     batchStore_->finish();
 }

@@ -51,6 +51,8 @@ public:
 
 private:
     void runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
+    // Writes what the batch store holds, without records of images that produced nothing.
+    void finishBatch(const std::vector<ImageOutcome*>& batch);
 
     AnalysisSetup setup_;
     std::string graph_;

@@ -7,17 +7,21 @@ namespace vqfe {
 BatchStore::BatchStore(std::shared_ptr<VQFeature::CacheAdapter> inner, VQFeature::StoreIndex* index)
     : inner_(std::move(inner)), index_(index) {}
 
-void BatchStore::begin(std::map<std::string, VQFeature::ImageRecord> records) {
-    flush();
-    records_ = std::move(records);
+void BatchStore::begin(const std::vector<VQFeature::ImageRecord>& records) {
+    finish();
+    records_.clear();
+    for (const auto& record : records) records_.emplace(record.assetId, record);
     firstSeen_.clear();
     current_.clear();
 }
 
-std::map<std::string, BatchStore::Clock::time_point> BatchStore::finish() {
+void BatchStore::finish() {
     flush();
     current_.clear();
-    return firstSeen_;
+    if (index_ != nullptr) {
+        for (const auto& [asset, record] : records_) index_->saveIndexed({}, record);
+    }
+    records_.clear();
 }
 
 void BatchStore::touch(const std::string& assetId) {
@@ -32,8 +36,12 @@ void BatchStore::flush() {
     auto pending = std::move(pending_);
     pending_.clear();
     auto record = records_.find(pending.front()->assetId);
-    if (record != records_.end()) index_->saveIndexed(pending, record->second);
-    else inner_->save(pending);
+    if (record == records_.end()) {
+        inner_->save(pending);
+        return;
+    }
+    index_->saveIndexed(pending, record->second);
+    records_.erase(record);
 }
 
 std::vector<std::shared_ptr<VQFeature::Result>> BatchStore::query(const std::shared_ptr<VQFeature::Input>& input) {

@@ -1,6 +1,7 @@
 // BatchStore: the cache a BatchRunner's extractor sees. It forwards to the real store and
 //  - writes each image's results together with the image's record (path, size) and the
-//    index rows in one transaction, when the store keeps an index;
+//    index rows in one transaction, when the store keeps an index; an image the store
+//    already answered (or a byte-identical copy) gets its record written on its own;
 //  - notes when the extractor first looks an image up, so each image gets its own time:
 //    from its first look-up to the next image's (the extractor takes them in order).
 // One batch at a time, one thread.
@@ -24,10 +25,14 @@ public:
     // inner: the store or memory cache; index: inner's index, or null.
     BatchStore(std::shared_ptr<VQFeature::CacheAdapter> inner, VQFeature::StoreIndex* index);
 
-    // A new batch of these images (records by asset id).
-    void begin(std::map<std::string, VQFeature::ImageRecord> records);
-    // Writes what is pending; returns when each asset was first looked up.
-    std::map<std::string, Clock::time_point> finish();
+    // A new batch of these images.
+    void begin(const std::vector<VQFeature::ImageRecord>& records);
+    // When each asset was first looked up so far.
+    const std::map<std::string, Clock::time_point>& firstSeen() const { return firstSeen_; }
+    // Drops the records of an image that produced nothing: it is not recorded.
+    void forget(const std::string& assetId) { records_.erase(assetId); }
+    // Writes what is pending and the records not yet written.
+    void finish();
 
     std::vector<std::shared_ptr<VQFeature::Result>> query(const std::shared_ptr<VQFeature::Input>& input) override;
     std::shared_ptr<VQFeature::Result> query(const std::string& assetId, const std::string& algorithmKey) override;
@@ -44,7 +49,7 @@ private:
 
     std::shared_ptr<VQFeature::CacheAdapter> inner_;
     VQFeature::StoreIndex* index_;
-    std::map<std::string, VQFeature::ImageRecord> records_;
+    std::multimap<std::string, VQFeature::ImageRecord> records_;  // by asset id; written ones removed
     std::map<std::string, Clock::time_point> firstSeen_;
     std::string current_;
     std::vector<std::shared_ptr<VQFeature::Result>> pending_;  // copies of current_'s new results

@@ -56,8 +56,13 @@ std::vector<std::vector<std::string>> findDuplicates(const std::vector<VQFeature
             if (alike(images[i], images[j], limits)) parent[root(parent, i)] = root(parent, j);
         }
     }
+    // A group holds every path of its images: identical files share one image.
     std::map<size_t, std::vector<std::string>> groups;
-    for (size_t i = 0; i < images.size(); ++i) groups[root(parent, i)].push_back(displayPath(images[i].record));
+    for (size_t i = 0; i < images.size(); ++i) {
+        auto& members = groups[root(parent, i)];
+        if (images[i].paths.empty()) members.push_back(displayPath(images[i].record));
+        else members.insert(members.end(), images[i].paths.begin(), images[i].paths.end());
+    }
     std::vector<std::vector<std::string>> found;
     for (auto& [_, members] : groups) {
         if (members.size() < 2) continue;

@@ -23,8 +23,8 @@ struct DuplicateLimits {
 constexpr DuplicateLimits kSamePhoto{10, 0.90f, 0.12f};
 constexpr DuplicateLimits kSimilarPhoto{22, 0.80f, -1.0f};
 
-// Groups of two or more images (their paths, or asset ids where the path is unknown),
-// each sorted, the groups by their first member.
+// Groups of two or more paths (asset ids where no path is known) of the same photo, each
+// sorted, the groups by their first member. Byte-identical files are always one group.
 std::vector<std::vector<std::string>> findDuplicates(const std::vector<VQFeature::IndexedImage>& images,
                                                      const DuplicateLimits& limits);
 

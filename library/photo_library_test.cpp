@@ -242,7 +242,7 @@ TEST_P(PhotoLibraryTest, AStoreFromBeforeTheIndexIsIndexedOnlyOnRequestAndKeepsI
     };
     const std::vector<std::string> some{path("astronaut.jpg"), path("coffee.jpg"), path("coffee_small.jpg")};
     analyse(open(), some);
-    for (const char* table : {"vqfe_store", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_persons"}) {
+    for (const char* table : {"vqfe_store", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_persons", "vqfe_paths"}) {
         rawSql(old, std::string("DROP TABLE ") + table);
     }
     auto count = [&] {

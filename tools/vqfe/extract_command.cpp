@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -73,6 +74,21 @@ void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, st
 
 void printFailure(const std::string& path, const std::string& message, std::ostream& out) {
     out << "{\"image\":" << VQFeature::jsonQuoted(path) << ",\"error\":{\"code\":-1,\"message\":" << VQFeature::jsonQuoted(message) << "}}\n";
+}
+
+// The end of a summary: where the results went and how to look at them.
+void printWhereThingsAre(const ExtractOptions& options, std::ostream& err) {
+    std::error_code ec;
+    if (!options.drawDir.empty()) {
+        err << "pictures: " << std::filesystem::absolute(options.drawDir, ec).lexically_normal().string() << "\n";
+    }
+    if (options.storePath.empty()) return;
+    const std::string store = VQFeature::PgCache::isUri(options.storePath)
+                                  ? VQFeature::PgConnection::masked(options.storePath)
+                                  : std::filesystem::absolute(options.storePath, ec).lexically_normal().string();
+    err << "store: " << store << "\n"
+        << "report: vqfe report --store " << store << " --out DIR  (then open DIR/index.html;"
+        << " also vqfe people, duplicates, search)\n";
 }
 
 }  // namespace
@@ -172,7 +188,10 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     for (auto& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     out.flush();
-    if (options.summary) summary.print(err, seconds);
+    if (options.summary) {
+        summary.print(err, seconds);
+        printWhereThingsAre(options, err);
+    }
     return 0;
 }
 
