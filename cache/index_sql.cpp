@@ -1,5 +1,6 @@
 #include "cache/index_sql.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <cstring>
@@ -314,28 +315,53 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
         params.push_back(std::move(value));
         return "?" + std::to_string(params.size());
     };
-    std::string joins;
+    auto nameList = [&](const std::vector<std::string>& names) {
+        std::string list;
+        for (const auto& name : names) list += (list.empty() ? "" : ", ") + param(SqlValue::text(name));
+        return list.empty() ? std::string("NULL") : list;
+    };
+    // The rarest label drives the query through the label index (a bounded count tells
+    // which); the others are looked up per image by its key.
+    std::vector<std::vector<std::string>> labels = query.labels;
+    if (labels.size() > 1) {
+        std::vector<std::pair<long long, size_t>> counts;
+        for (size_t i = 0; i < labels.size(); ++i) {
+            params.clear();
+            const std::string list = nameList(labels[i]);
+            counts.emplace_back(sql.run("SELECT count(*) FROM (SELECT 1 FROM vqfe_labels WHERE name IN (" + list +
+                                        ") LIMIT 50000) rare", params)[0][0].asInteger(), i);
+        }
+        std::sort(counts.begin(), counts.end());
+        std::vector<std::vector<std::string>> ordered;
+        for (const auto& [count, i] : counts) ordered.push_back(labels[i]);
+        labels = std::move(ordered);
+    }
+    params.clear();
+    std::string from = "vqfe_images i";
     std::string score = "0";
-    for (size_t i = 0; i < query.labels.size(); ++i) {
-        const std::string alias = "l" + std::to_string(i);
-        std::string names;
-        for (const auto& name : query.labels[i]) names += (names.empty() ? "" : ", ") + param(SqlValue::text(name));
-        if (names.empty()) names = "NULL";
-        joins += " JOIN (SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE name IN (" + names +
-                 ") GROUP BY asset_id) " + alias + " ON " + alias + ".asset_id = i.asset_id";
-        score += " + " + alias + ".s";
+    std::string where = " WHERE 1 = 1";
+    for (size_t i = 0; i < labels.size(); ++i) {
+        const std::string list = nameList(labels[i]);
+        if (i == 0) {
+            from = "(SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE name IN (" + list +
+                   ") GROUP BY asset_id) l0 JOIN vqfe_images i ON i.asset_id = l0.asset_id";
+            score += " + l0.s";
+            continue;
+        }
+        const std::string lookup = "FROM vqfe_labels x WHERE x.asset_id = i.asset_id AND x.name IN (" + list + ")";
+        score += " + coalesce((SELECT max(x.score) " + lookup + "), 0)";
+        where += " AND EXISTS (SELECT 1 " + lookup + ")";
     }
     std::string personOrder;
     if (query.person != 0) {
-        joins += " JOIN (SELECT asset_id, count(*) AS n FROM vqfe_faces WHERE person = " +
-                 param(SqlValue::of(query.person)) + " GROUP BY asset_id) pf ON pf.asset_id = i.asset_id";
+        from += " JOIN (SELECT asset_id, count(*) AS n FROM vqfe_faces WHERE person = " +
+                param(SqlValue::of(query.person)) + " GROUP BY asset_id) pf ON pf.asset_id = i.asset_id";
         personOrder = "pf.n DESC, ";
     }
-    std::string where;
-    if (query.minFaces > 0) where = " WHERE i.face_count >= " + param(SqlValue::of(static_cast<long long>(query.minFaces)));
+    if (query.minFaces > 0) where += " AND i.face_count >= " + param(SqlValue::of(static_cast<long long>(query.minFaces)));
     const std::string statement = "SELECT CASE WHEN i.path = '' THEN i.asset_id ELSE i.path END, " + score +
-                                  " AS score FROM vqfe_images i" + joins + where + " ORDER BY score DESC, " +
-                                  personOrder + "i.face_count DESC, i.path, i.asset_id";
+                                  " AS score FROM " + from + where + " ORDER BY score DESC, " + personOrder +
+                                  "i.face_count DESC, i.path, i.asset_id";
     std::vector<std::string> paths;
     for (const SqlRow& row : sql.run(statement, params)) paths.push_back(row[0].bytes);
     return paths;
