@@ -197,18 +197,27 @@ bool indexIncomplete(SqlRunner& sql) {
 
 long long reindexFromBlobs(SqlRunner& sql, const std::string& resultsTable,
                            const std::map<std::string, ImageRecord>& known) {
-    // Only the kinds the index reads; masks and the like stay on disk.
-    const auto rows = sql.run("SELECT asset_id, algorithm_key, algorithm_type, algorithm_string_type, blob FROM " +
-                              resultsTable +
-                              " WHERE blob IS NOT NULL AND (algorithm_string_type <> ''"
-                              " OR algorithm_type IN (4, 8, 25, 29, 58, 121, 130))"
-                              " ORDER BY asset_id, algorithm_key");
+    // Only the kinds the index reads (masks and the like stay on disk), a chunk at a time
+    // in key order, so a large store is never held in memory at once.
+    const std::string select = "SELECT asset_id, algorithm_key, algorithm_type, algorithm_string_type, blob FROM " +
+                               resultsTable +
+                               " WHERE blob IS NOT NULL AND (algorithm_string_type <> ''"
+                               " OR algorithm_type IN (4, 8, 25, 29, 58, 121, 130))"
+                               " AND (asset_id > ?1 OR (asset_id = ?1 AND algorithm_key > ?2))"
+                               " ORDER BY asset_id, algorithm_key LIMIT 500";
     std::set<std::string> assets;
-    for (const SqlRow& row : rows) {
-        auto result = storedResult(row[0].bytes, row[1].bytes, static_cast<int>(row[2].asInteger()), row[3].bytes,
-                                   row[4].bytes.data(), row[4].bytes.size());
-        writeIndexRows(sql, *result);
-        assets.insert(row[0].bytes);
+    std::string lastAsset, lastKey;
+    for (;;) {
+        const auto rows = sql.run(select, {SqlValue::text(lastAsset), SqlValue::text(lastKey)});
+        for (const SqlRow& row : rows) {
+            auto result = storedResult(row[0].bytes, row[1].bytes, static_cast<int>(row[2].asInteger()),
+                                       row[3].bytes, row[4].bytes.data(), row[4].bytes.size());
+            writeIndexRows(sql, *result);
+            assets.insert(row[0].bytes);
+        }
+        if (rows.empty()) break;
+        lastAsset = rows.back()[0].bytes;
+        lastKey = rows.back()[1].bytes;
     }
     for (const auto& [assetId, record] : known) {
         if (assets.count(assetId)) writeImageRecord(sql, record);
