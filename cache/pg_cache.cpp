@@ -4,7 +4,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "cache/index_sql.h"
+#include "cache/pg_runner.h"
 #include "cache/query_each_resource.h"
+#include "cache/stored_result.h"
 
 namespace VQFeature {
 namespace {
@@ -39,6 +42,9 @@ void createOrCheckTable(PgConnection& connection) {
                                      ": table vqfe_results belongs to something else (columns " + columns.bytes(0, 0) +
                                      ")");
         }
+        PgRunner sql(connection);
+        checkFormat(sql, connection.name());
+        createIndexTables(sql, "vqfe_results");
     });
 }
 
@@ -57,14 +63,18 @@ void PgCache::prepareResults(PgConnection& connection) {
                        " algorithm_string_type = EXCLUDED.algorithm_string_type, blob = EXCLUDED.blob");
 }
 
-void PgCache::saveRows(PgConnection& connection, const std::vector<std::shared_ptr<Result>>& results) {
+void PgCache::saveRows(PgConnection& connection, const std::vector<std::shared_ptr<Result>>& results,
+                       const ImageRecord* image) {
+    PgRunner sql(connection);
     for (const auto& result : results) {
         if (!result) continue;
         connection.execute("vqfe_save", {PgParam::text(result->assetId), PgParam::text(result->algorithmKey),
                                           PgParam::number(static_cast<int>(result->algorithmType)),
                                           PgParam::text(result->algorithmStringType),
                                           PgParam::bytes(result->result, result->resultLength)});
+        writeIndexRows(sql, *result);
     }
+    if (image) writeImageRecord(sql, *image);
 }
 
 PgCache::PgCache(const std::string& uri) : connection_(uri) {
@@ -88,17 +98,10 @@ std::shared_ptr<Result> PgCache::queryLocked(const std::string& assetId, const s
         if (rows.size() == 0) return;
         const auto type = static_cast<Vantor::AlgorithmType>(rows.int32(0, 0));
         const std::string stringType = rows.bytes(0, 1);
-        void* blob = nullptr;
-        size_t length = 0;
-        if (!rows.isNull(0, 2)) {
-            const std::string bytes = rows.bytes(0, 2);
-            length = bytes.size();
-            blob = std::malloc(length > 0 ? length : 1);
-            if (length > 0) std::memcpy(blob, bytes.data(), length);
-        }
-        const int size = static_cast<int>(length);
-        hit = stringType.empty() ? std::make_shared<Result>(assetId, algorithmKey, type, blob, size)
-                                 : std::make_shared<Result>(assetId, algorithmKey, stringType, blob, size);
+        const bool hasBlob = !rows.isNull(0, 2);
+        const std::string bytes = hasBlob ? rows.bytes(0, 2) : std::string();
+        hit = storedResult(assetId, algorithmKey, static_cast<int>(type), stringType, hasBlob ? bytes.data() : nullptr,
+                           bytes.size());
     });
     return hit;
 }
@@ -117,8 +120,7 @@ std::vector<std::shared_ptr<Result>> PgCache::query(const std::shared_ptr<Input>
 
 void PgCache::save(const std::shared_ptr<Result>& result) {
     if (!result) return;
-    std::lock_guard<std::mutex> lock(mutex_);
-    connection_.run([&] { saveRows(connection_, {result}); });
+    save(std::vector<std::shared_ptr<Result>>{result});
 }
 
 void PgCache::save(const std::vector<std::shared_ptr<Result>>& results) {
@@ -133,7 +135,18 @@ void PgCache::deleteEach(const std::string& statement, const std::vector<std::st
     });
 }
 
-void PgCache::clear(const std::vector<std::string>& assetIds) { deleteEach("vqfe_clear_asset", assetIds); }
+void PgCache::clear(const std::vector<std::string>& assetIds) {
+    deleteEach("vqfe_clear_asset", assetIds);
+    std::lock_guard<std::mutex> lock(mutex_);
+    connection_.transact([&] {
+        PgRunner sql(connection_);
+        for (const char* table : {"vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_paths"}) {
+            for (const auto& asset : assetIds) {
+                sql.run("DELETE FROM " + std::string(table) + " WHERE asset_id = ?1", {SqlValue::text(asset)});
+            }
+        }
+    });
+}
 
 void PgCache::clearTypes(const std::vector<Vantor::AlgorithmType>& types) {
     std::vector<std::string> numbers;
@@ -145,7 +158,11 @@ void PgCache::clearTypes(const std::vector<std::string>& types) { deleteEach("vq
 
 void PgCache::clearAll() {
     std::lock_guard<std::mutex> lock(mutex_);
-    connection_.run([&] { connection_.command("DELETE FROM vqfe_results"); });
+    connection_.transact([&] {
+        for (const char* table : {"vqfe_results", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_paths"}) {
+            connection_.command("DELETE FROM " + std::string(table));
+        }
+    });
 }
 
 long long PgCache::count() {
@@ -153,6 +170,89 @@ long long PgCache::count() {
     long long rows = 0;
     connection_.run([&] { rows = connection_.execute("vqfe_count").int64(0, 0); });
     return rows;
+}
+
+void PgCache::saveIndexed(const std::vector<std::shared_ptr<Result>>& results, const ImageRecord& image) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    connection_.transact([&] { saveRows(connection_, results, &image); });
+}
+
+bool PgCache::needsReindex() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    bool incomplete = false;
+    connection_.run([&] {
+        PgRunner sql(connection_);
+        incomplete = indexIncomplete(sql);
+    });
+    return incomplete;
+}
+
+long long PgCache::reindex(const std::map<std::string, ImageRecord>& known) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    long long images = 0;
+    connection_.transact([&] {
+        PgRunner sql(connection_);
+        images = reindexFromBlobs(sql, "vqfe_results", known);
+    });
+    return images;
+}
+
+IndexSnapshot PgCache::snapshot(bool withDescriptors) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    IndexSnapshot snapshot;
+    connection_.transact([&] {
+        // One view of the whole index while workers go on writing.
+        connection_.command("SET TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY");
+        PgRunner sql(connection_);
+        snapshot = readIndex(sql, withDescriptors);
+    });
+    return snapshot;
+}
+
+std::vector<long long> PgCache::assignPersons(const PersonAssignment& assignment) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<long long> ids;
+    connection_.transact([&] {
+        PgRunner sql(connection_);
+        ids = writeAssignment(sql, assignment);
+    });
+    return ids;
+}
+
+void PgCache::namePerson(long long id, const std::string& name) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    connection_.transact([&] {
+        PgRunner sql(connection_);
+        renamePerson(sql, id, name);
+    });
+}
+
+void PgCache::mergePersons(long long into, long long from) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    connection_.transact([&] {
+        PgRunner sql(connection_);
+        mergePersonRows(sql, into, from);
+    });
+}
+
+long long PgCache::personNamed(const std::string& name) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    long long id = 0;
+    connection_.run([&] {
+        PgRunner sql(connection_);
+        id = findPerson(sql, name);
+    });
+    return id;
+}
+
+std::vector<std::string> PgCache::search(const SearchQuery& query) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> paths;
+    connection_.run([&] {
+        PgRunner sql(connection_);
+        paths = searchIndex(sql, query);
+    });
+    return paths;
 }
 
 }  // namespace VQFeature

@@ -1,13 +1,15 @@
 // The PostgreSQL result store (libpq).
 #pragma once
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "extractor/cache_adapter.h"
 #include "cache/pg_connection.h"
+#include "cache/store_index.h"
+#include "extractor/cache_adapter.h"
 
 namespace VQFeature {
 
@@ -22,11 +24,12 @@ namespace VQFeature {
 /// call repeated a bounded number of times (see PgConnection); a call that still fails,
 /// like an unreachable server or a table of the same name with other columns, throws
 /// std::runtime_error naming the store and the reason.
-class PgCache : public CacheAdapter {
+class PgCache : public CacheAdapter, public StoreIndex {
 public:
     /// Connects to uri ("postgresql://..." or "postgres://...") and creates the results
-    /// table when the database has none. Throws when the server cannot be reached or the
-    /// table belongs to something else; nothing is written in either case.
+    /// and index tables when the database has none. Throws when the server cannot be
+    /// reached, the table belongs to something else or the store was written by another
+    /// version; nothing is written in those cases.
     explicit PgCache(const std::string& uri);
     PgCache(const PgCache&) = delete;
     PgCache& operator=(const PgCache&) = delete;
@@ -45,14 +48,26 @@ public:
     /// Number of stored results.
     long long count();
 
+    void saveIndexed(const std::vector<std::shared_ptr<Result>>& results, const ImageRecord& image) override;
+    bool needsReindex() override;
+    long long reindex(const std::map<std::string, ImageRecord>& known) override;
+    IndexSnapshot snapshot(bool withDescriptors) override;
+    std::vector<long long> assignPersons(const PersonAssignment& assignment) override;
+    void namePerson(long long id, const std::string& name) override;
+    void mergePersons(long long into, long long from) override;
+    long long personNamed(const std::string& name) override;
+    std::vector<std::string> search(const SearchQuery& query) override;
+
     /// True when text is a PostgreSQL connection URI rather than a file path.
     static bool isUri(const std::string& text);
 
     /// For other users of the same database (the shared work queue), which write results
     /// in their own transactions: creates or checks the table and prepares the statement
-    /// "vqfe_save" on connection, and writes rows with it.
+    /// "vqfe_save" on connection, and writes rows with it, with their index rows and, when
+    /// given, the image's record (inside the caller's transaction).
     static void prepareResults(PgConnection& connection);
-    static void saveRows(PgConnection& connection, const std::vector<std::shared_ptr<Result>>& results);
+    static void saveRows(PgConnection& connection, const std::vector<std::shared_ptr<Result>>& results,
+                         const ImageRecord* image = nullptr);
 
 private:
     std::shared_ptr<Result> queryLocked(const std::string& assetId, const std::string& algorithmKey);

@@ -77,6 +77,8 @@ long long PgRows::affected() const {
     return *count ? std::atoll(count) : 0;
 }
 
+std::string PgConnection::masked(const std::string& uri) { return maskPassword(uri); }
+
 PgConnection::PgConnection(const std::string& uri) : uri_(uri), name_(maskPassword(uri)) {
     try {
         connect();
@@ -136,17 +138,34 @@ PgRows PgConnection::check(PGresult* result) {
     fail(result);
 }
 
-PgRows PgConnection::execute(const std::string& name, const std::vector<PgParam>& params) {
+namespace {
+
+// libpq's parallel arrays of values, lengths and formats over params.
+struct ParamArrays {
+    explicit ParamArrays(const std::vector<PgParam>& params) {
+        for (const auto& param : params) {
+            values.push_back(param.value ? param.value->data() : nullptr);
+            lengths.push_back(param.value ? static_cast<int>(param.value->size()) : 0);
+            formats.push_back(param.binary ? 1 : 0);
+        }
+    }
     std::vector<const char*> values;
     std::vector<int> lengths;
     std::vector<int> formats;
-    for (const auto& param : params) {
-        values.push_back(param.value ? param.value->data() : nullptr);
-        lengths.push_back(param.value ? static_cast<int>(param.value->size()) : 0);
-        formats.push_back(param.binary ? 1 : 0);
-    }
-    return check(PQexecPrepared(conn_, name.c_str(), static_cast<int>(params.size()), values.data(), lengths.data(),
-                                formats.data(), 1));
+};
+
+}  // namespace
+
+PgRows PgConnection::execute(const std::string& name, const std::vector<PgParam>& params) {
+    ParamArrays arrays(params);
+    return check(PQexecPrepared(conn_, name.c_str(), static_cast<int>(params.size()), arrays.values.data(),
+                                arrays.lengths.data(), arrays.formats.data(), 1));
+}
+
+PgRows PgConnection::query(const std::string& sql, const std::vector<PgParam>& params) {
+    ParamArrays arrays(params);
+    return check(PQexecParams(conn_, sql.c_str(), static_cast<int>(params.size()), nullptr, arrays.values.data(),
+                              arrays.lengths.data(), arrays.formats.data(), 1));
 }
 
 PgRows PgConnection::command(const std::string& sql) {

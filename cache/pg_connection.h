@@ -39,11 +39,14 @@ class PgRows {
 public:
     explicit PgRows(PGresult* result) : result_(result, PQclear) {}
     int size() const { return PQntuples(result_.get()); }
+    int columns() const { return PQnfields(result_.get()); }
     bool isNull(int row, int column) const { return PQgetisnull(result_.get(), row, column) != 0; }
     std::string bytes(int row, int column) const;  // text or bytea
     int32_t int32(int row, int column) const;
     int64_t int64(int row, int column) const;
     double float8(int row, int column) const;
+    // The column's type (its PostgreSQL type oid: 20 int8, 23 int4, 701 float8, ...).
+    unsigned columnType(int column) const { return PQftype(result_.get(), column); }
     // Rows changed by an INSERT, UPDATE or DELETE.
     long long affected() const;
 
@@ -65,6 +68,8 @@ public:
     PgRows execute(const std::string& name, const std::vector<PgParam>& params = {});
     // A statement without parameters, not prepared (schema set-up, BEGIN, ...).
     PgRows command(const std::string& sql);
+    // A statement with parameters, not prepared.
+    PgRows query(const std::string& sql, const std::vector<PgParam>& params);
 
     // Runs unit, reconnecting and running it again after a lost connection.
     void run(const std::function<void()>& unit);
@@ -74,6 +79,7 @@ public:
 
     // The URI with its password masked, as errors show it.
     const std::string& name() const { return name_; }
+    static std::string masked(const std::string& uri);
 
 private:
     void connect();

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <functional>
+#include <initializer_list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "cache/store_index.h"
 #include "extractor/cache_adapter.h"
 
 struct sqlite3;
@@ -20,11 +24,12 @@ namespace VQFeature {
 /// copy. The file uses write-ahead logging with a busy timeout, so several threads (this
 /// object serialises its own calls) and several processes may use one store at once; a
 /// killed process loses at most the write in flight.
-class SqliteCache : public CacheAdapter {
+class SqliteCache : public CacheAdapter, public StoreIndex {
 public:
     /// Opens or creates the store at path. Throws std::runtime_error (RuntimeException in Java) with the path and
-    /// SQLite's reason when the file cannot be opened or is not a result store; the file
-    /// is never modified in that case.
+    /// the reason when the file cannot be opened, is not a result store (another
+    /// program's database) or was written by another version; the file is never
+    /// modified in those cases.
     explicit SqliteCache(const std::string& path);
     SqliteCache(const SqliteCache&) = delete;
     SqliteCache& operator=(const SqliteCache&) = delete;
@@ -44,13 +49,23 @@ public:
     /// Number of stored results.
     long long count();
 
-private:
-    class Statement;
+    void saveIndexed(const std::vector<std::shared_ptr<Result>>& results, const ImageRecord& image) override;
+    bool needsReindex() override;
+    long long reindex(const std::map<std::string, ImageRecord>& known) override;
+    IndexSnapshot snapshot(bool withDescriptors) override;
+    std::vector<long long> assignPersons(const PersonAssignment& assignment) override;
+    void namePerson(long long id, const std::string& name) override;
+    void mergePersons(long long into, long long from) override;
+    long long personNamed(const std::string& name) override;
+    std::vector<std::string> search(const SearchQuery& query) override;
 
+private:
     void execute(const char* sql);
+    // Runs unit inside BEGIN IMMEDIATE ... COMMIT under the lock; rolls back on a throw.
+    void transact(const std::function<void()>& unit);
     std::shared_ptr<Result> queryLocked(const std::string& assetId, const std::string& algorithmKey);
     void saveLocked(const Result& result);
-    void deleteWhere(const char* sql, const std::vector<std::string>& values);
+    void deleteWhere(std::initializer_list<const char*> statements, const std::vector<std::string>& values);
 
     std::string path_;
     sqlite3* db_ = nullptr;

@@ -68,6 +68,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %template(VecMultiResult) std::vector<std::shared_ptr<VQFeature::MultiResult>>;
 %include "extractor/cache_adapter.h"
 %include "cache/memory_cache.h"
+%include "store_index.i"
 %include "cache/sqlite_cache.h"
 %include "cache/tiered_cache.h"
 %include "pg_cache.i"

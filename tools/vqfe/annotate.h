@@ -8,8 +8,8 @@
 
 #include <string>
 
-#include "tools/vqfe/decoded_blobs.h"
-#include "tools/vqfe/image_io.h"
+#include "library/decoded_blobs.h"
+#include "library/image_io.h"
 
 namespace vqfe {
 

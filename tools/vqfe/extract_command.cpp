@@ -4,6 +4,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -14,11 +18,13 @@
 #include "cache/sqlite_cache.h"
 #include "encoding/message_json.h"
 #include "extractor/extractor.h"
+#include "library/batch_runner.h"
 #include "tools/vqfe/annotate.h"
-#include "tools/vqfe/batch_runner.h"
-#include "tools/vqfe/image_io.h"
+#include "vantor/graph_merge.h"
+#include "library/image_io.h"
 #include "tools/vqfe/progress.h"
 #include "tools/vqfe/summary.h"
+#include "vantor/cover_util.h"
 #include "vantor/vantor_system.h"
 
 namespace vqfe {
@@ -28,6 +34,14 @@ namespace {
 constexpr size_t kBatchSize = 16;
 
 using VQFeature::CacheAdapter;
+
+// The graph of one kind: its built-in template, with the post-processor renamed to the
+// output-node name for a string kind.
+std::string graphOfKind(const Kind& kind) {
+    std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind.templateKind));
+    if (!kind.stringType.empty()) graph = VQFeature::renameNode(graph, "ClassificationPostProcess", kind.stringType);
+    return graph;
+}
 
 void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, std::ostream& out) {
     const std::string head = "{\"image\":" + VQFeature::jsonQuoted(outcome.image.path) +
@@ -62,7 +76,36 @@ void printFailure(const std::string& path, const std::string& message, std::ostr
     out << "{\"image\":" << VQFeature::jsonQuoted(path) << ",\"error\":{\"code\":-1,\"message\":" << VQFeature::jsonQuoted(message) << "}}\n";
 }
 
+// The end of a summary: where the results went and how to look at them.
+void printWhereThingsAre(const ExtractOptions& options, std::ostream& err) {
+    std::error_code ec;
+    if (!options.drawDir.empty()) {
+        err << "pictures: " << std::filesystem::absolute(options.drawDir, ec).lexically_normal().string() << "\n";
+    }
+    if (options.storePath.empty()) return;
+    const std::string store = VQFeature::PgCache::isUri(options.storePath)
+                                  ? VQFeature::PgConnection::masked(options.storePath)
+                                  : std::filesystem::absolute(options.storePath, ec).lexically_normal().string();
+    err << "store: " << store << "\n"
+        << "report: vqfe report --store " << store << " --out DIR  (then open DIR/index.html;"
+        << " also vqfe people, duplicates, search)\n";
+}
+
 }  // namespace
+
+std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile) {
+    if (!graphFile.empty()) {
+        std::ifstream in(graphFile);
+        if (!in) throw std::runtime_error("cannot read graph file " + graphFile);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    std::vector<std::string> graphs;
+    for (const Kind& kind : kinds) {
+        std::string graph = graphOfKind(kind);
+        if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(graph);
+    }
+    return graphs.size() == 1 ? graphs.front() : VQFeature::mergeGraphs(graphs);
+}
 
 int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err) {
     std::vector<std::string> problems;
@@ -77,16 +120,17 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     try {
         if (VQFeature::PgCache::isUri(options.storePath)) store = std::make_shared<VQFeature::PgCache>(options.storePath);
         else if (!options.storePath.empty()) store = std::make_shared<VQFeature::SqliteCache>(options.storePath);
-        graph = requestGraph(options);
+        graph = requestGraph(options.kinds, options.graphFile);
     } catch (const std::exception& e) {
         err << "vqfe extract: " << e.what() << "\n";
         return 1;
     }
 
+    const AnalysisSetup setup{options.kinds, options.modelDir, options.frameworkConfig};
     const int jobs = std::max(1, std::min<int>(options.jobs, static_cast<int>(files.size())));
     std::vector<std::unique_ptr<BatchRunner>> workers;
     for (int j = 0; j < jobs; ++j) {
-        workers.push_back(std::make_unique<BatchRunner>(options, graph, store));
+        workers.push_back(std::make_unique<BatchRunner>(setup, graph, store));
         if (workers.back()->initCode() != 0) {
             err << "vqfe extract: the framework did not initialise (code " << workers.back()->initCode() << ", "
                 << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(workers.back()->initCode()))
@@ -144,7 +188,10 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     for (auto& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     out.flush();
-    if (options.summary) summary.print(err, seconds);
+    if (options.summary) {
+        summary.print(err, seconds);
+        printWhereThingsAre(options, err);
+    }
     return 0;
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vqfe/kinds.h"
+#include "library/kinds.h"
 
 namespace vqfe {
 
@@ -21,6 +21,11 @@ struct ExtractOptions {
     bool summary = false;             // human summary on standard error at the end
     std::vector<std::string> inputs;  // files and directories
 };
+
+// The graph text of a request over kinds: the built-in graph of each, merged into one
+// when they differ, or the file graphFile when given. Throws std::runtime_error when the
+// graph file cannot be read.
+std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile = "");
 
 // Returns the process exit code: 0 when every image was processed (per-image failures
 // included, they are reported in the output), 1 when nothing could run, 2 for usage.

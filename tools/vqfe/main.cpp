@@ -1,7 +1,9 @@
-// vqfe: the library's command-line tool. Subcommands: extract, score, graph, models, show,
-// and enqueue, work, status for work shared through a PostgreSQL store.
+// vqfe: the library's command-line tool. Subcommands: extract, score, graph, models, show;
+// enqueue, work, status for work shared through a PostgreSQL store; people, duplicates,
+// search, report, reindex for questions across the photos of a store.
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -9,14 +11,14 @@
 #include <iostream>
 #include <iterator>
 #include <optional>
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "encoding/message_json.h"
+#include "library/kinds.h"
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
-#include "tools/vqfe/kinds.h"
+#include "tools/vqfe/library_cli.h"
 #include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
@@ -37,6 +39,11 @@ const char* const kUsage =
     "  enqueue   queue photos as jobs in a PostgreSQL store for workers on any machine\n"
     "  work      run queued jobs (any number of workers, on any number of machines)\n"
     "  status    print the jobs of a PostgreSQL store by state\n"
+    "  people    group the faces of a store into persons; name and merge them\n"
+    "  duplicates  print groups of copies of the same photo in a store\n"
+    "  search    print the photos of a store with labels, a person, a number of faces\n"
+    "  report    write a static HTML report of a store\n"
+    "  reindex   build the index of a store written before it kept one\n"
     "\n"
     "Run 'vqfe <command> --help' for the options of a command.\n";
 
@@ -275,6 +282,7 @@ int main(int argc, char** argv) {
     if (command == "graph") return graphCommand(args);
     if (command == "models") return modelsCommand(args);
     if (command == "show") return showCommand(args);
+    if (vqfe::isLibraryCommand(command)) return vqfe::libraryCommand(command, args);
     if (vqfe::isWorkCommand(command)) return vqfe::workCommand(command, args, executableDir() + "/..");
     std::cerr << "vqfe: unknown command '" << command << "'\n" << kUsage;
     return 2;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vqfe/decoded_blobs.h"
+#include "library/decoded_blobs.h"
 
 namespace vqfe {
 

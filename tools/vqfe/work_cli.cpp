@@ -4,8 +4,9 @@
 #include <iostream>
 
 #include "cache/pg_cache.h"
+#include "library/work_command.h"
+#include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
-#include "tools/vqfe/work_command.h"
 
 namespace vqfe {
 namespace {
@@ -68,6 +69,7 @@ bool isWorkCommand(const std::string& command) {
 int workCommand(const std::string& command, const std::vector<std::string>& args, const std::string& baseDir) {
     const char* usage = command == "enqueue" ? kEnqueueUsage : command == "work" ? kWorkUsage : kStatusUsage;
     WorkOptions options;
+    options.graphOf = [](const std::vector<Kind>& kinds) { return requestGraph(kinds); };
     options.modelDir = baseDir + "/models";
     options.frameworkConfig = baseDir + "/share/vqfe/framework.json";
     std::vector<Kind> kinds;

@@ -1,4 +1,4 @@
-#include "tools/vqfe/job_queue.h"
+#include "library/job_queue.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -141,7 +141,8 @@ std::vector<long long> JobQueue::renew(const std::vector<long long>& leases, int
     return lost;
 }
 
-bool JobQueue::complete(const Job& job, const std::vector<std::shared_ptr<VQFeature::Result>>& results) {
+bool JobQueue::complete(const Job& job, const std::vector<std::shared_ptr<VQFeature::Result>>& results,
+                        const VQFeature::ImageRecord* image) {
     try {
         connection_.transact([&] {
             if (connection_.execute("vqfe_finish", {PgParam::number(job.id), PgParam::number(job.lease),
@@ -149,7 +150,7 @@ bool JobQueue::complete(const Job& job, const std::vector<std::shared_ptr<VQFeat
                     .affected() != 1) {
                 throw LeaseLost{};
             }
-            VQFeature::PgCache::saveRows(connection_, results);
+            VQFeature::PgCache::saveRows(connection_, results, image);
             connection_.execute("vqfe_claim_end", {PgParam::number(job.lease), PgParam::text("done")});
         });
         return true;

@@ -1,6 +1,7 @@
-// BatchRunner: one extractor with its own framework system, running the kinds of an
-// ExtractOptions over batches of images, one request per batch, so the graph is loaded
-// once per batch rather than once per image. Shared by `vqfe extract` and `vqfe work`.
+// BatchRunner: one extractor with its own framework system, running a set of kinds over
+// batches of images, one request per batch, so the graph is loaded once per batch rather
+// than once per image. Shared by `vqfe extract` and `vqfe work`. A store that keeps an
+// index gets each image's results with the image's path and size in one transaction.
 // One thread at a time per object.
 #pragma once
 
@@ -12,14 +13,18 @@
 
 #include "extractor/cache_adapter.h"
 #include "extractor/extractor.h"
-#include "tools/vqfe/extract_command.h"
-#include "tools/vqfe/image_io.h"
+#include "library/batch_store.h"
+#include "library/image_io.h"
+#include "library/kinds.h"
 
 namespace vqfe {
 
-// The graph text of a request over options.kinds (or options.graphFile). Throws
-// std::runtime_error when the graph file cannot be read.
-std::string requestGraph(const ExtractOptions& options);
+// What a runner runs, and where the framework finds its files.
+struct AnalysisSetup {
+    std::vector<Kind> kinds;  // one kind: a single-kind request; several: one graph
+    std::string modelDir;
+    std::string frameworkConfig;
+};
 
 // One blob per kind for one image, however it was obtained.
 struct ImageOutcome {
@@ -29,13 +34,14 @@ struct ImageOutcome {
     VQFeature::ErrorPair error{0, ""};
     bool produced = false;   // the framework or the store gave something
     bool fromStore = false;
-    double milliseconds = 0;  // the batch's time, shared out
+    double milliseconds = 0;  // this image's own time (the graph load of the batch not included)
 };
 
 class BatchRunner {
 public:
-    // store, when set, is consulted first and receives every new result.
-    BatchRunner(const ExtractOptions& options, const std::string& graph, std::shared_ptr<VQFeature::CacheAdapter> store);
+    // store, when set, is consulted first and receives every new result; graph is the
+    // request's graph text for setup.kinds.
+    BatchRunner(const AnalysisSetup& setup, const std::string& graph, std::shared_ptr<VQFeature::CacheAdapter> store);
     int initCode() const { return initCode_; }
 
     // Fills every outcome of the batch. The error pair of a request holds only its last
@@ -45,10 +51,13 @@ public:
 
 private:
     void runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
+    // Writes what the batch store holds, without records of images that produced nothing.
+    void finishBatch(const std::vector<ImageOutcome*>& batch);
 
-    const ExtractOptions& options_;
+    AnalysisSetup setup_;
     std::string graph_;
     std::shared_ptr<VQFeature::CacheAdapter> store_;
+    std::shared_ptr<BatchStore> batchStore_;
     std::shared_ptr<VQFeature::Extractor> extractor_;
     int initCode_ = 0;
 };

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cache/pg_connection.h"
+#include "cache/store_index.h"
 #include "extractor/result.h"
 
 namespace vqfe {
@@ -45,7 +46,9 @@ public:
     std::vector<long long> renew(const std::vector<long long>& leases, int leaseSeconds);
     // In one transaction: writes the results and marks the job done. False (nothing
     // written) when the lease was lost to another worker.
-    bool complete(const Job& job, const std::vector<std::shared_ptr<VQFeature::Result>>& results);
+    // The image's record (path, size), when given, goes into the store's index with them.
+    bool complete(const Job& job, const std::vector<std::shared_ptr<VQFeature::Result>>& results,
+                  const VQFeature::ImageRecord* image = nullptr);
     // Marks the job failed with error; false when the lease was lost.
     bool fail(const Job& job, const std::string& error);
 

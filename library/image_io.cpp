@@ -1,4 +1,4 @@
-#include "tools/vqfe/image_io.h"
+#include "library/image_io.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -3,11 +3,12 @@
 // are read by path, so every worker must see them at the same path.
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tools/vqfe/kinds.h"
+#include "library/kinds.h"
 
 namespace vqfe {
 
@@ -19,6 +20,8 @@ struct WorkOptions {
     int leaseSeconds = 60;
     int batch = 8;               // jobs claimed at once per thread
     bool follow = false;         // keep waiting for new jobs instead of returning
+    // The graph text of a request over a set of kinds (may throw std::runtime_error).
+    std::function<std::string(const std::vector<Kind>&)> graphOf;
 };
 
 // Exit codes as `vqfe extract`: 0 done, 1 nothing could run (or the store failed).

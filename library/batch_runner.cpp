@@ -1,14 +1,12 @@
-#include "tools/vqfe/batch_runner.h"
+#include "library/batch_runner.h"
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
+#include <filesystem>
+#include <system_error>
 
 #include "cache/memory_cache.h"
 #include "vantor/cover_util.h"
-#include "vantor/graph_merge.h"
 
 namespace vqfe {
 namespace {
@@ -16,59 +14,77 @@ namespace {
 using VQFeature::CacheAdapter;
 using VQFeature::Extractor;
 
-// The graph of one kind: its built-in template, with the post-processor renamed to the
-// output-node name for a string kind.
-std::string graphOfKind(const Kind& kind) {
-    std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind.templateKind));
-    if (!kind.stringType.empty()) graph = VQFeature::renameNode(graph, "ClassificationPostProcess", kind.stringType);
-    return graph;
-}
-
-bool isSingleKindRequest(const ExtractOptions& options) {
-    return options.kinds.size() == 1 && options.kinds.front().stringType.empty();
+bool isSingleKindRequest(const AnalysisSetup& setup) {
+    return setup.kinds.size() == 1 && setup.kinds.front().stringType.empty();
 }
 
 }  // namespace
 
-std::string requestGraph(const ExtractOptions& options) {
-    if (!options.graphFile.empty()) {
-        std::ifstream in(options.graphFile);
-        if (!in) throw std::runtime_error("cannot read graph file " + options.graphFile);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
-    std::vector<std::string> graphs;
-    for (const Kind& kind : options.kinds) {
-        std::string graph = graphOfKind(kind);
-        if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(graph);
-    }
-    return graphs.size() == 1 ? graphs.front() : VQFeature::mergeGraphs(graphs);
-}
-
-BatchRunner::BatchRunner(const ExtractOptions& options, const std::string& graph, std::shared_ptr<CacheAdapter> store)
-    : options_(options), graph_(graph), store_(store) {
+BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, std::shared_ptr<CacheAdapter> store)
+    : setup_(setup), graph_(graph), store_(store) {
     auto config = std::make_shared<VQFeature::Config>();
-    std::shared_ptr<CacheAdapter> first = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
-    extractor_ = Extractor::makeInstance(config, first, store_, options.modelDir, options.frameworkConfig, false);
+    std::shared_ptr<CacheAdapter> inner = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
+    batchStore_ = std::make_shared<BatchStore>(inner, dynamic_cast<VQFeature::StoreIndex*>(store.get()));
+    // The batch store is the only cache: it passes new results on to the store.
+    std::shared_ptr<CacheAdapter> cache = batchStore_;
+    std::shared_ptr<CacheAdapter> none;
+    extractor_ = Extractor::makeInstance(config, cache, none, setup.modelDir, setup.frameworkConfig, false);
     initCode_ = extractor_->init();
 }
 
 void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
-    const auto start = std::chrono::steady_clock::now();
+    std::vector<VQFeature::ImageRecord> records;
+    for (ImageOutcome* outcome : batch) {
+        const LoadedImage& image = outcome->image;
+        std::error_code ec;
+        const auto bytes = std::filesystem::file_size(image.path, ec);
+        const bool sized = !ec;
+        const std::string path = std::filesystem::absolute(image.path, ec).lexically_normal().string();
+        VQFeature::ImageRecord record{image.assetId, ec ? image.path : path, sized ? static_cast<long long>(bytes) : 0,
+                                      image.buffer ? image.buffer->width : 0, image.buffer ? image.buffer->height : 0,
+                                      0};
+        records.push_back(std::move(record));
+    }
+    batchStore_->begin(records);
     VQFeature::ErrorPair error{0, ""};
     runRequest(batch, &error);
+    const auto end = std::chrono::steady_clock::now();
+    const auto firstSeen = batchStore_->firstSeen();
+    // Each image from its first look-up to the next image's; the extractor takes them in order.
+    for (size_t i = 0; i < batch.size(); ++i) {
+        auto from = firstSeen.find(batch[i]->image.assetId);
+        auto to = end;
+        for (size_t j = i + 1; j < batch.size(); ++j) {
+            auto next = firstSeen.find(batch[j]->image.assetId);
+            if (from != firstSeen.end() && next != firstSeen.end() && next->second > from->second) {
+                to = next->second;
+                break;
+            }
+        }
+        batch[i]->milliseconds =
+            from == firstSeen.end() ? 0 : std::chrono::duration<double, std::milli>(to - from->second).count();
+    }
     std::vector<ImageOutcome*> failed;
     for (ImageOutcome* outcome : batch) {
         if (!outcome->produced) failed.push_back(outcome);
     }
     if (failed.size() == 1) failed.front()->error = error;
-    const double each =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() / batch.size();
-    for (ImageOutcome* outcome : batch) outcome->milliseconds = each;
-    if (failed.size() < 2) return;
+    if (failed.size() < 2) {
+        finishBatch(batch);
+        return;
+    }
     for (ImageOutcome* outcome : failed) {
         std::vector<ImageOutcome*> alone{outcome};
         runRequest(alone, &outcome->error);
     }
+    finishBatch(batch);
+}
+
+void BatchRunner::finishBatch(const std::vector<ImageOutcome*>& batch) {
+    for (const ImageOutcome* outcome : batch) {
+        if (!outcome->produced) batchStore_->forget(outcome->image.assetId);
+    }
+    batchStore_->finish();
 }
 
 void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error) {
@@ -79,8 +95,8 @@ void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::Error
         resources.push_back(std::make_shared<VQFeature::Resource>(outcome->image.assetId, outcome->image.path,
                                                                   outcome->image.buffer));
     }
-    if (isSingleKindRequest(options_)) {
-        const Kind& kind = options_.kinds.front();
+    if (isSingleKindRequest(setup_)) {
+        const Kind& kind = setup_.kinds.front();
         auto input = std::make_shared<VQFeature::Input>(resources, graph_, VQFeature::IntParams{},
                                                         static_cast<Vantor::AlgorithmType>(kind.number));
         const std::string key = input->algorithmKey();
@@ -97,7 +113,7 @@ void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::Error
     }
     std::vector<Vantor::AlgorithmType> types;
     std::vector<std::string> stringTypes;
-    for (const Kind& kind : options_.kinds) {
+    for (const Kind& kind : setup_.kinds) {
         if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
         else stringTypes.push_back(kind.stringType);
     }
@@ -118,7 +134,7 @@ void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::Error
         auto multi = results[i];
         batch[i]->keepAlive.push_back(multi);
         batch[i]->produced = multi->resultCount() > 0;
-        for (const Kind& kind : options_.kinds) {
+        for (const Kind& kind : setup_.kinds) {
             auto item = kind.stringType.empty()
                             ? multi->getResultItem(static_cast<Vantor::AlgorithmType>(kind.number))
                             : multi->getResultItem(kind.stringType);

@@ -1,11 +1,11 @@
-#include "tools/vqfe/decoded_blobs.h"
+#include "library/decoded_blobs.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 
 #include "encoding/message_json.h"
-#include "tools/vqfe/kinds.h"
+#include "library/kinds.h"
 
 namespace vqfe {
 

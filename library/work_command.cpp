@@ -1,4 +1,4 @@
-#include "tools/vqfe/work_command.h"
+#include "library/work_command.h"
 
 #include <signal.h>
 #include <unistd.h>
@@ -16,10 +16,10 @@
 #include <sstream>
 #include <thread>
 
-#include "tools/vqfe/batch_runner.h"
-#include "tools/vqfe/image_io.h"
-#include "tools/vqfe/job_queue.h"
-#include "tools/vqfe/staging_cache.h"
+#include "library/batch_runner.h"
+#include "library/image_io.h"
+#include "library/job_queue.h"
+#include "library/staging_cache.h"
 #include "vantor/md5.h"
 #include "vantor/vantor_system.h"
 
@@ -156,7 +156,7 @@ public:
 
 private:
     struct Runner {
-        ExtractOptions options;
+        AnalysisSetup setup;
         std::unique_ptr<BatchRunner> batch;
         std::shared_ptr<StagingCache> stage;
         std::string problem;  // why these kinds cannot run, when they cannot
@@ -165,8 +165,8 @@ private:
     Runner& runnerFor(const std::string& kinds) {
         auto& runner = runners_[kinds];
         if (runner.batch || !runner.problem.empty()) return runner;
-        runner.options.modelDir = options_.modelDir;
-        runner.options.frameworkConfig = options_.frameworkConfig;
+        runner.setup.modelDir = options_.modelDir;
+        runner.setup.frameworkConfig = options_.frameworkConfig;
         std::stringstream names(kinds);
         for (std::string name; std::getline(names, name, ',');) {
             auto kind = parseKind(name);
@@ -174,10 +174,10 @@ private:
                 runner.problem = "unknown kind '" + name + "'";
                 return runner;
             }
-            runner.options.kinds.push_back(*kind);
+            runner.setup.kinds.push_back(*kind);
         }
         runner.stage = std::make_shared<StagingCache>();
-        runner.batch = std::make_unique<BatchRunner>(runner.options, requestGraph(runner.options), runner.stage);
+        runner.batch = std::make_unique<BatchRunner>(runner.setup, options_.graphOf(runner.setup.kinds), runner.stage);
         if (const int code = runner.batch->initCode(); code != 0) {
             // Not the images' fault: the jobs stay leased and go to another worker.
             throw std::runtime_error(
@@ -188,8 +188,9 @@ private:
         return runner;
     }
 
-    void finish(const Job& job, const std::string& error, const std::vector<std::shared_ptr<VQFeature::Result>>& results) {
-        const bool held = error.empty() ? queue_.complete(job, results) : queue_.fail(job, error);
+    void finish(const Job& job, const std::string& error, const std::vector<std::shared_ptr<VQFeature::Result>>& results,
+                const VQFeature::ImageRecord* image = nullptr) {
+        const bool held = error.empty() ? queue_.complete(job, results, image) : queue_.fail(job, error);
         (held ? (error.empty() ? tally_.done : tally_.failed) : tally_.lost)++;
         std::lock_guard<std::mutex> lock(errMutex_);
         if (!held) err_ << "vqfe work: " << job.path << ": lease lost to another worker, result dropped\n";
@@ -226,7 +227,12 @@ private:
                 error = "analysis failed (code " + std::to_string(outcome.error.first) + ")" +
                         (outcome.error.second.empty() ? "" : ": " + outcome.error.second);
             }
-            finish(*owners[i], error, runner.stage->take(outcome.image.assetId));
+            std::error_code ec;
+            const auto bytes = std::filesystem::file_size(owners[i]->path, ec);
+            const VQFeature::ImageRecord image{owners[i]->assetId, owners[i]->path,
+                                               ec ? 0 : static_cast<long long>(bytes), outcome.image.buffer->width,
+                                               outcome.image.buffer->height, 0};
+            finish(*owners[i], error, runner.stage->take(outcome.image.assetId), &image);
         }
     }
 

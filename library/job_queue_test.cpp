@@ -1,4 +1,4 @@
-#include "tools/vqfe/job_queue.h"
+#include "library/job_queue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/vqfe/kinds.h"
+#include "library/kinds.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,0 +1,305 @@
+// The photo library end to end: photos analysed by the open framework into a SQLite and a
+// PostgreSQL store, then people, duplicates, search and reindex on what the store holds.
+#include "library/photo_library.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <set>
+#include <sqlite3.h>
+
+#include "cache/pg_cache.h"
+#include "cache/sqlite_cache.h"
+#include "library/batch_runner.h"
+#include "testing/pg_test_database.h"
+#include "testing/temp_dir.h"
+#include "vantor/cover_util.h"
+
+namespace vqfe {
+namespace {
+
+namespace fs = std::filesystem;
+using VQFeature::PgTestDatabase;
+using VQFeature::TempDir;
+
+const char* const kPhotos[] = {"astronaut.jpg", "chelsea.jpg", "coffee.jpg", "grace_hopper.jpg",
+                               "grace_hopper_crop.jpg", "rocket.jpg", "solvay.jpg"};
+
+// Copies as people make them: smaller and recompressed, brightened, lightly cropped.
+void writeCopies(const std::string& dir) {
+    const std::string data = std::string(VQFE_SOURCE_DIR) + "/testdata/";
+    cv::Mat coffee = cv::imread(data + "coffee.jpg");
+    cv::Mat small;
+    cv::resize(coffee, small, cv::Size(), 0.6, 0.6, cv::INTER_AREA);
+    cv::imwrite(dir + "/coffee_small.jpg", small, {cv::IMWRITE_JPEG_QUALITY, 50});
+    cv::Mat chelsea = cv::imread(data + "chelsea.jpg");
+    cv::Mat bright;
+    chelsea.convertTo(bright, -1, 1.0, 25);
+    cv::imwrite(dir + "/chelsea_bright.jpg", bright);
+    cv::Mat rocket = cv::imread(data + "rocket.jpg");
+    const int dx = rocket.cols / 25, dy = rocket.rows / 25;
+    cv::imwrite(dir + "/rocket_crop.png", rocket(cv::Rect(dx, dy, rocket.cols - 2 * dx, rocket.rows - 2 * dy)));
+}
+
+// Runs the kinds the index reads over the images into store, one runner per kind.
+void analyse(const std::shared_ptr<VQFeature::CacheAdapter>& store, const std::vector<std::string>& files) {
+    for (const char* name : {"face-verify", "scene", "similarity", "classification"}) {
+        AnalysisSetup setup{{*parseKind(name)}, std::string(VQFE_BUILD_DIR) + "/models",
+                            std::string(VQFE_BUILD_DIR) + "/share/vqfe/framework.json"};
+        const auto graph = VQFeature::CoverUtil::getAlgorithmConf(
+            static_cast<Vantor::AlgorithmType>(setup.kinds.front().templateKind));
+        BatchRunner runner(setup, graph, store);
+        ASSERT_EQ(runner.initCode(), 0);
+        std::vector<ImageOutcome> outcomes(files.size());
+        std::vector<ImageOutcome*> batch;
+        for (size_t i = 0; i < files.size(); ++i) {
+            std::string error;
+            auto image = loadImage(files[i], &error);
+            ASSERT_TRUE(image) << error;
+            outcomes[i].image = std::move(*image);
+            batch.push_back(&outcomes[i]);
+        }
+        runner.run(batch);
+        for (const auto& outcome : outcomes) EXPECT_TRUE(outcome.produced) << outcome.image.path << " " << name;
+    }
+}
+
+std::set<std::string> names(const std::vector<std::string>& paths) {
+    std::set<std::string> out;
+    for (const auto& path : paths) out.insert(fs::path(path).filename().string());
+    return out;
+}
+
+// One store per backend, analysed once for the whole suite.
+class PhotoLibraryTest : public testing::TestWithParam<std::string> {
+protected:
+    static void SetUpTestSuite() {
+        photos_ = std::make_unique<TempDir>();
+        for (const char* photo : kPhotos) {
+            fs::copy_file(std::string(VQFE_SOURCE_DIR) + "/testdata/" + photo, photos_->path() + "/" + photo);
+        }
+        writeCopies(photos_->path());
+        for (const auto& entry : fs::directory_iterator(photos_->path())) files_.push_back(entry.path().string());
+        std::sort(files_.begin(), files_.end());
+    }
+    static void TearDownTestSuite() {
+        sqlite_.reset();
+        pg_.reset();
+        photos_.reset();
+    }
+
+    void SetUp() override {
+        if (GetParam() == "pg") {
+            if (!pg_) pg_ = std::make_unique<PgTestDatabase>();
+            if (!pg_->available()) GTEST_SKIP() << PgTestDatabase::kSkipReason;
+            store_ = pg_->uri();
+            if (!pgAnalysed_) analyse(std::make_shared<VQFeature::PgCache>(store_), files_), pgAnalysed_ = true;
+        } else {
+            if (!sqlite_) {
+                sqlite_ = std::make_unique<TempDir>();
+                analyse(std::make_shared<VQFeature::SqliteCache>(sqlite_->path() + "/results.db"), files_);
+            }
+            store_ = sqlite_->path() + "/results.db";
+        }
+    }
+
+    std::string path(const std::string& name) const { return photos_->path() + "/" + name; }
+
+    static std::unique_ptr<TempDir> photos_;
+    static std::vector<std::string> files_;
+    static std::unique_ptr<TempDir> sqlite_;
+    static std::unique_ptr<PgTestDatabase> pg_;
+    static bool pgAnalysed_;
+    std::string store_;
+};
+
+std::unique_ptr<TempDir> PhotoLibraryTest::photos_;
+std::vector<std::string> PhotoLibraryTest::files_;
+std::unique_ptr<TempDir> PhotoLibraryTest::sqlite_;
+std::unique_ptr<PgTestDatabase> PhotoLibraryTest::pg_;
+bool PhotoLibraryTest::pgAnalysed_ = false;
+
+TEST_P(PhotoLibraryTest, PeopleKeepTheirIdsNamesAndMergesAcrossRuns) {
+    PhotoLibrary library(store_);
+    const PeopleUpdate first = library.updatePeople();
+    EXPECT_EQ(first.newFaces, 3u);  // the group photo's faces are too small to be found
+    EXPECT_EQ(first.newPersons, 2u);
+    const auto people = library.people();
+    ASSERT_FALSE(people.empty());
+    // Both photos of Grace Hopper are one person, and that person is nobody else.
+    const Person* grace = nullptr;
+    for (const Person& person : people) {
+        std::set<std::string> images;
+        for (const auto& face : person.faces) images.insert(fs::path(face.image).filename().string());
+        if (images.count("grace_hopper.jpg")) {
+            grace = &person;
+        } else {
+            EXPECT_EQ(images, std::set<std::string>{"astronaut.jpg"});  // Eileen Collins is someone else
+        }
+    }
+    ASSERT_NE(grace, nullptr);
+    std::set<std::string> graceImages;
+    for (const auto& face : grace->faces) graceImages.insert(fs::path(face.image).filename().string());
+    EXPECT_EQ(graceImages, (std::set<std::string>{"grace_hopper.jpg", "grace_hopper_crop.jpg"}));
+    EXPECT_EQ(people.front().faces.size(), 2u);  // the largest first
+    const long long graceId = grace->id;
+
+    // A second run finds nothing new and changes no id.
+    const PeopleUpdate second = library.updatePeople();
+    EXPECT_EQ(second.newFaces, 0u);
+    EXPECT_EQ(second.newPersons, 0u);
+    EXPECT_EQ(library.people().front().id, graceId);
+
+    library.name(graceId, "Grace");
+    EXPECT_EQ(library.person("Grace"), graceId);
+    EXPECT_EQ(library.person(std::to_string(graceId)), graceId);
+    EXPECT_THROW(library.person("Nobody"), VQFeature::UnknownPerson);
+    EXPECT_THROW(library.person("999999"), VQFeature::UnknownPerson);
+    EXPECT_THROW(library.name(999999, "X"), VQFeature::UnknownPerson);
+    const long long other = library.people().back().id;
+    EXPECT_THROW(library.name(other, "Grace"), std::runtime_error);  // taken
+
+    // A merged person's faces move over; its id is gone for good.
+    library.merge(graceId, other);
+    const auto merged = library.people();
+    EXPECT_EQ(merged.front().id, graceId);
+    EXPECT_EQ(merged.front().name, "Grace");
+    EXPECT_EQ(merged.front().faces.size(), 3u);
+    EXPECT_THROW(library.person(std::to_string(other)), VQFeature::UnknownPerson);
+    EXPECT_THROW(library.merge(graceId, other), VQFeature::UnknownPerson);
+}
+
+TEST_P(PhotoLibraryTest, CopiesAreDuplicatesAndDistinctPhotosAreNot) {
+    PhotoLibrary library(store_);
+    std::set<std::set<std::string>> groups;
+    for (const auto& group : library.duplicates(false)) groups.insert(names(group));
+    EXPECT_EQ(groups, (std::set<std::set<std::string>>{{"coffee.jpg", "coffee_small.jpg"},
+                                                        {"chelsea.jpg", "chelsea_bright.jpg"},
+                                                        {"rocket.jpg", "rocket_crop.png"}}));
+    // Every duplicate group is inside a group of similar photos, and so are the two
+    // crops of one portrait, which are not the same photo.
+    const auto similar = library.duplicates(true);
+    groups.insert({"grace_hopper.jpg", "grace_hopper_crop.jpg"});
+    for (const auto& group : groups) {
+        EXPECT_TRUE(std::any_of(similar.begin(), similar.end(), [&](const auto& candidate) {
+            const auto found = names(candidate);
+            return std::includes(found.begin(), found.end(), group.begin(), group.end());
+        }));
+    }
+}
+
+TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
+    PhotoLibrary library(store_);
+    const auto people = names(library.search({"people"}, 0, 0));
+    EXPECT_TRUE(people.count("astronaut.jpg") && people.count("grace_hopper.jpg")) << people.size();
+    EXPECT_FALSE(people.count("coffee.jpg") || people.count("rocket.jpg"));
+    EXPECT_EQ(names(library.search({}, 0, 1)),
+              (std::set<std::string>{"astronaut.jpg", "grace_hopper.jpg", "grace_hopper_crop.jpg"}));
+    EXPECT_TRUE(library.search({"people", "no such label"}, 0, 0).empty());
+    library.updatePeople();
+    for (const Person& person : library.people()) {
+        std::vector<std::string> images;
+        for (const auto& face : person.faces) images.push_back(face.image);
+        EXPECT_EQ(names(library.search({}, person.id, 0)), names(images)) << person.id;
+    }
+    EXPECT_THROW(library.search({}, 999999, 0), VQFeature::UnknownPerson);
+}
+
+// A raw statement on a store, as another program or an older version would leave it.
+void rawSql(const std::string& store, const std::string& sql) {
+    if (VQFeature::PgCache::isUri(store)) {
+        VQFeature::PgConnection(store).command(sql);
+        return;
+    }
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+std::string fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST_P(PhotoLibraryTest, AStoreFromBeforeTheIndexIsIndexedOnlyOnRequestAndKeepsItsResults) {
+    TempDir dir;
+    std::unique_ptr<PgTestDatabase> database;
+    std::string old = dir.path() + "/old.db";
+    if (GetParam() == "pg") {
+        database = std::make_unique<PgTestDatabase>();
+        old = database->uri();
+    }
+    auto open = [&]() -> std::shared_ptr<VQFeature::CacheAdapter> {
+        if (database) return std::make_shared<VQFeature::PgCache>(old);
+        return std::make_shared<VQFeature::SqliteCache>(old);
+    };
+    const std::vector<std::string> some{path("astronaut.jpg"), path("coffee.jpg"), path("coffee_small.jpg")};
+    analyse(open(), some);
+    for (const char* table : {"vqfe_store", "vqfe_faces", "vqfe_labels", "vqfe_images", "vqfe_persons", "vqfe_paths"}) {
+        rawSql(old, std::string("DROP TABLE ") + table);
+    }
+    auto count = [&] {
+        return database ? std::static_pointer_cast<VQFeature::PgCache>(open())->count()
+                        : std::static_pointer_cast<VQFeature::SqliteCache>(open())->count();
+    };
+    const long long results = count();
+    EXPECT_GT(results, 0);
+    try {
+        PhotoLibrary refused(old);
+        FAIL() << "an unindexed store was queried";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("vqfe reindex"), std::string::npos) << e.what();
+    }
+    PhotoLibrary reindexing(old, true);
+    std::vector<std::string> problems;
+    EXPECT_EQ(reindexing.reindex({photos_->path()}, &problems), 3);
+    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(count(), results);
+    PhotoLibrary library(old);
+    EXPECT_EQ(library.duplicates(false).size(), 1u);
+    EXPECT_EQ(library.search({"people"}, 0, 0), std::vector<std::string>{path("astronaut.jpg")});
+}
+
+TEST_P(PhotoLibraryTest, AStoreOfAnotherProgramOrANewerVersionIsRefusedUntouched) {
+    TempDir dir;
+    std::unique_ptr<PgTestDatabase> database;
+    std::string store = dir.path() + "/other.db";
+    if (GetParam() == "pg") {
+        database = std::make_unique<PgTestDatabase>();
+        store = database->uri();
+        VQFeature::PgCache{store};
+    } else {
+        rawSql(store, "CREATE TABLE contacts (name TEXT, phone TEXT)");
+        const std::string before = fileBytes(store);
+        EXPECT_THROW(VQFeature::SqliteCache{store}, std::runtime_error);
+        EXPECT_EQ(fileBytes(store), before);
+        store = dir.path() + "/newer.db";
+        VQFeature::SqliteCache{store};
+    }
+    rawSql(store, "UPDATE vqfe_store SET value = '99' WHERE key = 'format'");
+    const std::string before = database ? "" : fileBytes(store);
+    try {
+        PhotoLibrary newer(store);
+        FAIL() << "a store of a newer format was opened";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("another version"), std::string::npos) << e.what();
+    }
+    if (!database) {
+        EXPECT_EQ(fileBytes(store), before);
+    }
+    EXPECT_THROW(PhotoLibrary(dir.path() + "/missing.db"), std::runtime_error);
+    EXPECT_FALSE(fs::exists(dir.path() + "/missing.db"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, PhotoLibraryTest, testing::Values("sqlite", "pg"),
+                         [](const auto& info) { return info.param; });
+
+}  // namespace
+}  // namespace vqfe

@@ -1,0 +1,219 @@
+#include "tools/vqfe/library_cli.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+#include "cache/store_index.h"
+#include "encoding/message_json.h"
+#include "library/photo_library.h"
+#include "tools/vqfe/report.h"
+
+namespace vqfe {
+namespace {
+
+const char* const kPeopleUsage =
+    "usage: vqfe people --store FILE|URI [--json]\n"
+    "       vqfe people --store FILE|URI name ID NAME\n"
+    "       vqfe people --store FILE|URI merge ID ID\n"
+    "\n"
+    "Without an action: puts every face of the store not yet in a person into one (an\n"
+    "existing person, or a new one) and prints the persons, the largest first. Faces go\n"
+    "together by average linkage of their descriptors at the calibrated same-person\n"
+    "similarity. Persons keep their ids across runs.\n"
+    "  name ID NAME   names the person ID (an id or a name)\n"
+    "  merge ID ID    moves the faces of the second person into the first\n"
+    "  --json         one object per person and line:\n"
+    "                 {\"person\": ID, \"name\": NAME or null, \"faces\": [{\"image\": PATH, \"box\": [x, y, w, h]}, ...]}\n"
+    "                 (the box normalised to the image, y from the top)\n"
+    "\n"
+    "Exit status: 0 done, 1 the store failed, 2 a usage error or an unknown person.\n";
+
+const char* const kDuplicatesUsage =
+    "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
+    "\n"
+    "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
+    "copies): the perceptual hash and the class signature agree. One group per paragraph,\n"
+    "one path per line.\n"
+    "  --similar   also different shots of one scene\n"
+    "  --json      one JSON array of paths per group and line\n";
+
+const char* const kSearchUsage =
+    "usage: vqfe search --store FILE|URI [--label NAME]... [--person ID|NAME] [--min-faces N]\n"
+    "\n"
+    "Prints the images that match every condition, one path per line, best first (the\n"
+    "higher the labels' scores and the more faces of the person, the earlier).\n"
+    "  --label NAME      a scene label or class over its threshold (\"people\", \"sunset\", ...)\n"
+    "  --person ID|NAME  a person of 'vqfe people'\n"
+    "  --min-faces N     at least N faces\n";
+
+const char* const kReindexUsage =
+    "usage: vqfe reindex --store FILE|URI [IMAGE|DIR...]\n"
+    "\n"
+    "Builds the store's index from its stored results (a store written before the index\n"
+    "existed needs this once); the results themselves are only read. The images given are\n"
+    "matched to their results by content, which records their paths and sizes.\n";
+
+const char* const kReportUsage =
+    "usage: vqfe report --store FILE|URI --out DIR [--pictures DIR]\n"
+    "\n"
+    "Writes a static HTML report into DIR (index.html): a page per person with face\n"
+    "thumbnails, duplicate groups side by side, labels with their counts and photos, and a\n"
+    "page per photo with its results. It needs no server and loads nothing from outside\n"
+    "DIR. DIR must be new, empty or an earlier report.\n"
+    "  --pictures DIR   annotated pictures of 'vqfe extract --draw DIR', shown on photo pages\n";
+
+int usageError(const std::string& message, const char* usage) {
+    std::cerr << "vqfe: " << message << "\n" << usage;
+    return 2;
+}
+
+std::string boxJson(const std::array<float, 4>& box) {
+    char text[96];
+    std::snprintf(text, sizeof text, "[%.4f, %.4f, %.4f, %.4f]", box[0], box[1], box[2], box[3]);
+    return text;
+}
+
+void printPeople(const std::vector<Person>& people, bool json) {
+    for (const Person& person : people) {
+        if (json) {
+            std::string line = "{\"person\": " + std::to_string(person.id) +
+                               ", \"name\": " + (person.name.empty() ? "null" : VQFeature::jsonQuoted(person.name)) +
+                               ", \"faces\": [";
+            for (size_t i = 0; i < person.faces.size(); ++i) {
+                line += std::string(i ? ", " : "") + "{\"image\": " + VQFeature::jsonQuoted(person.faces[i].image) +
+                        ", \"box\": " + boxJson(person.faces[i].box) + "}";
+            }
+            std::cout << line << "]}\n";
+            continue;
+        }
+        std::cout << "person " << person.id << (person.name.empty() ? "" : " (" + person.name + ")") << ": "
+                  << person.faces.size() << (person.faces.size() == 1 ? " face\n" : " faces\n");
+        for (const PersonFace& face : person.faces) std::cout << "  " << face.image << "\n";
+    }
+}
+
+int peopleCommand(PhotoLibrary& library, const std::vector<std::string>& words, bool json) {
+    if (words.empty()) {
+        const PeopleUpdate update = library.updatePeople();
+        std::cerr << "vqfe people: " << update.newFaces << " new faces: " << update.joined
+                  << " joined known persons, " << update.newPersons << " new persons\n";
+        printPeople(library.people(), json);
+        return 0;
+    }
+    if (words[0] == "name" && words.size() == 3) {
+        const long long id = library.person(words[1]);
+        library.name(id, words[2]);
+        std::cerr << "vqfe people: person " << id << " is " << words[2] << "\n";
+        return 0;
+    }
+    if (words[0] == "merge" && words.size() == 3) {
+        const long long into = library.person(words[1]);
+        const long long from = library.person(words[2]);
+        library.merge(into, from);
+        std::cerr << "vqfe people: person " << from << " merged into person " << into << "\n";
+        return 0;
+    }
+    return usageError("people takes 'name ID NAME' or 'merge ID ID'", kPeopleUsage);
+}
+
+int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
+    bool first = true;
+    for (const auto& group : library.duplicates(similar)) {
+        if (json) {
+            std::string line = "[";
+            for (size_t i = 0; i < group.size(); ++i) line += (i ? ", " : "") + VQFeature::jsonQuoted(group[i]);
+            std::cout << line << "]\n";
+            continue;
+        }
+        if (!first) std::cout << "\n";
+        first = false;
+        for (const auto& path : group) std::cout << path << "\n";
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool isLibraryCommand(const std::string& command) {
+    return command == "people" || command == "duplicates" || command == "search" || command == "reindex" ||
+           command == "report";
+}
+
+int libraryCommand(const std::string& command, const std::vector<std::string>& args) {
+    const char* usage = command == "people"       ? kPeopleUsage
+                        : command == "duplicates" ? kDuplicatesUsage
+                        : command == "search"     ? kSearchUsage
+                        : command == "reindex"    ? kReindexUsage
+                                                  : kReportUsage;
+    std::string store, person, out, pictures;
+    std::vector<std::string> labels, words;
+    bool json = false, similar = false;
+    int minFaces = 0;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--help" || arg == "-h") return std::cout << usage, 0;
+        const bool hasValue = i + 1 < args.size();
+        if (arg == "--store") {
+            if (!hasValue) return usageError("--store needs a file or URI", usage);
+            store = args[++i];
+        } else if (command == "people" && arg == "--json") {
+            json = true;
+        } else if (command == "duplicates" && (arg == "--json" || arg == "--similar")) {
+            (arg == "--json" ? json : similar) = true;
+        } else if (command == "search" && arg == "--label") {
+            if (!hasValue) return usageError("--label needs a name", usage);
+            labels.push_back(args[++i]);
+        } else if (command == "search" && arg == "--person") {
+            if (!hasValue) return usageError("--person needs an id or a name", usage);
+            person = args[++i];
+        } else if (command == "search" && arg == "--min-faces") {
+            char* end = nullptr;
+            const long value = hasValue ? std::strtol(args[i + 1].c_str(), &end, 10) : -1;
+            if (!hasValue || *end != '\0' || value < 0 || value > 10000) {
+                return usageError("--min-faces takes 0 to 10000", usage);
+            }
+            minFaces = static_cast<int>(value);
+            ++i;
+        } else if (command == "report" && (arg == "--out" || arg == "--pictures")) {
+            if (!hasValue) return usageError(arg + " needs a directory", usage);
+            (arg == "--out" ? out : pictures) = args[++i];
+        } else if (!arg.empty() && arg[0] == '-') {
+            return usageError("unknown option " + arg, usage);
+        } else if (command == "people" || command == "reindex") {
+            words.push_back(arg);
+        } else {
+            return usageError("unexpected argument " + arg, usage);
+        }
+    }
+    if (store.empty()) return usageError("--store is needed", usage);
+    if (command == "report" && out.empty()) return usageError("--out is needed", usage);
+    try {
+        PhotoLibrary library(store, command == "reindex");
+        if (command == "reindex") {
+            std::vector<std::string> problems;
+            const long long images = library.reindex(words, &problems);
+            for (const auto& problem : problems) std::cerr << "vqfe reindex: " << problem << "\n";
+            std::cout << "indexed: " << images << " images\n";
+            return 0;
+        }
+        if (command == "people") return peopleCommand(library, words, json);
+        if (command == "duplicates") return duplicatesCommand(library, similar, json);
+        if (command == "report") {
+            const std::string index = writeReport(library, out, pictures);
+            std::cerr << "vqfe report: " << index << "\n";
+            return 0;
+        }
+        const long long id = person.empty() ? 0 : library.person(person);
+        for (const auto& path : library.search(labels, id, minFaces)) std::cout << path << "\n";
+        return 0;
+    } catch (const VQFeature::UnknownPerson& e) {
+        std::cerr << "vqfe " << command << ": " << e.what() << "\n";
+        return 2;
+    } catch (const std::exception& e) {
+        std::cerr << "vqfe " << command << ": " << e.what() << "\n";
+        return 1;
+    }
+}
+
+}  // namespace vqfe

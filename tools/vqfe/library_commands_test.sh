@@ -1,0 +1,120 @@
+#!/usr/bin/env bash
+# vqfe people, duplicates, search and report as a user runs them, on a SQLite store and
+# (with VQFE_TEST_PG_URI) a PostgreSQL one, built from photos by vqfe extract. Every page
+# of the report is loaded in headless Chromium: no console message, and every picture or
+# link it names is a file inside the report folder. Exit 77 (skipped) without Chromium.
+#   library_commands_test.sh VQFE_BINARY SOURCE_DIR
+set -euo pipefail
+vqfe=$1
+source_dir=$2
+command -v chromium >/dev/null || { echo "chromium is not installed: report pages not checked"; exit 77; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+mkdir -p "$work/photos"
+cp "$source_dir"/samples/*.jpg "$source_dir/testdata/grace_hopper_crop.jpg" "$work/photos/"
+cp "$source_dir/samples/coffee.jpg" "$work/photos/coffee_again.jpg"
+
+check_store() {
+  local store=$1
+  "$vqfe" extract --kind face-verify --kind scene --kind similarity --kind classification \
+    --store "$store" --draw "$work/pictures" --summary "$work/photos" >/dev/null 2>"$work/summary.txt" ||
+    fail "extract"
+  grep -q "^store: " "$work/summary.txt" || fail "the summary does not say where the store is"
+
+  "$vqfe" people --store "$store" --json >"$work/people.jsonl" 2>/dev/null || fail "people"
+  python3 - "$work/people.jsonl" <<'EOF' || fail "people --json"
+import json, sys
+people = [json.loads(line) for line in open(sys.argv[1])]
+assert [len(p["faces"]) for p in people] == sorted((len(p["faces"]) for p in people), reverse=True), people
+grace = [p for p in people if any("grace_hopper" in f["image"] for f in p["faces"])]
+assert len(grace) == 1 and len(grace[0]["faces"]) == 2, people
+assert grace[0]["name"] is None and all(len(f["box"]) == 4 for f in grace[0]["faces"])
+open(sys.argv[1] + ".grace", "w").write(str(grace[0]["person"]))
+EOF
+  local grace
+  grace=$(cat "$work/people.jsonl.grace")
+  # Options may stand anywhere; an unknown person is exit status 2.
+  "$vqfe" people name "$grace" "Grace Hopper" --store "$store" 2>/dev/null || fail "people name"
+  "$vqfe" people --json --store "$store" 2>/dev/null | grep -q '"name": "Grace Hopper"' || fail "the name did not stay"
+  local status=0
+  "$vqfe" people --store "$store" merge "$grace" 424242 2>/dev/null || status=$?
+  [[ $status -eq 2 ]] || fail "merge with an unknown person gave $status, not 2"
+  status=0
+  "$vqfe" search --store "$store" --person "Nobody" 2>/dev/null || status=$?
+  [[ $status -eq 2 ]] || fail "search for an unknown person gave $status, not 2"
+
+  "$vqfe" duplicates --store "$store" --json >"$work/duplicates.jsonl" || fail "duplicates"
+  python3 - "$work/duplicates.jsonl" <<'EOF' || fail "duplicates --json"
+import json, os, sys
+groups = [sorted(os.path.basename(p) for p in json.loads(line)) for line in open(sys.argv[1])]
+assert groups == [["coffee.jpg", "coffee_again.jpg"]], groups
+EOF
+  "$vqfe" search --store "$store" --person "Grace Hopper" --label people >"$work/found.txt" || fail "search"
+  [[ $(grep -c grace_hopper "$work/found.txt") -eq 2 && $(wc -l <"$work/found.txt") -eq 2 ]] ||
+    fail "search --person: $(cat "$work/found.txt")"
+}
+
+check_report() {
+  local report=$1
+  for page in "$report"/*.html; do
+    local profile
+    profile=$(mktemp -d)
+    timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-background-networking \
+      --disable-component-update --no-first-run --user-data-dir="$profile" --enable-logging=stderr --v=0 \
+      --dump-dom "file://$page" >"$work/dom.html" 2>"$work/console.txt" || fail "chromium on $page"
+    rm -rf "$profile"
+    if grep -a ":CONSOLE" "$work/console.txt"; then fail "console message on $page"; fi
+    grep -q "</html>" "$work/dom.html" || fail "$page did not load"
+  done
+  grep -q "Grace Hopper" "$report/index.html" || fail "the index does not show the named person"
+  python3 - "$report" <<'EOF' || fail "the report names a file outside itself or a missing one"
+import os, re, sys
+root = os.path.realpath(sys.argv[1])
+for name in os.listdir(root):
+    if not name.endswith(".html"):
+        continue
+    for ref in re.findall(r'(?:src|href)="([^"]*)"', open(os.path.join(root, name)).read()):
+        if ref.startswith("data:"):
+            continue
+        target = os.path.realpath(os.path.join(root, ref))
+        assert target.startswith(root + os.sep), (name, ref)
+        assert os.path.isfile(target), (name, ref)
+EOF
+}
+
+check_store "$work/results.db"
+"$vqfe" report --store "$work/results.db" --out "$work/report" --pictures "$work/pictures" 2>/dev/null ||
+  fail "report"
+ls "$work/report"/person-*.html "$work/report"/photo-*.html "$work/report"/label-*.html >/dev/null ||
+  fail "pages missing"
+check_report "$work/report"
+# Written again over itself: fine. A folder that is not a report: refused, left as it was,
+# and nothing beside it touched.
+"$vqfe" report --store "$work/results.db" --out "$work/report" 2>/dev/null || fail "report again"
+mkdir -p "$work/mine"
+echo keep >"$work/mine/notes.txt"
+echo beside >"$work/beside.txt"
+status=0
+"$vqfe" report --store "$work/results.db" --out "$work/mine" 2>/dev/null || status=$?
+[[ $status -eq 1 ]] || fail "a folder that is not a report was not refused ($status)"
+[[ $(ls -A "$work/mine") == notes.txt && $(cat "$work/mine/notes.txt") == keep ]] || fail "the refused folder changed"
+[[ $(cat "$work/beside.txt") == beside ]] || fail "a file beside the report changed"
+
+if [[ -n "${VQFE_TEST_PG_URI:-}" ]]; then
+  database="vqfe_report_$$"
+  psql_uri="$VQFE_TEST_PG_URI"
+  psql "$psql_uri" -q -c "CREATE DATABASE $database"
+  sep='?'
+  [[ $psql_uri == *\?* ]] && sep='&'
+  check_store "$psql_uri${sep}dbname=$database"
+  "$vqfe" report --store "$psql_uri${sep}dbname=$database" --out "$work/pg-report" 2>/dev/null || fail "report (pg)"
+  [[ -f "$work/pg-report/index.html" ]] || fail "no report from the PostgreSQL store"
+  psql "$psql_uri" -q -c "DROP DATABASE $database WITH (FORCE)" ||
+    echo "note: the test database $database was left on the server"
+else
+  echo "VQFE_TEST_PG_URI is not set: the PostgreSQL store was not checked"
+fi
+echo "library commands and report: ok"
