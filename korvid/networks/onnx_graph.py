@@ -200,7 +200,8 @@ def scale_readers(g, node, factor):
     if name not in g.outputs and users and all(u.op_type == "Conv" and list(u.input).count(name) == 1 and
                                                u.input[0] == name and u.input[1] in g.consts for u in users):
         for conv in users:
-            g.set_const(conv.input[1], g.own_weight(conv) * np.float32(factor))
+            weight = g.own_weight(conv)
+            g.set_const(conv.input[1], weight * np.float32(factor))
         return
     unscaled = g.fresh(name)
     node.output[0] = unscaled
@@ -247,8 +248,9 @@ def clips_as_hard_sigmoid(g):
                 if (conv is not None and conv.op_type == "Conv" and len(g.consumers(source)) == 1
                         and source not in g.outputs and conv.input[1] in g.consts):
                     # Six times the convolution, and the HardSigmoid a sixth as steep.
-                    g.set_const(conv.input[1], g.own_weight(conv) * np.float32(6))
-                    g.set_const(conv.input[2], g.own_bias(conv) * np.float32(6))
+                    weight, bias = g.own_weight(conv), g.own_bias(conv)
+                    g.set_const(conv.input[1], weight * np.float32(6))
+                    g.set_const(conv.input[2], bias * np.float32(6))
                     as_hard_sigmoid(clip, source, 1.0 / 36, 0.5)
                 else:
                     as_hard_sigmoid(clip, source, 1.0 / 6, 0.5)
