@@ -6,10 +6,10 @@ ONNX that is valid at the opset the model declares and that OpenCV 4.6 reads:
   fold_conv_affine      a per-channel Add or Mul by a constant after a convolution goes into
                         its bias and weights (OpenCV runs each as its own layer otherwise)
   fold_pads             a zero Pad of the spatial axes before convolutions goes into their pads
-  clips_as_hard_sigmoid Clip(0, 6) becomes HardSigmoid, which OpenCV 4.6 reads and fuses into
-                        the convolution before it (it reads Clip only in its opset-6 attribute
-                        form, which opset 13 no longer has); the factor 6 goes into the
-                        weights of the next convolutions or of the one before
+  clips_as_hard_sigmoid hard swish, x * Clip(x + 3, 0, 6), becomes x * HardSigmoid(x), with
+                        the factor 6 in the convolution before it (a Clip alone, ReLU6, stays:
+                        korvid hands OpenCV 4.6, which reads Clip's bounds only as opset-6
+                        attributes, a copy with them so, src/dnn/onnx_clip_form.h)
   split_convolutions    a Split of a convolution's output becomes one convolution per part
                         (OpenCV 4.6 ignores Split's sizes when they come as an input and
                         splits evenly); other Splits become Slices
@@ -241,12 +241,26 @@ def clips_as_hard_sigmoid(g):
             three = [i for i in add.input if g.const(i) is not None and g.const(i).size == 1 and float(g.const(i)) == 3.0]
             source = [i for i in add.input if g.const(i) is None]
             muls = g.consumers(clip.output[0])
+            # The other factor of the Mul: x itself, or x times a constant (TF's hard swish
+            # is (x / 6) * relu6(x + 3)), which then goes into the factor left over.
+            factor = 6.0
+            other = [i for i in muls[0].input if i != clip.output[0]] if len(muls) == 1 and muls[0].op_type == "Mul" else []
+            scaled = g.producer(other[0]) if len(other) == 1 and source and other[0] != source[0] else None
+            if (three and len(source) == 1 and scaled is not None and scaled.op_type == "Mul" and source[0] in scaled.input
+                    and g.only_use(other[0], muls[0])):
+                c = [g.const(i) for i in scaled.input if g.const(i) is not None and g.const(i).size == 1]
+                if len(c) == 1:
+                    factor *= float(c[0])
+                    g.graph.node.remove(scaled)
+                    muls[0].input[list(muls[0].input).index(other[0])] = source[0]
             if three and len(source) == 1 and len(muls) == 1 and muls[0].op_type == "Mul" and source[0] in muls[0].input:
                 source = source[0]
                 g.graph.node.remove(add)
                 conv = g.producer(source)
-                if (conv is not None and conv.op_type == "Conv" and len(g.consumers(source)) == 1
-                        and source not in g.outputs and conv.input[1] in g.consts):
+                if abs(factor - 1.0) < 1e-6:
+                    as_hard_sigmoid(clip, source, 1.0 / 6, 0.5)
+                elif (conv is not None and conv.op_type == "Conv" and len(g.consumers(source)) == 1
+                        and source not in g.outputs and conv.input[1] in g.consts and factor == 6.0):
                     # Six times the convolution, and the HardSigmoid a sixth as steep.
                     weight, bias = g.own_weight(conv), g.own_bias(conv)
                     g.set_const(conv.input[1], weight * np.float32(6))
@@ -254,11 +268,8 @@ def clips_as_hard_sigmoid(g):
                     as_hard_sigmoid(clip, source, 1.0 / 36, 0.5)
                 else:
                     as_hard_sigmoid(clip, source, 1.0 / 6, 0.5)
-                    scale_readers(g, muls[0], 6.0)
+                    scale_readers(g, muls[0], factor)
                 continue
-        # relu6(x) = 6 * HardSigmoid(x; 1/6, 0): the 6 goes to the readers.
-        as_hard_sigmoid(clip, x, 1.0 / 6, 0.0)
-        scale_readers(g, clip, 6.0)
 
 
 def split_convolutions(g):

@@ -86,22 +86,13 @@ class Rewrites(unittest.TestCase):
             self.assertNotIn(op, ops)
         return ops
 
-    def test_relu6_between_convolutions_moves_its_six_into_the_next(self):
+    def test_relu6_stays_a_clip_with_its_bounds_as_inputs(self):
         model = build([helper.make_node("Conv", ["input", "w1"], ["c"]), helper.make_node("Add", ["c", "b1"], ["cb"]),
                        helper.make_node("Clip", ["cb", "zero", "six"], ["r"]),
-                       helper.make_node("Conv", ["r", "w2"], ["out"]), helper.make_node("Conv", ["input", "w2"], ["out2"])],
-                      {"w1": weight(4, 4), "b1": RNG.normal(size=(4, 1, 1)), "zero": np.float32(0),
-                       "six": np.float32(6), "w2": weight(2, 4)}, [("out", [1, 2, 3, 3]), ("out2", [1, 2, 3, 3])])
-        # w2 is shared with a convolution of the input, which must keep it unscaled.
-        self.assertEqual(self.check(model), ["Conv", "HardSigmoid", "Conv", "Conv"])
-
-    def test_relu6_read_by_an_output_and_a_convolution_keeps_a_mul(self):
-        model = build([helper.make_node("Conv", ["input", "w1"], ["c"]),
-                       helper.make_node("Clip", ["c", "zero", "six"], ["r"]),
                        helper.make_node("Conv", ["r", "w2"], ["out"])],
-                      {"w1": weight(4, 4), "zero": np.float32(0), "six": np.float32(6), "w2": weight(2, 4)},
-                      [("r", [1, 4, 3, 3]), ("out", [1, 2, 3, 3])])
-        self.assertIn("Mul", self.check(model))
+                      {"w1": weight(4, 4), "b1": RNG.normal(size=(4, 1, 1)), "zero": np.float32(0),
+                       "six": np.float32(6), "w2": weight(2, 4)}, [("out", [1, 2, 3, 3])])
+        self.assertEqual(self.check(model, absent=("Split",)), ["Conv", "Clip", "Conv"])
 
     def test_hard_swish_with_and_without_a_convolution_of_its_own(self):
         def swish(src, tag):
@@ -110,11 +101,21 @@ class Rewrites(unittest.TestCase):
                     helper.make_node("Mul", [src, tag + "r"], [tag + "m"])]
         consts = {"w1": weight(4, 4), "w2": weight(4, 4), "three": np.float32(3), "zero": np.float32(0),
                   "six": np.float32(6)}
-        # The first swish reads a convolution nothing else reads; the second the input.
+        # The first swish reads a convolution nothing else reads (the factor goes into it); the
+        # second reads the input and is read by a convolution whose weight the first one's
+        # reader shares (the factor goes into a copy); the third is read by an output (a Mul).
         nodes = ([helper.make_node("Conv", ["input", "w1"], ["c"])] + swish("c", "s1") + swish("input", "s2") +
-                 [helper.make_node("Add", ["s1m", "s2m"], ["sum"]), helper.make_node("Conv", ["sum", "w2"], ["out"])])
-        ops = self.check(build(nodes, consts, [("out", [1, 4, 3, 3])]))
-        self.assertEqual(ops.count("HardSigmoid"), 2)
+                 swish("input", "s3") +
+                 [helper.make_node("Conv", ["s1m", "w2"], ["out"]), helper.make_node("Conv", ["s2m", "w2"], ["out2"])])
+        ops = self.check(build(nodes, consts, [("out", [1, 4, 3, 3]), ("out2", [1, 4, 3, 3]), ("s3m", [1, 4, 3, 3])]))
+        self.assertEqual(ops.count("HardSigmoid"), 3)
+        self.assertEqual(ops.count("Mul"), 4)
+
+    def test_hard_swish_written_as_a_sixth_of_x_times_relu6(self):
+        nodes = [helper.make_node("Mul", ["input", "sixth"], ["x6"]), helper.make_node("Add", ["input", "three"], ["a"]),
+                 helper.make_node("Clip", ["a", "zero", "six"], ["r"]), helper.make_node("Mul", ["x6", "r"], ["out"])]
+        consts = {"sixth": np.float32(1 / 6), "three": np.float32(3), "zero": np.float32(0), "six": np.float32(6)}
+        self.assertEqual(self.check(build(nodes, consts, [("out", [1, 4, 3, 3])])), ["HardSigmoid", "Mul"])
 
     def test_split_of_a_convolution_and_of_the_input(self):
         model = build([helper.make_node("Conv", ["input", "w1", "b1"], ["c"]),

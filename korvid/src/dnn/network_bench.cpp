@@ -20,6 +20,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
 
+#include "onnx_clip_form.h"
+
 namespace {
 
 double processCpuMs() {
@@ -32,7 +34,10 @@ cv::dnn::Net readNet(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
     if (bytes.empty()) throw std::runtime_error(path + ": missing or empty");
-    return cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
+    // As the framework reads it (src/dnn/network.cpp).
+    const std::vector<uint8_t> clips = kv::clipBoundsAsAttributes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    return clips.empty() ? cv::dnn::readNetFromONNX(bytes.data(), bytes.size())
+                         : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
 }
 
 struct Runner {

@@ -16,6 +16,7 @@
 
 #include <opencv2/dnn.hpp>
 
+#include "dnn/onnx_clip_form.h"
 #include "network_declarations.h"
 
 namespace {
@@ -98,7 +99,10 @@ int main(int argc, char** argv) {
         for (const auto& o : outputs) names.push_back(o.first);
         std::vector<cv::Mat> outs;
         try {
-            cv::dnn::Net net = cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
+            // As the framework reads it (src/dnn/network.cpp).
+            const std::vector<uint8_t> clips = kv::clipBoundsAsAttributes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+            cv::dnn::Net net = clips.empty() ? cv::dnn::readNetFromONNX(bytes.data(), bytes.size())
+                                             : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
             net.setInput(input);
             net.forward(outs, names);
         } catch (const cv::Exception& e) {
