@@ -23,6 +23,7 @@ import onnx
 from onnx import TensorProto, helper, numpy_helper
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import onnx_graph  # noqa: E402
 from tfjs_to_onnx import ConversionError, read_weights, same_pads  # noqa: E402
 
 MEAN_RGB = [122.782, 117.001, 104.298]
@@ -88,7 +89,7 @@ class Graph:
         model = helper.make_model(graph, producer_name="vqfe-faceapi-to-onnx", opset_imports=[helper.make_opsetid("", 13)])
         model.ir_version = 7
         onnx.checker.check_model(model)
-        return model
+        return onnx_graph.optimize(model)
 
 
 def face_recognition(g):

@@ -5,8 +5,11 @@
 #   networks.sh reference OUT_DIR        fetch the reference runtime, write its outputs on
 #                                        the parity input to OUT_DIR (reference.js,
 #                                        faceapi_reference.js)
+#   networks.sh valid MODELS_DIR REF_DIR PYTHON
+#                                        every network passes ONNX's full check, and ONNX
+#                                        Runtime's outputs match the reference outputs
 #   networks.sh bench MODELS_DIR BENCH   each network's forward time, OpenCV DNN (the BENCH
-#                                        program) against TF.js WebAssembly, one thread each
+#                                        program) against ONNX Runtime, one thread each
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 fetch="$here/../../scripts/fetch-networks"
@@ -26,20 +29,22 @@ case "${1:-}" in
     NODE_PATH="$runtime:$(dirname "$(dirname "$weights")")" node "$here/faceapi_reference.js" "$here/networks.json" \
       "$weights/model" "$2" | grep -v '^$\|^====\|node backend'
     ;;
-  bench)
-    models="$("$fetch")"
+  valid)
     runtime="$("$fetch" --runtime)"
-    # TF.js first, to the end, then OpenCV: piped, the two would run at the same time and
-    # take each other's processor.
-    weights="$("$fetch" --weights)"
-    wasm="$({
-      NODE_PATH="$runtime" node "$here/bench.js" "$here/networks.json" "$models" 20
-      NODE_PATH="$runtime:$(dirname "$(dirname "$weights")")" node "$here/faceapi_bench.js" "$here/networks.json" "$weights/model" 20
-    } 2>/dev/null)"
-    "$3" "$2" <<<"$wasm"
+    status=0
+    "$4" "$here/onnx_validity.py" "$here/networks.json" "$2" || status=1
+    NODE_PATH="$runtime" node "$here/ort_parity.js" "$3" "$2" || status=1
+    exit $status
+    ;;
+  bench)
+    runtime="$("$fetch" --runtime)"
+    # ONNX Runtime first, to the end, then OpenCV: piped, the two would run at the same time
+    # and take each other's processor.
+    ort="$(NODE_PATH="$runtime" node "$here/ort_bench.js" "$here/networks.json" "$2" 30)"
+    "$3" "$2" <<<"$ort"
     ;;
   *)
-    echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | bench MODELS_DIR BENCH" >&2
+    echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | valid MODELS_DIR REF_DIR PYTHON | bench MODELS_DIR BENCH" >&2
     exit 2
     ;;
 esac

@@ -20,7 +20,9 @@ async function main() {
     const { height: h, width: w, scale, offset } = net.input;
     const c = net.input.channels || 3;
     const px = pixels(h, w, c);
-    const normalised = Float32Array.from(px, (v) => v * scale + offset);
+    // scale and offset: one number for every plane, or one per plane (networks.json).
+    const perPlane = (v, k) => (Array.isArray(v) ? v[k] : v);
+    const normalised = Float32Array.from(px, (v, i) => v * perPlane(scale, i % c) + perPlane(offset, i % c));
     const nchw = new Float32Array(h * w * c);
     for (let y = 0; y < h; y++) for (let x = 0; x < w; x++) for (let k = 0; k < c; k++) {
       nchw[(k * h + y) * w + x] = normalised[(y * w + x) * c + k];

@@ -22,6 +22,9 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import onnx_graph  # noqa: E402
+
 DTYPES = {"float32": np.float32, "int32": np.int32, "bool": np.bool_}
 TO_NCHW = [0, 3, 1, 2]
 TO_NHWC = [0, 2, 3, 1]
@@ -508,9 +511,7 @@ class Converter:
         model = helper.make_model(graph, producer_name="vqfe-tfjs-to-onnx", opset_imports=[helper.make_opsetid("", 13)])
         model.ir_version = 7
         onnx.checker.check_model(model)
-        clip_attribute_form(model)
-        split_attribute_form(model)
-        return model
+        return onnx_graph.optimize(model)
 
 
 def sparse_to_dense(node, indices, shape, values, default):
@@ -540,27 +541,6 @@ FOLDABLE = {
     "Mul": lambda node, a, b: a * b,
     "SparseToDense": sparse_to_dense,
 }
-
-
-def clip_attribute_form(model):
-    """OpenCV 4.6 reads Clip only in its attribute form (opset 6); it then fuses it into the
-    convolution before it as ReLU6. Rewritten after the checker, which knows opset 13 only."""
-    consts = {t.name: numpy_helper.to_array(t) for t in model.graph.initializer}
-    for node in model.graph.node:
-        if node.op_type == "Clip" and len(node.input) == 3:
-            low, high = float(consts[node.input[1]]), float(consts[node.input[2]])
-            del node.input[1:]
-            node.attribute.extend([helper.make_attribute("min", low), helper.make_attribute("max", high)])
-
-
-def split_attribute_form(model):
-    """OpenCV 4.6 reads Split's sizes only as an attribute (opset 11); written after the checker."""
-    consts = {t.name: numpy_helper.to_array(t) for t in model.graph.initializer}
-    for node in model.graph.node:
-        if node.op_type == "Split" and len(node.input) == 2:
-            sizes = [int(v) for v in consts[node.input[1]]]
-            del node.input[1:]
-            node.attribute.extend([helper.make_attribute("split", sizes)])
 
 
 def convert_one(model_json, out, input_spec, outputs):

@@ -8,12 +8,13 @@ namespace kv {
 
 const NetworkShape& AgeGenderEstimator::shape() {
     // gender: softmax over (male, female)
-    static const NetworkShape s{{1, 3, kSide, kSide}, {{"age", 1}, {"gender", 2}}};
+    using namespace declared::face_age_gender_out;
+    static const NetworkShape s{inputShape(declared::face_age_gender), {{age, 1}, {gender, 2}}};
     return s;
 }
 
 AgeGender AgeGenderEstimator::estimate(const cv::Mat& bgr, const FacePoints& face) const {
-    const cv::Mat blob = cv::dnn::blobFromImage(paddedFaceCrop(bgr, face, kSide), 1.0, cv::Size(), cv::Scalar(), true, false, CV_32F);
+    const cv::Mat blob = inputBlob(declared::face_age_gender, paddedFaceCrop(bgr, face, kSide));
     const std::vector<cv::Mat> outs = network_->forward(blob);
     AgeGender result;
     // A regression: clamped to ages a person can have.

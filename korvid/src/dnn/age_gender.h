@@ -9,6 +9,7 @@
 
 #include "face_chip.h"
 #include "network.h"
+#include "network_declarations.h"
 
 namespace kv {
 
@@ -19,7 +20,7 @@ struct AgeGender {
 
 class AgeGenderEstimator {
 public:
-    static constexpr int kSide = 112;
+    static constexpr int kSide = declared::face_age_gender.width;
     static const NetworkShape& shape();
     explicit AgeGenderEstimator(std::shared_ptr<Network> network) : network_(std::move(network)) {}
     AgeGender estimate(const cv::Mat& bgr, const FacePoints& face) const;

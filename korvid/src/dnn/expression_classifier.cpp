@@ -2,17 +2,18 @@
 
 #include <algorithm>
 
-#include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
+
+#include "network_declarations.h"
 
 namespace kv {
 
 namespace {
-constexpr int kSide = 64;
+constexpr int kSide = declared::qm_face_attribute_exp.width;
 }
 
 const NetworkShape& ExpressionClassifier::shape() {
-    static const NetworkShape s{{1, 1, kSide, kSide}, {{"probs", kExpressions}}};
+    static const NetworkShape s{inputShape(declared::qm_face_attribute_exp), {{declared::qm_face_attribute_exp_out::probs, kExpressions}}};
     return s;
 }
 
@@ -25,9 +26,7 @@ std::array<float, kExpressions> ExpressionClassifier::classify(const cv::Mat& gr
     cv::copyMakeBorder(gray(inside), crop, inside.y - square.y, square.br().y - inside.br().y, inside.x - square.x,
                        square.br().x - inside.br().x, cv::BORDER_REPLICATE);
     cv::resize(crop, resized, cv::Size(kSide, kSide), 0, 0, cv::INTER_AREA);
-    // (v / 255 - 0.5) * 2, as the network was trained.
-    const cv::Mat blob = cv::dnn::blobFromImage(resized, 2.0 / 255, cv::Size(), cv::Scalar(127.5), false, false, CV_32F);
-    const cv::Mat probs = network_->forward(blob)[0];
+    const cv::Mat probs = network_->forward(inputBlob(declared::qm_face_attribute_exp, resized))[0];
     std::array<float, kExpressions> out{};
     std::copy(probs.ptr<float>(), probs.ptr<float>() + kExpressions, out.begin());
     return out;

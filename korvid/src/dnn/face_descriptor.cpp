@@ -7,13 +7,13 @@
 namespace kv {
 
 const NetworkShape& FaceDescriptor::shape() {
-    static const NetworkShape s{{1, 3, kSide, kSide}, {{"descriptor", kLength}}};
+    static const NetworkShape s{inputShape(declared::face_descriptor), {{declared::face_descriptor_out::descriptor, kLength}}};
     return s;
 }
 
 std::vector<float> FaceDescriptor::describe(const cv::Mat& bgr, const FacePoints& face) const {
     // RGB 0..255; the network subtracts its training mean and scales by itself.
-    const cv::Mat blob = cv::dnn::blobFromImage(faceChip(bgr, face, kSide), 1.0, cv::Size(), cv::Scalar(), true, false, CV_32F);
+    const cv::Mat blob = inputBlob(declared::face_descriptor, faceChip(bgr, face, kSide));
     const cv::Mat out = network_->forward(blob)[0];
     std::vector<float> descriptor(out.ptr<float>(), out.ptr<float>() + kLength);
     double norm = 0;

@@ -10,12 +10,13 @@
 
 #include "face_chip.h"
 #include "network.h"
+#include "network_declarations.h"
 
 namespace kv {
 
 class FaceDescriptor {
 public:
-    static constexpr int kSide = 150;
+    static constexpr int kSide = declared::face_descriptor.width;
     static constexpr size_t kLength = 128;
     static const NetworkShape& shape();
     explicit FaceDescriptor(std::shared_ptr<Network> network) : network_(std::move(network)) {}

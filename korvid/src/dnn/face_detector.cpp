@@ -6,12 +6,13 @@
 
 #include "face_suppression.h"
 #include "letterbox.h"
+#include "network_declarations.h"
 
 namespace kv {
 
 namespace {
 
-constexpr int kSide = 256;
+constexpr int kSide = declared::qm_face.width;
 // Images whose long side reaches kMinTiledSide are searched in tiles as well, the smallest
 // kMinTile pixels wide.
 constexpr int kMinTiledSide = 3 * kSide;
@@ -37,12 +38,13 @@ float sigmoid(float v) { return 1.f / (1.f + std::exp(-std::clamp(v, -100.f, 100
 }  // namespace
 
 const NetworkShape& FaceDetector::shape() {
-    static const NetworkShape s{{1, 3, kSide, kSide}, {{"scores16", 512}, {"boxes16", 512 * 16}, {"scores8", 384}, {"boxes8", 384 * 16}}};
+    using namespace declared::qm_face_out;
+    static const NetworkShape s{inputShape(declared::qm_face), {{scores16, 512}, {boxes16, 512 * 16}, {scores8, 384}, {boxes8, 384 * 16}}};
     return s;
 }
 
 void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minScore, std::vector<FaceDetection>& found) const {
-    const Letterbox box = letterbox(bgr(region), kSide, 1 / 127.5, -1.0);
+    const Letterbox box = letterbox(bgr(region), declared::qm_face);
     const std::vector<cv::Mat> outs = network_->forward(box.blob);
     const cv::Point2f origin(static_cast<float>(region.x), static_cast<float>(region.y));
     // A tile's face that crosses one of its inner edges is cut: the neighbouring tile, which

@@ -6,11 +6,13 @@
 #include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "network_declarations.h"
+
 namespace kv {
 
 namespace {
 
-constexpr int kSide = 192;
+constexpr int kSide = declared::qm_face_mesh.width;
 constexpr int kLandmarks = 468;
 constexpr double kCropScale = 1.5;
 
@@ -24,7 +26,7 @@ constexpr int kRightEyeOuter = 33, kLeftEyeOuter = 263, kForehead = 10, kChin = 
 constexpr int kRightEyeInner = 133, kLeftEyeInner = 362;
 // The iris network: its input side, the eye square's side per distance of the eye corners,
 // and its five points (x, y, depth in input pixels).
-constexpr int kIrisSide = 64;
+constexpr int kIrisSide = declared::qm_face_iris.width;
 constexpr float kEyeEnlarge = 2.3f;
 constexpr int kIrisPoints = 5;
 
@@ -79,12 +81,13 @@ std::vector<cv::Point2f> pick(const std::vector<cv::Point2f>& points, const int 
 }  // namespace
 
 const NetworkShape& FaceMesh::shape() {
-    static const NetworkShape s{{1, 3, kSide, kSide}, {{"mesh", kLandmarks * 3}, {"face", 1}}};
+    using namespace declared::qm_face_mesh_out;
+    static const NetworkShape s{inputShape(declared::qm_face_mesh), {{mesh, kLandmarks * 3}, {face, 1}}};
     return s;
 }
 
 const NetworkShape& FaceMesh::irisShape() {
-    static const NetworkShape s{{1, 3, kIrisSide, kIrisSide}, {{"iris", kIrisPoints * 3}}};
+    static const NetworkShape s{inputShape(declared::qm_face_iris), {{declared::qm_face_iris_out::iris, kIrisPoints * 3}}};
     return s;
 }
 
@@ -104,7 +107,7 @@ std::vector<cv::Point2f> FaceMesh::iris(const cv::Mat& crop, const std::vector<c
     cv::Mat eye;
     cv::warpAffine(crop, eye, toEye, cv::Size(kIrisSide, kIrisSide), cv::INTER_LINEAR, cv::BORDER_CONSTANT);
     if (mirrored) cv::flip(eye, eye, 1);
-    const std::vector<cv::Mat> outs = iris_->forward(cv::dnn::blobFromImage(eye, 1 / 255.0, cv::Size(), cv::Scalar(), true, false, CV_32F));
+    const std::vector<cv::Mat> outs = iris_->forward(inputBlob(declared::qm_face_iris, eye));
     const float* v = outs[0].ptr<float>();
     std::vector<cv::Point2f> points;
     for (int k = 0; k < kIrisPoints; ++k) {
@@ -129,7 +132,7 @@ FaceLandmarks FaceMesh::fit(const cv::Mat& bgr, const cv::Rect2f& box, cv::Point
     cv::warpAffine(bgr, crop, toCrop, cv::Size(kSide, kSide), cv::INTER_LINEAR, cv::BORDER_CONSTANT);
     cv::invertAffineTransform(toCrop, toImage);
 
-    const std::vector<cv::Mat> outs = network_->forward(cv::dnn::blobFromImage(crop, 1 / 255.0, cv::Size(), cv::Scalar(), true, false, CV_32F));
+    const std::vector<cv::Mat> outs = network_->forward(inputBlob(declared::qm_face_mesh, crop));
     const float* mesh = outs[0].ptr<float>();
     FaceLandmarks out;
     out.presence = outs[1].ptr<float>()[0];

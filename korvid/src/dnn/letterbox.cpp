@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
 namespace kv {
 
-Letterbox letterbox(const cv::Mat& bgr, int side, double valueScale, double valueOffset) {
+Letterbox letterbox(const cv::Mat& bgr, const NetworkInput& in) {
+    const int side = in.width;
     Letterbox box;
     box.scale = double(side) / std::max(bgr.cols, bgr.rows);
     // Extreme shapes (1 x 16384) still keep one row or column.
@@ -19,7 +19,7 @@ Letterbox letterbox(const cv::Mat& bgr, int side, double valueScale, double valu
     cv::Mat square(side, side, CV_8UC3, cv::Scalar::all(0)), resized;
     cv::resize(bgr, resized, cv::Size(w, h), 0, 0, box.scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
     resized.copyTo(square(box.area));
-    box.blob = cv::dnn::blobFromImage(square, valueScale, cv::Size(), cv::Scalar::all(-valueOffset / valueScale), true, false, CV_32F);
+    box.blob = inputBlob(in, square);
     return box;
 }
 

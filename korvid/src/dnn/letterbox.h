@@ -1,8 +1,10 @@
-// The input of an image network: the image scaled to fit a square side x side (aspect kept,
-// centred, the rest padded with black), RGB, as an NCHW float blob of value * scale + offset.
+// The input of an image network: the image scaled to fit the network's square input (aspect
+// kept, centred, the rest padded with black), as the NCHW float blob the network declares.
 #pragma once
 
 #include <opencv2/core.hpp>
+
+#include "network_input.h"
 
 namespace kv {
 
@@ -18,6 +20,7 @@ struct Letterbox {
     }
 };
 
-Letterbox letterbox(const cv::Mat& bgr, int side, double valueScale, double valueOffset);
+// in: a square input of three channels.
+Letterbox letterbox(const cv::Mat& bgr, const NetworkInput& in);
 
 }  // namespace kv

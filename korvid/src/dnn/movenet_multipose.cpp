@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "letterbox.h"
+#include "network_declarations.h"
 
 namespace kv {
 
@@ -12,7 +13,7 @@ namespace {
 
 // The network takes any multiple of 32; 256 is its exported default. At 192 it loses the
 // group photo of the quality set and scores objects (a fish, a gamepad) as people.
-constexpr int kSide = 256;
+constexpr int kSide = declared::qm_skeleton_multi.width;
 constexpr int kStride = 4;
 constexpr int kGrid = kSide / kStride;  // cells per side of every head
 constexpr int kCells = kGrid * kGrid;
@@ -94,19 +95,21 @@ float weight(const Heads& h, const Candidate& c, size_t k, int y, int x) {
 }  // namespace
 
 const NetworkShape& MoveNetMultiPose::shape() {
-    static const NetworkShape s{{1, 3, kSide, kSide},
-                               {{"centre", kCells},
-                                {"heatmap", kCells * kPoseKeyPoints},
-                                {"regress", kCells * 2 * kPoseKeyPoints},
-                                {"offset", kCells * 2 * kPoseKeyPoints},
-                                {"box_scale", kCells * 2},
-                                {"box_offset", kCells * 2}}};
+    using namespace declared::qm_skeleton_multi_out;
+    static const NetworkShape s{inputShape(declared::qm_skeleton_multi),
+                               {{centre, kCells},
+                                {heatmap, kCells * kPoseKeyPoints},
+                                {regress, kCells * 2 * kPoseKeyPoints},
+                                {offset, kCells * 2 * kPoseKeyPoints},
+                                {box_scale, kCells * 2},
+                                {box_offset, kCells * 2}}};
     return s;
 }
 
 std::vector<Pose> MoveNetMultiPose::estimate(const cv::Mat& bgr) const {
-    // The network's own input scaling: value / 127.5 - 1 (its divisor stored as float16).
-    const Letterbox box = letterbox(bgr, kSide, 0.007843017578125, -1.0);
+    // The network's own input scaling (value / 127.5 - 1, its divisor stored as float16), cut
+    // from the graph and declared in networks.json.
+    const Letterbox box = letterbox(bgr, declared::qm_skeleton_multi);
     const std::vector<cv::Mat> outs = network_->forward(box.blob);
     // All outputs are NHWC: [1, grid, grid, channels].
     const Heads h{outs[0].ptr<float>(), outs[1].ptr<float>(), outs[2].ptr<float>(),

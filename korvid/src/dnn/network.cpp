@@ -5,6 +5,7 @@
 
 #include "execute_counter.h"
 #include "onnx_check.h"
+#include "onnx_clip_form.h"
 
 namespace kv {
 
@@ -51,7 +52,9 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
     ++networkReads;
     cv::dnn::Net net;
     try {
-        net = cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(blob.data), blob.size);
+        const std::vector<uint8_t> clips = clipBoundsAsAttributes(blob.data, blob.size);
+        net = clips.empty() ? cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(blob.data), blob.size)
+                            : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
     } catch (const cv::Exception& e) {
         refuse(blob, std::string("is not a readable network: ") + e.what());
     }

@@ -1,49 +1,122 @@
 // Forward time of each converted network in OpenCV DNN on one thread, beside the time of
-// the same network in TF.js's WebAssembly backend measured just before (korvid/networks/
-// bench.js, on standard input: MODEL CHANNELS HEIGHT WIDTH MILLISECONDS per line).
-//   usage: node bench.js ... | korvid_network_bench MODEL_DIR
-#include <chrono>
+// the same file in ONNX Runtime measured just before (korvid/networks/ort_bench.js, on
+// standard input: MODEL CHANNELS HEIGHT WIDTH MILLISECONDS per line). Both are medians of
+// the processor time of warm runs on a zero input, so a machine shared with other work
+// slows neither side's figure much.
+//   usage: node ort_bench.js ... | korvid_network_bench MODEL_DIR [RUNS]
+//          korvid_network_bench --profile MODEL_FILE CHANNELS HEIGHT WIDTH
+//            (OpenCV's time per layer of one network, largest first)
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
 
+#include "onnx_clip_form.h"
+
+namespace {
+
+double processCpuMs() {
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return double(t.tv_sec) * 1e3 + double(t.tv_nsec) / 1e6;
+}
+
+cv::dnn::Net readNet(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+    if (bytes.empty()) throw std::runtime_error(path + ": missing or empty");
+    // As the framework reads it (src/dnn/network.cpp).
+    const std::vector<uint8_t> clips = kv::clipBoundsAsAttributes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    return clips.empty() ? cv::dnn::readNetFromONNX(bytes.data(), bytes.size())
+                         : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
+}
+
+struct Runner {
+    cv::dnn::Net net;
+    cv::Mat blob;
+    std::vector<std::string> names;
+    std::vector<cv::Mat> outs;
+
+    Runner(const std::string& path, int c, int h, int w) : net(readNet(path)) {
+        const int shape[] = {1, c, h, w};
+        blob = cv::Mat(4, shape, CV_32F, cv::Scalar(0));
+        names = net.getUnconnectedOutLayersNames();
+    }
+    void once() {
+        net.setInput(blob);
+        net.forward(outs, names);
+    }
+    double medianMs(int runs) {
+        once();
+        std::vector<double> times;
+        for (int i = 0; i < runs; ++i) {
+            const double start = processCpuMs();
+            once();
+            times.push_back(processCpuMs() - start);
+        }
+        std::nth_element(times.begin(), times.begin() + runs / 2, times.end());
+        return times[size_t(runs / 2)];
+    }
+};
+
+int profile(char** argv) {
+    Runner runner(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]));
+    runner.once();
+    // The profile holds wall times of the last forward pass: the least of several runs per
+    // layer leaves out the moments another process had the core.
+    std::vector<double> best;
+    for (int run = 0; run < 15; ++run) {
+        runner.once();
+        std::vector<double> layerTimes;
+        runner.net.getPerfProfile(layerTimes);
+        if (best.empty()) best = layerTimes;
+        for (size_t i = 0; i < best.size() && i < layerTimes.size(); ++i) best[i] = std::min(best[i], layerTimes[i]);
+    }
+    const auto layerNames = runner.net.getLayerNames();
+    std::vector<std::pair<double, std::string>> rows;
+    double total = 0;
+    for (size_t i = 0; i < best.size() && i < layerNames.size(); ++i) {
+        const auto layer = runner.net.getLayer(layerNames[i]);
+        rows.emplace_back(best[i] * 1e3 / cv::getTickFrequency(), layer->type + " " + layerNames[i]);
+        total += rows.back().first;
+    }
+    std::sort(rows.rbegin(), rows.rend());
+    std::printf("total %.2f ms in %zu layers (least of 15 runs each)\n", total, rows.size());
+    for (const auto& row : rows) std::printf("%8.3f ms  %s\n", row.first, row.second.c_str());
+    return 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "usage: " << argv[0] << " MODEL_DIR < bench.js output\n";
+    cv::setNumThreads(1);
+    if (argc == 6 && std::string(argv[1]) == "--profile") return profile(argv);
+    if (argc != 2 && argc != 3) {
+        std::cerr << "usage: " << argv[0] << " MODEL_DIR [RUNS] < ort_bench.js output\n"
+                  << "       " << argv[0] << " --profile MODEL_FILE CHANNELS HEIGHT WIDTH\n";
         return 2;
     }
-    cv::setNumThreads(1);
-    std::printf("%-24s %14s %14s %8s\n", "network", "OpenCV DNN ms", "TF.js wasm ms", "ratio");
+    const int runs = argc == 3 ? std::max(1, std::atoi(argv[2])) : 30;
+    std::printf("%-24s %14s %14s %8s\n", "network", "OpenCV DNN ms", "ORT ms", "ratio");
     std::string model;
     int c = 0, h = 0, w = 0;
-    double wasmMs = 0;
+    double ortMs = 0;
     int status = 0;
-    while (std::cin >> model >> c >> h >> w >> wasmMs) {
-        std::ifstream in(std::string(argv[1]) + "/" + model + ".model", std::ios::binary);
-        const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+    while (std::cin >> model >> c >> h >> w >> ortMs) {
         try {
-            cv::dnn::Net net = cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
-            const int shape[] = {1, c, h, w};
-            const cv::Mat blob(4, shape, CV_32F, cv::Scalar(0));
-            std::vector<cv::Mat> outs;
-            const auto names = net.getUnconnectedOutLayersNames();
-            auto once = [&] {
-                net.setInput(blob);
-                net.forward(outs, names);
-            };
-            once();
-            constexpr int kRuns = 20;
-            const auto start = std::chrono::steady_clock::now();
-            for (int i = 0; i < kRuns; ++i) once();
-            const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() / kRuns;
-            std::printf("%-24s %14.2f %14.2f %8.2f\n", model.c_str(), ms, wasmMs, ms / wasmMs);
-        } catch (const cv::Exception& e) {
+            Runner runner(std::string(argv[1]) + "/" + model + ".model", c, h, w);
+            const double ms = runner.medianMs(runs);
+            std::printf("%-24s %14.2f %14.2f %8.2f\n", model.c_str(), ms, ortMs, ms / ortMs);
+        } catch (const std::exception& e) {
             std::cerr << model << ": " << e.what() << "\n";
             status = 1;
         }

@@ -1,6 +1,9 @@
 // Each converted network, run by OpenCV DNN, against the reference runtime's outputs on
-// the same input (written by korvid/networks/reference.js): max absolute difference 1e-3
-// (1e-5 relative for values beyond 100).
+// the same image (written by korvid/networks/reference.js): max absolute difference 1e-3
+// (1e-5 relative for values beyond 100). The network's input is made here from the image's
+// pixels the way the framework makes it, through the network's declared normalisation
+// (networks.json): where the reference runs the network's own normalisation (MoveNet, whose
+// graph scales its pixels, and face-api's networks), a wrong declaration fails here.
 //   usage: korvid_network_parity_test REFERENCE_DIR MODEL_DIR
 #include <algorithm>
 #include <cmath>
@@ -13,7 +16,44 @@
 
 #include <opencv2/dnn.hpp>
 
+#include "dnn/onnx_clip_form.h"
+#include "network_declarations.h"
+
 namespace {
+
+// The parity image's pixels, in the network's plane order (korvid/networks/reference_input.js).
+std::vector<uint8_t> parityPixels(size_t count) {
+    std::vector<uint8_t> out(count);
+    uint32_t s = 12345;
+    for (uint8_t& v : out) {
+        s = s * 1103515245u + 12345u;
+        v = static_cast<uint8_t>((s >> 16) & 255);
+    }
+    return out;
+}
+
+// The input blob the framework makes of the parity image for network in.
+cv::Mat declaredInput(const kv::NetworkInput& in) {
+    const std::vector<uint8_t> px = parityPixels(size_t(in.channels) * size_t(in.height) * size_t(in.width));
+    cv::Mat image(in.height, in.width, CV_8UC(in.channels));
+    for (int y = 0; y < in.height; ++y) {
+        for (int x = 0; x < in.width; ++x) {
+            for (int k = 0; k < in.channels; ++k) {
+                // Image channels are blue, green, red; plane k is red first unless declared BGR.
+                const int channel = in.channels == 1 || in.bgr ? k : 2 - k;
+                image.ptr<uint8_t>(y)[x * in.channels + channel] = px[(size_t(y) * size_t(in.width) + size_t(x)) * size_t(in.channels) + size_t(k)];
+            }
+        }
+    }
+    return kv::inputBlob(in, image);
+}
+
+const kv::NetworkInput* declaration(const std::string& model) {
+    for (const kv::NetworkInput* in : kv::declared::kAll) {
+        if (model == in->model) return in;
+    }
+    return nullptr;
+}
 
 std::vector<char> readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -48,19 +88,22 @@ int main(int argc, char** argv) {
         std::vector<std::pair<std::string, size_t>> outputs;
         while (fields >> name >> count) outputs.emplace_back(name, count);
         std::vector<char> bytes = readFile(models + "/" + model + ".model");
-        std::vector<float> input = readFloats(ref + "/" + model + ".input.f32");
-        if (bytes.empty() || input.size() != size_t(c) * h * w) {
-            std::cerr << model << ": converted network or reference input missing\n";
+        const kv::NetworkInput* in = declaration(model);
+        if (bytes.empty() || in == nullptr || in->channels != c || in->height != h || in->width != w) {
+            std::cerr << model << ": converted network missing, or not declared with the reference's input size\n";
             ++failed;
             continue;
         }
+        cv::Mat input = declaredInput(*in);
         std::vector<std::string> names;
         for (const auto& o : outputs) names.push_back(o.first);
         std::vector<cv::Mat> outs;
         try {
-            cv::dnn::Net net = cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
-            const int shape[] = {1, c, h, w};
-            net.setInput(cv::Mat(4, shape, CV_32F, input.data()));
+            // As the framework reads it (src/dnn/network.cpp).
+            const std::vector<uint8_t> clips = kv::clipBoundsAsAttributes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+            cv::dnn::Net net = clips.empty() ? cv::dnn::readNetFromONNX(bytes.data(), bytes.size())
+                                             : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
+            net.setInput(input);
             net.forward(outs, names);
         } catch (const cv::Exception& e) {
             std::cerr << model << ": " << e.what() << "\n";

@@ -7,12 +7,13 @@
 #include <opencv2/dnn.hpp>
 
 #include "letterbox.h"
+#include "network_declarations.h"
 
 namespace kv {
 
 namespace {
 
-constexpr int kSide = 416;
+constexpr int kSide = declared::qm_object.width;
 constexpr int kClasses = 80;
 constexpr int kBins = 11;           // each box side is a distribution over 0..10 strides
 constexpr float kOverlap = 0.5f;    // IoU above which the weaker box of a class is dropped
@@ -49,18 +50,9 @@ struct RawDetections {
 };
 
 RawDetections runNetwork(Network& network, const cv::Mat& bgr) {
-    // The network was trained on BGR planes normalised by the ImageNet means and deviations.
     RawDetections raw;
-    raw.box = letterbox(bgr, kSide, 1.0, 0.0);
-    cv::Mat blob(raw.box.blob.dims, raw.box.blob.size.p, CV_32F);
-    const std::array<double, 3> mean = {103.53, 116.28, 123.675}, deviation = {57.375, 57.12, 58.395};
-    const int plane = kSide * kSide;
-    for (int c = 0; c < 3; ++c) {
-        const cv::Mat rgb(1, plane, CV_32F, raw.box.blob.ptr<float>() + (2 - c) * plane);
-        cv::Mat out(1, plane, CV_32F, blob.ptr<float>() + c * plane);
-        rgb.convertTo(out, CV_32F, 1 / deviation[size_t(c)], -mean[size_t(c)] / deviation[size_t(c)]);
-    }
-    raw.outs = network.forward(blob);
+    raw.box = letterbox(bgr, declared::qm_object);
+    raw.outs = network.forward(raw.box.blob);
     // The network reuses its output buffers on the next pass: a kept result owns its copy.
     for (cv::Mat& out : raw.outs) out = out.clone();
     raw.box.blob.release();
@@ -76,11 +68,13 @@ const std::string& cocoClassName(int cocoClass) {
 
 const NetworkShape& ObjectDetector::shape() {
     static const NetworkShape s = [] {
-        NetworkShape n{{1, 3, kSide, kSide}, {}};
-        for (int stride : kStrides) {
-            const size_t cells = size_t(kSide / stride) * size_t(kSide / stride);
-            n.outputs.emplace_back("scores" + std::to_string(stride), cells * kClasses);
-            n.outputs.emplace_back("boxes" + std::to_string(stride), cells * 4 * kBins);
+        using namespace declared::qm_object_out;
+        const std::array<std::pair<const char*, const char*>, 3> names = {{{scores8, boxes8}, {scores16, boxes16}, {scores32, boxes32}}};
+        NetworkShape n{inputShape(declared::qm_object), {}};
+        for (size_t level = 0; level < kStrides.size(); ++level) {
+            const size_t cells = size_t(kSide / kStrides[level]) * size_t(kSide / kStrides[level]);
+            n.outputs.emplace_back(names[level].first, cells * kClasses);
+            n.outputs.emplace_back(names[level].second, cells * 4 * kBins);
         }
         return n;
     }();

@@ -1,22 +1,23 @@
 #include "person_segmenter.h"
 
 #include "letterbox.h"
+#include "network_declarations.h"
 
 namespace kv {
 
 namespace {
 
-constexpr int kSide = 256;
+constexpr int kSide = declared::qm_selfie.width;
 
 }  // namespace
 
 const NetworkShape& PersonSegmenter::shape() {
-    static const NetworkShape s{{1, 3, kSide, kSide}, {{"mask", size_t(kSide) * kSide}}};
+    static const NetworkShape s{inputShape(declared::qm_selfie), {{declared::qm_selfie_out::mask, size_t(kSide) * kSide}}};
     return s;
 }
 
 cv::Mat PersonSegmenter::segment(const cv::Mat& bgr) const {
-    const Letterbox box = letterbox(bgr, kSide, 1.0 / 255, 0.0);
+    const Letterbox box = letterbox(bgr, declared::qm_selfie);
     const std::vector<cv::Mat> outs = network_->forward(box.blob);
     const cv::Mat mask(kSide, kSide, CV_32F, const_cast<float*>(outs[0].ptr<float>()));
     return mask(box.area).clone();

@@ -5,13 +5,14 @@
 #include <numeric>
 
 #include "letterbox.h"
+#include "network_declarations.h"
 #include "model_bundle.h"
 
 namespace kv {
 
 namespace {
 
-constexpr int kSide = 192;
+constexpr int kSide = declared::qm_skeleton_single.width;
 constexpr int kGrid = 48;              // heatmap cells per side
 constexpr float kDistanceBias = 1.8f;  // the network's own: score / (distance in cells + 1.8)
 constexpr int kPeakWindow = 5;         // a centre is the maximum of its 5 x 5 cells
@@ -27,12 +28,13 @@ constexpr float kMinSingleScore = 0.27f;
 constexpr float kMinBoxPointScore = 0.3f;  // key points that span the single person's box
 
 const NetworkShape& singleShape() {
-    static const NetworkShape s{{1, 3, kSide, kSide},
-                               {{"heatmap", kGrid * kGrid * kPoseKeyPoints},
-                                {"centre", kGrid * kGrid},
-                                {"regress", kGrid * kGrid * 2 * kPoseKeyPoints},
-                                {"offset", kGrid * kGrid * 2 * kPoseKeyPoints},
-                                {"centres", kGrid * kGrid}}};
+    using namespace declared::qm_skeleton_single_out;
+    static const NetworkShape s{inputShape(declared::qm_skeleton_single),
+                               {{heatmap, kGrid * kGrid * kPoseKeyPoints},
+                                {centre, kGrid * kGrid},
+                                {regress, kGrid * kGrid * 2 * kPoseKeyPoints},
+                                {offset, kGrid * kGrid * 2 * kPoseKeyPoints},
+                                {centres, kGrid * kGrid}}};
     return s;
 }
 
@@ -122,7 +124,7 @@ std::vector<Pose> PoseEstimator::estimate(const cv::Mat& bgr) const {
         return people;
     };
     if (!single_) return several();
-    const Letterbox box = letterbox(bgr, kSide, 1.0, 0.0);  // the network normalises 0..255 itself
+    const Letterbox box = letterbox(bgr, declared::qm_skeleton_single);  // the network normalises 0..255 itself
     const std::vector<cv::Mat> outs = single_->forward(box.blob);
     if (multi_ && secondCentre(outs[4].ptr<float>()) >= kCrowdCentre) {
         std::vector<Pose> people = several();
