@@ -240,4 +240,12 @@ std::string displayName(const std::string& label) {
     return it == table.end() ? label : it->second;
 }
 
+std::vector<std::string> labelsNamed(const std::string& name) {
+    std::vector<std::string> labels;
+    for (const auto& entry : names()) {
+        if (entry.second == name) labels.push_back(entry.first);
+    }
+    return labels;
+}
+
 }  // namespace VQFeature

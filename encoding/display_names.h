@@ -5,11 +5,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace VQFeature {
 
 /// The short English name of a label (a classification label such as "2252_alone" or a
 /// scene label such as "sunset"), or label itself when it is not one of the known labels.
 std::string displayName(const std::string& label);
+
+/// The labels whose display name is name, in no particular order (empty when none is;
+/// several where two labels share a name, such as a scene label and a class).
+std::vector<std::string> labelsNamed(const std::string& name);
 
 }  // namespace VQFeature

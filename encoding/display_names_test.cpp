@@ -43,6 +43,10 @@ TEST(DisplayNames, EveryClassAndSceneLabelHasAShortNameOfItsOwn) {
         EXPECT_EQ(displayName(scene), scene);
     }
     EXPECT_EQ(displayName("solid_colour"), "plain colour");
+    // And back: a display name stands for every label that shows it.
+    EXPECT_EQ(labelsNamed("one person"), std::vector<std::string>{"2252_alone"});
+    EXPECT_EQ(labelsNamed("swimming"), std::vector<std::string>{"Swimming_c2"});
+    EXPECT_TRUE(labelsNamed("no such name").empty());
 }
 
 TEST(DisplayNames, UnknownLabelsComeBackUnchanged) {

@@ -11,6 +11,7 @@
 
 #include "cache/pg_cache.h"
 #include "cache/sqlite_cache.h"
+#include "encoding/display_names.h"
 #include "library/duplicates.h"
 #include "library/face_clustering.h"
 #include "library/image_io.h"
@@ -124,10 +125,11 @@ std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& la
 }
 
 std::vector<std::string> labelNames(const std::string& label) {
-    // DISPLAY NAMES: a label is matched by its system name ("people", "sunset",
-    // "cat_c1_c2"). The table of display names ("one person", "cat") maps here to the
-    // system names it stands for, once it exists.
-    return {label};
+    // A label is given by its system name ("people", "cat_c1_c2") or by its display name
+    // ("one person", "cat"), which may stand for several system names.
+    std::vector<std::string> names = VQFeature::labelsNamed(label);
+    if (std::find(names.begin(), names.end(), label) == names.end()) names.push_back(label);
+    return names;
 }
 
 }  // namespace vqfe

@@ -55,6 +55,9 @@ EOF
   "$vqfe" search --store "$store" --person "Grace Hopper" --label people >"$work/found.txt" || fail "search"
   [[ $(grep -c grace_hopper "$work/found.txt") -eq 2 && $(wc -l <"$work/found.txt") -eq 2 ]] ||
     fail "search --person: $(cat "$work/found.txt")"
+  # A label by its display name: "cat" is the class cat_c1_c2.
+  "$vqfe" search --store "$store" --label cat >"$work/found.txt" || fail "search by display name"
+  [[ "$(xargs -n1 basename <"$work/found.txt")" == "chelsea.jpg" ]] || fail "search --label cat: $(cat "$work/found.txt")"
 }
 
 check_report() {
