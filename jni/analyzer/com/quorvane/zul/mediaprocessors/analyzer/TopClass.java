@@ -27,7 +27,8 @@ public final class TopClass {
 
   /**
    * The classes of a classification answer, most confident first (ties keep the
-   * answer's order), at most limit of them.
+   * answer's order), at most limit of them. Classes at confidence 0 (nothing measured
+   * for them) are left out.
    *
    * @param answer a classification answer ({@link Kind#CLASSIFICATION}, {@link Kind#RELATION},
    *     {@link Kind#C300}, {@link Kind#RELATION_OUTPUT}); null gives an empty list
@@ -42,7 +43,7 @@ public final class TopClass {
       for (int i = 0; i < n; i++) {
         int id = info.getId(i);
         String label = id >= 0 && id < answer.getMLabelsCount() ? answer.getMLabels(id) : Integer.toString(id);
-        classes.add(new TopClass(label, info.getConfidence(i)));
+        if (info.getConfidence(i) > 0) classes.add(new TopClass(label, info.getConfidence(i)));
       }
     }
     Collections.sort(classes, (a, b) -> Float.compare(b.confidence, a.confidence));

@@ -107,6 +107,7 @@ class AnalyzerTest {
       assertFalse(top.isEmpty());
       assertTrue(top.size() <= 5);
       for (int i = 1; i < top.size(); i++) assertTrue(top.get(i - 1).confidence() >= top.get(i).confidence(), top.toString());
+      for (TopClass c : top) assertTrue(c.confidence() > 0, top.toString());
       assertEquals("one person", new TopClass("2252_alone", 0.8f).displayName());
       assertEquals("no_such_label", new TopClass("no_such_label", 0.8f).displayName());
       assertTrue(TopClass.of(null, 3).isEmpty());
