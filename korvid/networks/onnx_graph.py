@@ -9,7 +9,7 @@ ONNX that is valid at the opset the model declares and that OpenCV 4.6 reads:
   clips_as_hard_sigmoid hard swish, x * Clip(x + 3, 0, 6), becomes x * HardSigmoid(x), with
                         the factor 6 in the convolution before it (a Clip alone, ReLU6, stays:
                         korvid hands OpenCV 4.6, which reads Clip's bounds only as opset-6
-                        attributes, a copy with them so, src/dnn/onnx_clip_form.h)
+                        attributes, a copy with them so, src/model/onnx_clip_form.h)
   split_convolutions    a Split of a convolution's output becomes one convolution per part
                         (OpenCV 4.6 ignores Split's sizes when they come as an input and
                         splits evenly); other Splits become Slices

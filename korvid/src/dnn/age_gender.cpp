@@ -1,4 +1,4 @@
-#include "age_gender.h"
+#include "dnn/age_gender.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "expression_classifier.h"
+#include "dnn/expression_classifier.h"
 
 #include <algorithm>
 

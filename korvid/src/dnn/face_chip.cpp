@@ -1,4 +1,4 @@
-#include "face_chip.h"
+#include "dnn/face_chip.h"
 
 #include <algorithm>
 #include <cmath>

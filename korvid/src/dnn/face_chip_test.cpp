@@ -1,6 +1,6 @@
 // The aligned face crop: a tilted face comes out level at the anchor, and points a network
 // could give (NaN, far outside the image) or faces at the image's edges still give a crop.
-#include "face_chip.h"
+#include "dnn/face_chip.h"
 
 #include <cmath>
 #include <limits>

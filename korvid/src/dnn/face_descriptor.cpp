@@ -1,4 +1,4 @@
-#include "face_descriptor.h"
+#include "dnn/face_descriptor.h"
 
 #include <cmath>
 

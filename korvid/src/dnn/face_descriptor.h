@@ -8,8 +8,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "face_chip.h"
-#include "network.h"
+#include "dnn/face_chip.h"
+#include "model/network.h"
 #include "network_declarations.h"
 
 namespace kv {

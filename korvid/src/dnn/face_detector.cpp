@@ -1,11 +1,11 @@
-#include "face_detector.h"
+#include "dnn/face_detector.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 
-#include "face_suppression.h"
-#include "letterbox.h"
+#include "dnn/face_suppression.h"
+#include "dnn/letterbox.h"
 #include "network_declarations.h"
 
 namespace kv {

@@ -1,4 +1,4 @@
-#include "face_mesh.h"
+#include "dnn/face_mesh.h"
 
 #include <algorithm>
 #include <cmath>

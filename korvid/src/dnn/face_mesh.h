@@ -10,7 +10,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "network.h"
+#include "model/network.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "face_suppression.h"
+#include "dnn/face_suppression.h"
 
 #include <algorithm>
 #include <numeric>

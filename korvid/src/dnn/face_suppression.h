@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "face_detector.h"
+#include "dnn/face_detector.h"
 
 namespace kv {
 

@@ -1,6 +1,6 @@
 // Merging faces from overlapping searches, on made-up boxes: which of two overlapping faces
 // survives, where the overlap thresholds lie, and the order of what is kept.
-#include "face_suppression.h"
+#include "dnn/face_suppression.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "network_input.h"
+#include "model/network_input.h"
 
 namespace kv {
 

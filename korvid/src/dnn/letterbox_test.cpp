@@ -1,6 +1,6 @@
 // The square input of the image networks: where a landscape or portrait image lands in it
 // and how network points map back to image pixels.
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "movenet_multipose.h"
+#include "dnn/movenet_multipose.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 #include "network_declarations.h"
 
 namespace kv {

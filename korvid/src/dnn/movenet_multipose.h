@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
-#include "network.h"
-#include "pose.h"
+#include "model/network.h"
+#include "dnn/pose.h"
 
 namespace kv {
 

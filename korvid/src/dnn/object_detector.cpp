@@ -1,4 +1,4 @@
-#include "object_detector.h"
+#include "dnn/object_detector.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 #include <opencv2/dnn.hpp>
 
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 #include "network_declarations.h"
 
 namespace kv {

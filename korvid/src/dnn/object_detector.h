@@ -8,8 +8,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "execute_memo.h"
-#include "network.h"
+#include "graph/execute_memo.h"
+#include "model/network.h"
 
 namespace kv {
 

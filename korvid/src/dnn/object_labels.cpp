@@ -1,4 +1,4 @@
-#include "object_labels.h"
+#include "dnn/object_labels.h"
 
 #include <algorithm>
 #include <sstream>

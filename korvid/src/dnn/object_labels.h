@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "node.h"
-#include "object_detector.h"
+#include "graph/node.h"
+#include "dnn/object_detector.h"
 
 namespace kv {
 

@@ -1,6 +1,6 @@
-#include "person_segmenter.h"
+#include "dnn/person_segmenter.h"
 
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 #include "network_declarations.h"
 
 namespace kv {

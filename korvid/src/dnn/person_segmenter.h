@@ -6,7 +6,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "network.h"
+#include "model/network.h"
 
 namespace kv {
 

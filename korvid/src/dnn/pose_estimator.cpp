@@ -1,12 +1,12 @@
-#include "pose_estimator.h"
+#include "dnn/pose_estimator.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
-#include "letterbox.h"
+#include "dnn/letterbox.h"
 #include "network_declarations.h"
-#include "model_bundle.h"
+#include "model/model_bundle.h"
 
 namespace kv {
 

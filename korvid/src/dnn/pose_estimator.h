@@ -11,9 +11,9 @@
 #include <memory>
 #include <vector>
 
-#include "movenet_multipose.h"
-#include "network.h"
-#include "pose.h"
+#include "dnn/movenet_multipose.h"
+#include "model/network.h"
+#include "dnn/pose.h"
 
 namespace kv {
 

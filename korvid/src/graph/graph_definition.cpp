@@ -1,9 +1,9 @@
-#include "graph_definition.h"
+#include "graph/graph_definition.h"
 
 #include <cmath>
 #include <limits>
 
-#include "json.h"
+#include "graph/json.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "json.h"
+#include "graph/json.h"
 
 #include <cerrno>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "node.h"
+#include "graph/node.h"
 
 namespace kv {
 

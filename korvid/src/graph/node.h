@@ -18,7 +18,7 @@
 
 #include "Vantor/VantorBuffer.h"
 #include "Vantor/VantorErrorCode.h"
-#include "graph_definition.h"
+#include "graph/graph_definition.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "cascade_check.h"
+#include "model/cascade_check.h"
 
 #include <cerrno>
 #include <cmath>

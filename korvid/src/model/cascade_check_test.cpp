@@ -1,6 +1,6 @@
 // The cascade check: Debian's cat-face cascade and the one-stage LBP cascade come out as
 // text OpenCV reads to the same classifier; broken structure and numbers are refused.
-#include "cascade_check.h"
+#include "model/cascade_check.h"
 #include "testing/file_bytes.h"
 
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "model_bundle.h"
+#include "model/model_bundle.h"
 
 #include <cstring>
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "node.h"
+#include "graph/node.h"
 
 namespace kv {
 

@@ -1,6 +1,6 @@
-#include "model_loading.h"
+#include "model/model_loading.h"
 
-#include "cascade_check.h"
+#include "model/cascade_check.h"
 
 namespace kv {
 

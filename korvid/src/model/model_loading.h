@@ -9,7 +9,7 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/objdetect.hpp>
 
-#include "node.h"
+#include "graph/node.h"
 
 namespace kv {
 

@@ -1,11 +1,11 @@
-#include "network.h"
+#include "model/network.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "execute_counter.h"
-#include "onnx_check.h"
-#include "onnx_clip_form.h"
+#include "graph/execute_counter.h"
+#include "model/onnx_check.h"
+#include "model/onnx_clip_form.h"
 
 namespace kv {
 

@@ -12,7 +12,7 @@
 
 #include <opencv2/dnn.hpp>
 
-#include "node.h"
+#include "graph/node.h"
 
 namespace kv {
 

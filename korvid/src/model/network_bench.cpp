@@ -20,7 +20,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
 
-#include "onnx_clip_form.h"
+#include "model/onnx_clip_form.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "network_input.h"
+#include "model/network_input.h"
 
 #include <cstdint>
 #include <stdexcept>

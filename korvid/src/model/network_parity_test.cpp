@@ -16,7 +16,7 @@
 
 #include <opencv2/dnn.hpp>
 
-#include "dnn/onnx_clip_form.h"
+#include "model/onnx_clip_form.h"
 #include "network_declarations.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "onnx_check.h"
+#include "model/onnx_check.h"
 
 #include <functional>
 #include <limits>

@@ -1,6 +1,6 @@
 // The ONNX structure check: every network we ship passes, and the disagreements OpenCV's
 // importer would read past a buffer on are refused.
-#include "onnx_check.h"
+#include "model/onnx_check.h"
 #include "testing/file_bytes.h"
 
 #include <dirent.h>

@@ -1,4 +1,4 @@
-#include "onnx_clip_form.h"
+#include "model/onnx_clip_form.h"
 
 #include <cstring>
 #include <map>

@@ -1,7 +1,7 @@
 // Clip's bounds handed to OpenCV as attributes: MoveNet, whose ReLU6 are Clips with their
 // bounds as inputs, reads only so and gives the same outputs as ONNX says; a model without
 // such a Clip, and any cut-short model, is left alone.
-#include "onnx_clip_form.h"
+#include "model/onnx_clip_form.h"
 #include "testing/file_bytes.h"
 
 #include <opencv2/dnn.hpp>

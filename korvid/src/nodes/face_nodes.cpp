@@ -15,12 +15,12 @@
 #include "dnn/expression_classifier.h"
 #include "dnn/face_descriptor.h"
 #include "dnn/face_detector.h"
-#include "execute_memo.h"
-#include "face_output.h"
-#include "image_stats.h"
-#include "model_bundle.h"
-#include "model_loading.h"
-#include "node_helpers.h"
+#include "graph/execute_memo.h"
+#include "nodes/face_output.h"
+#include "nodes/image_stats.h"
+#include "model/model_bundle.h"
+#include "model/model_loading.h"
+#include "nodes/node_helpers.h"
 
 namespace kv {
 

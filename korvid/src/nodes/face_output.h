@@ -8,7 +8,7 @@
 
 #include "Vantor/FaceBuffers.h"
 #include "dnn/face_mesh.h"
-#include "node.h"
+#include "graph/node.h"
 
 namespace kv {
 

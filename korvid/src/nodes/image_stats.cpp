@@ -1,4 +1,4 @@
-#include "image_stats.h"
+#include "nodes/image_stats.h"
 
 #include <algorithm>
 #include <cmath>

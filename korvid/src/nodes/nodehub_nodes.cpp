@@ -10,14 +10,14 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Vantor/SceneBuffers.h"
-#include "face_output.h"
-#include "image_stats.h"
+#include "nodes/face_output.h"
+#include "nodes/image_stats.h"
 #include "dnn/object_labels.h"
-#include "model_bundle.h"
-#include "model_loading.h"
-#include "node_helpers.h"
-#include "qr_code_cue.h"
-#include "scene_evidence.h"
+#include "model/model_bundle.h"
+#include "model/model_loading.h"
+#include "nodes/node_helpers.h"
+#include "nodes/qr_code_cue.h"
+#include "nodes/scene_evidence.h"
 
 namespace kv {
 

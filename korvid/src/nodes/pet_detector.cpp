@@ -1,4 +1,4 @@
-#include "pet_detector.h"
+#include "nodes/pet_detector.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,8 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "model_bundle.h"
-#include "model_loading.h"
+#include "model/model_bundle.h"
+#include "model/model_loading.h"
 
 namespace kv {
 

@@ -11,8 +11,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
 
-#include "node.h"
-#include "object_detector.h"
+#include "graph/node.h"
+#include "dnn/object_detector.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "pet_selection.h"
+#include "nodes/pet_selection.h"
 
 #include <algorithm>
 

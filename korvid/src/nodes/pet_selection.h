@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "dnn/pet_detector.h"
+#include "nodes/pet_detector.h"
 
 namespace kv {
 

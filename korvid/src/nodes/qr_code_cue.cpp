@@ -1,11 +1,11 @@
-#include "qr_code_cue.h"
+#include "nodes/qr_code_cue.h"
 
 #include <algorithm>
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 
-#include "image_stats.h"
+#include "nodes/image_stats.h"
 
 namespace kv {
 

@@ -13,13 +13,13 @@
 
 #include "Vantor/SegmentationBuffers.h"
 #include "dnn/person_segmenter.h"
-#include "dnn/pet_detector.h"
+#include "nodes/pet_detector.h"
 #include "dnn/pose_estimator.h"
-#include "image_stats.h"
-#include "model_bundle.h"
-#include "model_loading.h"
-#include "node_helpers.h"
-#include "pet_selection.h"
+#include "nodes/image_stats.h"
+#include "model/model_bundle.h"
+#include "model/model_loading.h"
+#include "nodes/node_helpers.h"
+#include "nodes/pet_selection.h"
 
 namespace kv {
 

@@ -1,11 +1,11 @@
-#include "scene_evidence.h"
+#include "nodes/scene_evidence.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include <opencv2/imgproc.hpp>
 
-#include "image_stats.h"
+#include "nodes/image_stats.h"
 
 namespace kv {
 

@@ -12,7 +12,7 @@
 #include <opencv2/core.hpp>
 
 #include "dnn/object_detector.h"
-#include "execute_memo.h"
+#include "graph/execute_memo.h"
 
 namespace kv {
 

@@ -9,13 +9,13 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Vantor/SceneBuffers.h"
-#include "face_output.h"
+#include "nodes/face_output.h"
 #include "dnn/object_detector.h"
-#include "image_stats.h"
-#include "model_bundle.h"
-#include "model_loading.h"
-#include "node_helpers.h"
-#include "scene_evidence.h"
+#include "nodes/image_stats.h"
+#include "model/model_bundle.h"
+#include "model/model_loading.h"
+#include "nodes/node_helpers.h"
+#include "nodes/scene_evidence.h"
 
 namespace kv {
 

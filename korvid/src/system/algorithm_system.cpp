@@ -1,4 +1,4 @@
-#include "algorithm_system.h"
+#include "system/algorithm_system.h"
 
 #include <chrono>
 #include <cstdio>
@@ -9,9 +9,9 @@
 
 #include <opencv2/core/ocl.hpp>
 
-#include "execute_counter.h"
-#include "graph_definition.h"
-#include "image_input.h"
+#include "graph/execute_counter.h"
+#include "graph/graph_definition.h"
+#include "system/image_input.h"
 
 namespace kv {
 

@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "Vantor/VantorAlgorithmSystem.h"
-#include "dnn/network.h"
-#include "execute_memo.h"
-#include "framework_config.h"
-#include "node.h"
+#include "model/network.h"
+#include "graph/execute_memo.h"
+#include "system/framework_config.h"
+#include "graph/node.h"
 
 namespace kv {
 

@@ -1,6 +1,6 @@
 #include "Korvid/Diagnostics.h"
 
-#include "execute_counter.h"
+#include "graph/execute_counter.h"
 
 namespace kv {
 

@@ -1,10 +1,10 @@
-#include "framework_config.h"
+#include "system/framework_config.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 
-#include "json.h"
+#include "graph/json.h"
 
 namespace kv {
 

@@ -1,4 +1,4 @@
-#include "image_input.h"
+#include "system/image_input.h"
 
 #include <cstring>
 
