@@ -54,7 +54,7 @@ file(GLOB_RECURSE files RELATIVE ${SOURCE_DIR}/korvid/src ${SOURCE_DIR}/korvid/s
 foreach(file IN LISTS files)
   string(REGEX REPLACE "/.*" "" layer "${file}")
   if(NOT layer IN_LIST korvid_layers)
-    list(APPEND violations "korvid/src/${file}: not in a layer folder (${korvid_layers})")
+    list(APPEND violations "korvid/src/${file}: not in a layer folder (model, dnn, graph, nodes, system)")
     continue()
   endif()
   if(file MATCHES "_test\\.cpp$")

@@ -30,7 +30,7 @@ def main():
     spec = json.load(open(sys.argv[1]))
     lines = ["// Generated at build time by korvid/networks/declarations.py from korvid/networks/networks.json:",
              "// each network's input and output names, declared once there. Do not edit.",
-             "#pragma once", "", '#include "dnn/network_input.h"', "", "namespace kv::declared {", ""]
+             "#pragma once", "", '#include "model/network_input.h"', "", "namespace kv::declared {", ""]
     for net in spec["networks"] + spec["weights_package"]["networks"]:
         model, inp = net["model"], net["input"]
         if not re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", model):

@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
-#include "model/network.h"
 #include "dnn/pose.h"
+#include "model/network.h"
 
 namespace kv {
 

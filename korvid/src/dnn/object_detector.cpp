@@ -6,7 +6,6 @@
 
 #include <opencv2/dnn.hpp>
 
-#include "dnn/letterbox.h"
 #include "network_declarations.h"
 
 namespace kv {
@@ -43,22 +42,6 @@ float expectedDistance(const float* logits) {
     return weighted / sum;
 }
 
-// The network's outputs for an image, with the letterbox that maps them back to it.
-struct RawDetections {
-    Letterbox box;
-    std::vector<cv::Mat> outs;
-};
-
-RawDetections runNetwork(Network& network, const cv::Mat& bgr) {
-    RawDetections raw;
-    raw.box = letterbox(bgr, declared::qm_object);
-    raw.outs = network.forward(raw.box.blob);
-    // The network reuses its output buffers on the next pass: a kept result owns its copy.
-    for (cv::Mat& out : raw.outs) out = out.clone();
-    raw.box.blob.release();
-    return raw;
-}
-
 }  // namespace
 
 const std::string& cocoClassName(int cocoClass) {
@@ -81,16 +64,19 @@ const NetworkShape& ObjectDetector::shape() {
     return s;
 }
 
-std::vector<ObjectDetection> ObjectDetector::detect(const cv::Mat& bgr, float minScore, ExecuteMemo* memo, size_t maxCount) const {
-    RawDetections own;
-    const RawDetections* raw = &own;
-    if (memo != nullptr) {
-        raw = &memo->get<RawDetections>("objects:" + identity(network_.get()) + "@" + imageIdentity(bgr), [&] { return runNetwork(*network_, bgr); });
-    } else {
-        own = runNetwork(*network_, bgr);
-    }
-    const Letterbox& box = raw->box;
-    const std::vector<cv::Mat>& outs = raw->outs;
+ObjectDetector::Pass ObjectDetector::run(const cv::Mat& bgr) const {
+    Pass pass;
+    pass.box = letterbox(bgr, declared::qm_object);
+    pass.outs = network_->forward(pass.box.blob);
+    // The network reuses its output buffers on the next pass: a kept result owns its copy.
+    for (cv::Mat& out : pass.outs) out = out.clone();
+    pass.box.blob.release();
+    return pass;
+}
+
+std::vector<ObjectDetection> ObjectDetector::detect(const Pass& pass, float minScore, size_t maxCount) const {
+    const Letterbox& box = pass.box;
+    const std::vector<cv::Mat>& outs = pass.outs;
     std::vector<ObjectDetection> found;
     std::vector<cv::Rect2d> rects;
     std::vector<float> scores;

@@ -8,7 +8,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "graph/execute_memo.h"
+#include "dnn/letterbox.h"
 #include "model/network.h"
 
 namespace kv {
@@ -25,12 +25,21 @@ constexpr int kCocoPerson = 0, kCocoCat = 15, kCocoDog = 16;
 
 class ObjectDetector {
 public:
+    // The network's outputs for an image, with the letterbox that maps them back to it: what
+    // the nodes of one execute that look for objects in the same image can share.
+    struct Pass {
+        Letterbox box;
+        std::vector<cv::Mat> outs;
+    };
+
     static const NetworkShape& shape();
     explicit ObjectDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
-    // Objects of at least minScore, best first; at most maxCount. With a memo, the nodes of
-    // one execute that detect objects in the same image with the same network (pets,
-    // classification) run the network once.
-    std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, ExecuteMemo* memo = nullptr, size_t maxCount = 100) const;
+    Pass run(const cv::Mat& bgr) const;
+    // Objects of at least minScore in a pass, best first; at most maxCount.
+    std::vector<ObjectDetection> detect(const Pass& pass, float minScore, size_t maxCount = 100) const;
+    std::vector<ObjectDetection> detect(const cv::Mat& bgr, float minScore, size_t maxCount = 100) const {
+        return detect(run(bgr), minScore, maxCount);
+    }
     const Network* network() const { return network_.get(); }
 
 private:

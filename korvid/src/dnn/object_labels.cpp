@@ -8,7 +8,7 @@ namespace kv {
 namespace {
 
 [[noreturn]] void malformed(const ModelBlob& blob, const std::string& line) {
-    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\": bad object label row \"" + line + "\"");
+    throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\": bad object label row \"" + line + "\"");
 }
 
 bool number(const std::string& text, size_t& out) {
@@ -55,7 +55,7 @@ ObjectLabels ObjectLabels::parse(const ModelBlob& blob) {
         }
         if (row.classes.empty() || !labels.rows_.emplace(index, row).second) malformed(blob, line);
     }
-    if (labels.rows_.empty()) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" has no object labels");
+    if (labels.rows_.empty()) throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" has no object labels");
     return labels;
 }
 

@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "graph/node.h"
 #include "dnn/object_detector.h"
+#include "model/error.h"
+#include "model/model_blob.h"
 
 namespace kv {
 

@@ -5,8 +5,8 @@
 #include <numeric>
 
 #include "dnn/letterbox.h"
-#include "network_declarations.h"
 #include "model/model_bundle.h"
+#include "network_declarations.h"
 
 namespace kv {
 
@@ -109,7 +109,7 @@ PoseEstimator::PoseEstimator(const ModelBlob& blob) {
         return;
     }
     if (!parts.count("single") && !parts.count("multi")) {
-        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" holds neither skeleton network");
+        throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" holds neither skeleton network");
     }
     if (parts.count("single")) single_ = loadNetwork({{"single", parts.at("single")}}, "single", singleShape());
     if (parts.count("multi")) {

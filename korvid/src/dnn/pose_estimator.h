@@ -12,14 +12,14 @@
 #include <vector>
 
 #include "dnn/movenet_multipose.h"
-#include "model/network.h"
 #include "dnn/pose.h"
+#include "model/network.h"
 
 namespace kv {
 
 class PoseEstimator {
 public:
-    // Throws NodeFailure(INVALID_MODEL) on a malformed bundle or unusable networks.
+    // Throws Error(INVALID_MODEL) on a malformed bundle or unusable networks.
     explicit PoseEstimator(const ModelBlob& blob);
     // The people found, strongest first.
     std::vector<Pose> estimate(const cv::Mat& bgr) const;

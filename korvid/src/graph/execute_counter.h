@@ -17,7 +17,4 @@ public:
     static std::atomic<int> maximum;
 };
 
-// Networks parsed from model bytes (dnn/network.cpp), read through Korvid/Diagnostics.h.
-extern std::atomic<long> networkReads;
-
 }  // namespace kv

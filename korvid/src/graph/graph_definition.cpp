@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "graph/json.h"
+#include "model/error.h"
 
 namespace kv {
 
@@ -33,48 +34,33 @@ bool isModelParameter(const std::string& key) {
 
 namespace {
 
-bool readParams(const JsonValue& config, const std::string& node, NodeParams& out, std::string& error) {
-    if (!config.isObject()) {
-        error = "config of node \"" + node + "\" is not an object";
-        return false;
-    }
+[[noreturn]] void refuse(const std::string& why) { throw Error(Vantor::INVALID_GRAPH, why); }
+
+void readParams(const JsonValue& config, const std::string& node, NodeParams& out) {
+    if (!config.isObject()) refuse("config of node \"" + node + "\" is not an object");
     // Both spellings occur in real graphs; one parameter object per node.
     const JsonValue* maps = config.find("keymaps");
     if (maps == nullptr) maps = config.find("keyMaps");
-    if (maps == nullptr) return true;
-    if (!maps->isObject()) {
-        error = "parameters of node \"" + node + "\" are not an object";
-        return false;
-    }
+    if (maps == nullptr) return;
+    if (!maps->isObject()) refuse("parameters of node \"" + node + "\" are not an object");
     for (const auto& [kind, map] : maps->members) {
         if (kind != "intParam" && kind != "floatParam" && kind != "stringParam") continue;
-        if (!map.isObject()) {
-            error = kind + " of node \"" + node + "\" is not an object";
-            return false;
-        }
+        if (!map.isObject()) refuse(kind + " of node \"" + node + "\" is not an object");
         for (const auto& [key, value] : map.members) {
             if (kind == "intParam") {
-                if (!value.isInt()) {
-                    error = "intParam \"" + key + "\" of node \"" + node + "\" is not an integer";
-                    return false;
-                }
+                if (!value.isInt()) refuse("intParam \"" + key + "\" of node \"" + node + "\" is not an integer");
                 out.ints[key] = static_cast<long>(value.integer);
             } else if (kind == "floatParam") {
                 if (!value.isNumber() || std::abs(value.number()) > std::numeric_limits<float>::max()) {
-                    error = "floatParam \"" + key + "\" of node \"" + node + "\" is not a float";
-                    return false;
+                    refuse("floatParam \"" + key + "\" of node \"" + node + "\" is not a float");
                 }
                 out.floats[key] = static_cast<float>(value.number());
             } else {
-                if (!value.isString()) {
-                    error = "stringParam \"" + key + "\" of node \"" + node + "\" is not a string";
-                    return false;
-                }
+                if (!value.isString()) refuse("stringParam \"" + key + "\" of node \"" + node + "\" is not a string");
                 out.strings[key] = value.text;
             }
         }
     }
-    return true;
 }
 
 bool readText(const JsonValue& object, const char* key, std::string& out) {
@@ -93,50 +79,33 @@ bool readIndex(const JsonValue& object, const char* key, int64_t& out) {
 
 }  // namespace
 
-bool parseGraphSpec(const std::string& text, GraphSpec& out, std::string& error) {
-    out = GraphSpec();
-    JsonValue root;
-    if (!parseJson(text.data(), text.size(), root, error)) {
-        error = "graph text: " + error;
-        return false;
-    }
-    if (!root.isObject()) {
-        error = "graph text is not an object";
-        return false;
-    }
+GraphSpec parseGraphSpec(const std::string& text) {
+    GraphSpec out;
+    const JsonValue root = parseJson(text.data(), text.size(), Vantor::INVALID_GRAPH, "graph text");
+    if (!root.isObject()) refuse("graph text is not an object");
     const JsonValue* nodes = root.find("nodes");
-    if (nodes == nullptr || !nodes->isArray() || nodes->items.empty()) {
-        error = "graph has no \"nodes\" array";
-        return false;
-    }
+    if (nodes == nullptr || !nodes->isArray() || nodes->items.empty()) refuse("graph has no \"nodes\" array");
     for (const JsonValue& n : nodes->items) {
         NodeSpec spec;
         if (!n.isObject() || !readText(n, "name", spec.name) || !readText(n, "type", spec.type)) {
-            error = "a node lacks its \"name\" or \"type\"";
-            return false;
+            refuse("a node lacks its \"name\" or \"type\"");
         }
-        if (const JsonValue* config = n.find("config")) {
-            if (!readParams(*config, spec.name, spec.params, error)) return false;
-        }
+        if (const JsonValue* config = n.find("config")) readParams(*config, spec.name, spec.params);
         out.nodes.push_back(std::move(spec));
     }
     const JsonValue* links = root.find("links");
     if (links != nullptr) {
-        if (!links->isArray()) {
-            error = "\"links\" is not an array";
-            return false;
-        }
+        if (!links->isArray()) refuse("\"links\" is not an array");
         for (const JsonValue& l : links->items) {
             LinkSpec spec;
             if (!l.isObject() || !readText(l, "fromNode", spec.fromNode) || !readText(l, "toNode", spec.toNode) ||
                 !readIndex(l, "fromIndex", spec.fromIndex) || !readIndex(l, "toIndex", spec.toIndex)) {
-                error = "a link lacks \"fromNode\", \"fromIndex\", \"toNode\" or \"toIndex\"";
-                return false;
+                refuse("a link lacks \"fromNode\", \"fromIndex\", \"toNode\" or \"toIndex\"");
             }
             out.links.push_back(std::move(spec));
         }
     }
-    return true;
+    return out;
 }
 
 }  // namespace kv

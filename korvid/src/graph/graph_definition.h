@@ -1,7 +1,7 @@
 // kv::GraphSpec: a processing graph as written in its JSON text, before any node is
 // built. parseGraphSpec checks the text's shape (names, types as text, parameter maps,
 // links by name); whether node types exist, slots are valid and the graph is acyclic is
-// checked when the graph is built (graph.h), where the node types are known.
+// checked when the graph is wired (graph_wiring.h), where the node types are known.
 #pragma once
 
 #include <cstdint>
@@ -41,9 +41,9 @@ struct GraphSpec {
     std::vector<LinkSpec> links;
 };
 
-// Parses graph text. Returns false and a description of the problem in error when the
+// Parses graph text. Throws Error(INVALID_GRAPH) with a description of the problem when the
 // text is malformed or a node or link lacks a required field.
-bool parseGraphSpec(const std::string& text, GraphSpec& out, std::string& error);
+GraphSpec parseGraphSpec(const std::string& text);
 
 // Whether a string parameter names a model: "model_name", or a key ending in
 // "_model_key" or "_model_dir".

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "model/error.h"
+
 namespace kv {
 
 const JsonValue* JsonValue::find(const std::string& key) const {
@@ -251,12 +253,14 @@ private:
 
 }  // namespace
 
-bool parseJson(const char* text, size_t length, JsonValue& out, std::string& error) {
-    out = JsonValue();
-    if (text == nullptr) { error = "no text"; return false; }
-    if (length > kMaxJsonBytes) { error = "text too large"; return false; }
+JsonValue parseJson(const char* text, size_t length, Vantor::VantorErrorCode code, const std::string& what) {
+    if (text == nullptr) throw Error(code, what + ": no text");
+    if (length > kMaxJsonBytes) throw Error(code, what + ": text too large");
+    JsonValue out;
+    std::string error;
     Parser parser(text, length);
-    return parser.parseDocument(out, error);
+    if (!parser.parseDocument(out, error)) throw Error(code, what + ": " + error);
+    return out;
 }
 
 }  // namespace kv

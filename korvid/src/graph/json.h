@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "Vantor/VantorErrorCode.h"
+
 namespace kv {
 
 struct JsonValue {
@@ -39,8 +41,8 @@ constexpr size_t kMaxJsonDepth = 64;
 constexpr size_t kMaxJsonBytes = 8u << 20;
 constexpr size_t kMaxJsonValues = 1u << 20;
 
-// Parses text[0, length). On failure returns false and describes the first problem
-// (with its byte offset) in error; out is then unspecified.
-bool parseJson(const char* text, size_t length, JsonValue& out, std::string& error);
+// Parses text[0, length), the text of what (a graph, the configuration). Throws
+// Error(code, "<what>: <the first problem> at offset <byte offset>") when it is not JSON.
+JsonValue parseJson(const char* text, size_t length, Vantor::VantorErrorCode code, const std::string& what);
 
 }  // namespace kv

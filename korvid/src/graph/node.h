@@ -1,4 +1,4 @@
-// kv::Node: one analysis step of a processing graph, and the registry of node types.
+// kv::Node: one analysis step of a processing graph, and the description of a node type.
 //
 // A node is built when its graph is loaded, receives the models its parameters name
 // (load), and then runs once per execute on the outputs of the nodes linked to its input
@@ -10,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -19,6 +18,8 @@
 #include "Vantor/VantorBuffer.h"
 #include "Vantor/VantorErrorCode.h"
 #include "graph/graph_definition.h"
+#include "model/error.h"
+#include "model/model_blob.h"
 
 namespace kv {
 
@@ -60,35 +61,17 @@ public:
     cv::Mat bgr;
 };
 
-class NetworkCache;
 class ExecuteMemo;
-
-// Model bytes delivered by the resource finder; valid while the graph is loaded. networks:
-// the loading system's cache of networks by content (null outside a system).
-struct ModelBlob {
-    std::string name;
-    const uint8_t* data = nullptr;
-    size_t size = 0;
-    NetworkCache* networks = nullptr;
-};
-using ModelSet = std::map<std::string, ModelBlob>;  // by parameter key
-
-// A failure inside load or run, with the framework code to report.
-class NodeFailure : public std::runtime_error {
-public:
-    NodeFailure(Vantor::VantorErrorCode code, const std::string& what) : std::runtime_error(what), code(code) {}
-    Vantor::VantorErrorCode code;
-};
 
 class Node {
 public:
     virtual ~Node() = default;
-    // Reads the models named by the parameters. Throws NodeFailure(INVALID_MODEL) when a
-    // model's content is unusable and NodeFailure(INVALID_GRAPH) when a required one is
+    // Reads the models named by the parameters. Throws Error(INVALID_MODEL) when a
+    // model's content is unusable and Error(INVALID_GRAPH) when a required one is
     // not named at all.
     virtual void load(const NodeParams& params, const ModelSet& models) { (void)params; (void)models; }
     // inputs[i] is the output linked to slot i, null for an unlinked optional slot.
-    // Throws NodeFailure (INVALID_NODE for unusable parameters or data).
+    // Throws Error (INVALID_NODE for unusable parameters or data).
     virtual std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) = 0;
     // Models the node loads by itself under a key its graph leaves unnamed (key -> model
     // name), as the vendor's nodes load their own default models. They are optional: without
@@ -120,25 +103,12 @@ struct NodeType {
     std::function<std::unique_ptr<Node>()> create;
 };
 
-// The node type of that name, or null.
-const NodeType* findNodeType(const std::string& name);
-
-// Node type tables of each family, gathered by findNodeType.
-std::vector<NodeType> faceNodeTypes();
-std::vector<NodeType> sceneNodeTypes();
-std::vector<NodeType> regionNodeTypes();
-std::vector<NodeType> nodeHubNodeTypes();
-
-// The input of slot i as T; throws NodeFailure(INVALID_NODE) when missing or of another kind.
+// The input of slot i as T; throws Error(INVALID_NODE) when missing or of another kind.
 template <typename T>
 T& inputAs(const std::vector<NodeOutput*>& inputs, size_t i) {
     T* p = i < inputs.size() ? dynamic_cast<T*>(inputs[i]) : nullptr;
-    if (p == nullptr) throw NodeFailure(Vantor::INVALID_NODE, "input slot " + std::to_string(i) + " is missing");
+    if (p == nullptr) throw Error(Vantor::INVALID_NODE, "input slot " + std::to_string(i) + " is missing");
     return *p;
 }
-
-// The model bytes for a parameter key; throws NodeFailure(INVALID_GRAPH) when the graph
-// names no model under that key.
-const ModelBlob& requireModel(const ModelSet& models, const std::string& key);
 
 }  // namespace kv

@@ -9,6 +9,8 @@
 #include <sstream>
 #include <vector>
 
+#include "model/error.h"
+
 namespace kv {
 
 namespace {
@@ -296,7 +298,7 @@ void write(const Element& e, std::string& out) {
 
 }  // namespace
 
-std::string checkedCascadeText(const uint8_t* data, size_t size, std::string& fault) {
+std::string checkedCascadeText(const uint8_t* data, size_t size) {
     try {
         if (data == nullptr || size == 0) throw Fault{"no bytes"};
         const auto root = Parser(reinterpret_cast<const char*>(data), size).document();
@@ -305,8 +307,7 @@ std::string checkedCascadeText(const uint8_t* data, size_t size, std::string& fa
         write(*root, out);
         return out;
     } catch (const Fault& f) {
-        fault = f.why;
-        return {};
+        throw Error(Vantor::INVALID_MODEL, f.why);
     }
 }
 

@@ -12,7 +12,7 @@
 
 namespace kv {
 
-// The cascade in data rewritten for OpenCV, or an empty string and why in fault.
-std::string checkedCascadeText(const uint8_t* data, size_t size, std::string& fault);
+// The cascade in data rewritten for OpenCV. Throws Error(INVALID_MODEL) saying why not.
+std::string checkedCascadeText(const uint8_t* data, size_t size);
 
 }  // namespace kv

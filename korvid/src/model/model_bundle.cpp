@@ -9,7 +9,7 @@ namespace {
 constexpr char kMagic[] = "korvid-bundle\n";
 
 [[noreturn]] void malformed(const ModelBlob& blob) {
-    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is a malformed bundle");
+    throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is a malformed bundle");
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ std::optional<ParamsAndNetwork> paramsAndNetwork(const ModelBlob& blob) {
     auto parts = bundleParts(blob);
     if (parts.empty()) return std::nullopt;
     if (!parts.count("params") || !parts.count("network")) {
-        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its parameters or network");
+        throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its parameters or network");
     }
     return ParamsAndNetwork{parts.at("params"), parts.at("network")};
 }

@@ -7,7 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "graph/node.h"
+#include "model/error.h"
+#include "model/model_blob.h"
 
 namespace kv {
 

@@ -5,20 +5,23 @@
 namespace kv {
 
 cv::FileStorage openModelStorage(const ModelBlob& blob) {
-    if (blob.data == nullptr || blob.size == 0) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is empty");
+    if (blob.data == nullptr || blob.size == 0) throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is empty");
     try {
         cv::FileStorage fs(std::string(reinterpret_cast<const char*>(blob.data), blob.size),
                            cv::FileStorage::READ | cv::FileStorage::MEMORY);
         if (fs.isOpened()) return fs;
     } catch (const cv::Exception&) {
     }
-    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not readable");
+    throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not readable");
 }
 
 void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
-    std::string fault;
-    const std::string text = checkedCascadeText(blob.data, blob.size, fault);
-    if (text.empty()) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade: " + fault);
+    std::string text;
+    try {
+        text = checkedCascadeText(blob.data, blob.size);
+    } catch (const Error& e) {
+        throw Error(e.code, "model \"" + blob.name + "\" is not a cascade: " + e.what());
+    }
     bool ok = false;
     try {
         cv::FileStorage fs(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
@@ -26,7 +29,7 @@ void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
     } catch (const cv::Exception&) {
         ok = false;
     }
-    if (!ok) throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade");
+    if (!ok) throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade");
 }
 
 cv::FileStorage openParams(const ModelBlob& blob, const std::string& kind) {
@@ -38,7 +41,7 @@ cv::FileStorage openParams(const ModelBlob& blob, const std::string& kind) {
     } catch (const cv::Exception&) {
     }
     if (format != "korvid-params" || fileKind != kind) {
-        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a " + kind + " parameter file");
+        throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a " + kind + " parameter file");
     }
     return fs;
 }

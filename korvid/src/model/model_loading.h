@@ -1,7 +1,7 @@
 // Reading model content from the bytes the resource finder delivered. Models are either
 // OpenCV cascade XML (Debian's opencv-data files) or parameter files of our own format:
 // OpenCV YAML whose "format" is "korvid-params" and whose "kind" names the node family
-// that reads it. Every loader throws NodeFailure(INVALID_MODEL) on unusable content.
+// that reads it. Every loader throws Error(INVALID_MODEL) on unusable content.
 #pragma once
 
 #include <string>
@@ -9,7 +9,8 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/objdetect.hpp>
 
-#include "graph/node.h"
+#include "model/error.h"
+#include "model/model_blob.h"
 
 namespace kv {
 

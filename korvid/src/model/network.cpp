@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "graph/execute_counter.h"
+#include "model/network_reads.h"
 #include "model/onnx_check.h"
 #include "model/onnx_clip_form.h"
 
@@ -19,7 +19,7 @@ std::string shapeKey(const NetworkShape& shape) {
 }
 
 [[noreturn]] void refuse(const ModelBlob& blob, const std::string& why) {
-    throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" " + why);
+    throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" " + why);
 }
 
 }  // namespace

@@ -12,7 +12,8 @@
 
 #include <opencv2/dnn.hpp>
 
-#include "graph/node.h"
+#include "model/error.h"
+#include "model/model_blob.h"
 
 namespace kv {
 
@@ -42,7 +43,7 @@ private:
 };
 
 // Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
-// every output of shape with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
+// every output of shape with its element count. Throws Error(INVALID_MODEL) otherwise.
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape);
 
 // Networks by content (and shape: the same bytes read for another shape are checked again).

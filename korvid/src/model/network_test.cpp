@@ -9,8 +9,8 @@
 
 #include "Korvid/Diagnostics.h"
 #include "testing/builtin_templates.h"
-#include "testing/framework_harness.h"
 #include "testing/file_bytes.h"
+#include "testing/framework_harness.h"
 
 namespace kv::testing {
 namespace {

@@ -16,11 +16,12 @@
 #include "dnn/face_descriptor.h"
 #include "dnn/face_detector.h"
 #include "graph/execute_memo.h"
-#include "nodes/face_output.h"
-#include "nodes/image_stats.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/face_output.h"
+#include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
+#include "nodes/node_types.h"
 
 namespace kv {
 
@@ -46,7 +47,7 @@ public:
             const ModelBlob& extra = models.at("face_extra_model_key");
             const auto parts = bundleParts(extra);
             if (!parts.empty() && (!parts.count("mesh") || !parts.count("iris"))) {
-                throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + extra.name + "\" lacks its mesh or iris network");
+                throw Error(Vantor::INVALID_MODEL, "model \"" + extra.name + "\" lacks its mesh or iris network");
             }
             auto meshNetwork = parts.empty() ? loadNetwork(models, "face_extra_model_key", FaceMesh::shape())
                                              : loadNetwork({{"mesh", parts.at("mesh")}}, "mesh", FaceMesh::shape());
@@ -60,7 +61,7 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const long maxNum = params.intOr("face_max_num", 5);
-        if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_max_num out of range");
+        if (maxNum < 1 || maxNum > 256) throw Error(Vantor::INVALID_NODE, "face_max_num out of range");
         auto out = std::make_unique<FaceOutput>();
         out->bgr = bgr;
         // The face nodes of a merged graph share the networks (same model bytes) and so
@@ -257,7 +258,7 @@ public:
         grid_ = static_cast<int>(paramOr(fs, "grid", 4));
         fs["model_version"] >> version_;
         if (cropSize_ < 16 || cropSize_ > 512 || grid_ < 1 || grid_ > 16 || cropSize_ / grid_ < 4) {
-            throw NodeFailure(Vantor::INVALID_MODEL, "face_verify parameters out of range");
+            throw Error(Vantor::INVALID_MODEL, "face_verify parameters out of range");
         }
     }
 

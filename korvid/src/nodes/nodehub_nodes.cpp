@@ -10,14 +10,16 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Vantor/SceneBuffers.h"
-#include "nodes/face_output.h"
-#include "nodes/image_stats.h"
 #include "dnn/object_labels.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/face_output.h"
+#include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
+#include "nodes/node_types.h"
 #include "nodes/qr_code_cue.h"
 #include "nodes/scene_evidence.h"
+#include "nodes/shared_objects.h"
 
 namespace kv {
 
@@ -70,21 +72,21 @@ public:
                 cv::Mat next;
                 if (code == 1) cv::cvtColor(m, next, cv::COLOR_BGR2RGB);
                 else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
-                else if (code != 0) throw NodeFailure(Vantor::INVALID_NODE, "unknown cvt_color_code");
+                else if (code != 0) throw Error(Vantor::INVALID_NODE, "unknown cvt_color_code");
                 if (code != 0) m = next;
             } else if (step == "resize") {
                 const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
-                if (w < 8 || h < 8 || w > 4096 || h > 4096) throw NodeFailure(Vantor::INVALID_NODE, "resize size out of range");
+                if (w < 8 || h < 8 || w > 4096 || h > 4096) throw Error(Vantor::INVALID_NODE, "resize size out of range");
                 cv::resize(m, m, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
                 cv::resize(view, view, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
             } else if (step == "data_convert") {
                 const long depth = params.intOr("data_convert_rtype", CV_32F);
-                if (depth < CV_8U || depth > CV_64F) throw NodeFailure(Vantor::INVALID_NODE, "unknown data_convert_rtype");
+                if (depth < CV_8U || depth > CV_64F) throw Error(Vantor::INVALID_NODE, "unknown data_convert_rtype");
                 cv::Mat next;
                 m.convertTo(next, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
                 m = next;
             } else {
-                throw NodeFailure(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
+                throw Error(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
             }
         }
         out->converted = m;
@@ -182,7 +184,7 @@ public:
         const auto parts = bundleParts(blob);
         if (!parts.empty()) {
             if (!parts.count("params") || !parts.count("network") || !parts.count("labels")) {
-                throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or labels");
+                throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or labels");
             }
             objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
             labels_ = ObjectLabels::parse(parts.at("labels"));
@@ -191,7 +193,7 @@ public:
         fs["feature_layout"] >> layout_;
         fs["feature_output"] >> featureName_;
         fs["score_output"] >> scoreName_;
-        if (layout_ != "stats1280" && layout_ != "hsv128") throw NodeFailure(Vantor::INVALID_MODEL, "unknown feature layout");
+        if (layout_ != "stats1280" && layout_ != "hsv128") throw Error(Vantor::INVALID_MODEL, "unknown feature layout");
         cv::FileNode classes = fs["class_statistic"];
         if (!classes.empty() && classes.type() == cv::FileNode::SEQ) {
             for (const auto& n : classes) cueOf_.push_back(static_cast<std::string>(n));
@@ -199,19 +201,19 @@ public:
         const SceneEvidence probe;
         double unused;
         for (const std::string& c : cueOf_) {
-            if (c != "none" && c != kQrCode && !sceneCue(c, probe, unused)) throw NodeFailure(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+            if (c != "none" && c != kQrCode && !sceneCue(c, probe, unused)) throw Error(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
         }
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         TensorOutput& tensor = inputAs<TensorOutput>(inputs, 0);
-        if (tensor.values.empty()) throw NodeFailure(Vantor::INVALID_NODE, "empty tensor");
+        if (tensor.values.empty()) throw Error(Vantor::INVALID_NODE, "empty tensor");
         auto out = std::make_unique<ScoresOutput>();
         std::vector<float> scores;
         const cv::Mat& image = tensor.original.empty() ? tensor.view : tensor.original;
         const SceneEvidence evidence = sceneEvidence(image, memo);
         std::vector<ObjectDetection> objects;
-        if (objects_) objects = objects_->detect(image, kMinObjectScore, memo);
+        if (objects_) objects = sharedObjects(*objects_, image, kMinObjectScore, memo);
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;
@@ -230,7 +232,7 @@ public:
         for (const std::string& name : wanted) {
             if (name == featureName_) out->tensors[name] = descriptor(tensor.view, layout_);
             else if (name == scoreName_ && !scoreName_.empty()) out->tensors[name] = scores;
-            else throw NodeFailure(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
+            else throw Error(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
         }
         return out;
     }
@@ -257,7 +259,7 @@ public:
         for (const auto& n : fs["class_rule"]) rules_.push_back(static_cast<std::string>(n));
         for (const std::string& r : rules_) {
             if (r != "people" && r != "couple" && r != "friend" && r != "family" && r != "none") {
-                throw NodeFailure(Vantor::INVALID_MODEL, "unknown relation rule \"" + r + "\"");
+                throw Error(Vantor::INVALID_MODEL, "unknown relation rule \"" + r + "\"");
             }
         }
     }
@@ -292,7 +294,7 @@ public:
         }
         auto out = std::make_unique<ScoresOutput>();
         for (const std::string& name : splitText(params.stringOr("output_names", output_), ':', true)) {
-            if (name != output_) throw NodeFailure(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
+            if (name != output_) throw Error(Vantor::INVALID_NODE, "the model has no output \"" + name + "\"");
             out->tensors[name] = logits;
         }
         return out;
@@ -308,7 +310,7 @@ std::vector<float> parseFloats(const std::string& text) {
     for (const std::string& item : splitText(text, ',')) {
         char* end = nullptr;
         float v = std::strtof(item.c_str(), &end);
-        if (end == item.c_str() || *end != '\0' || !std::isfinite(v)) throw NodeFailure(Vantor::INVALID_NODE, "bad threshold \"" + item + "\"");
+        if (end == item.c_str() || *end != '\0' || !std::isfinite(v)) throw Error(Vantor::INVALID_NODE, "bad threshold \"" + item + "\"");
         out.push_back(v);
     }
     return out;
@@ -321,16 +323,16 @@ public:
         const long numClasses = params.intOr("num_classes", 0);
         const std::string scoreName = params.stringOr("output_names", "");
         auto scores = in.tensors.find(scoreName);
-        if (scores == in.tensors.end()) throw NodeFailure(Vantor::INVALID_NODE, "no input tensor \"" + scoreName + "\"");
+        if (scores == in.tensors.end()) throw Error(Vantor::INVALID_NODE, "no input tensor \"" + scoreName + "\"");
         std::vector<float> conf = scores->second;
         if (numClasses <= 0 || static_cast<size_t>(numClasses) != conf.size()) {
-            throw NodeFailure(Vantor::INVALID_NODE, "num_classes does not match the scores");
+            throw Error(Vantor::INVALID_NODE, "num_classes does not match the scores");
         }
         // The labels are read from "class_labels" only.
         std::vector<std::string> labels = splitText(params.stringOr("class_labels", ""), ',');
         std::vector<float> thresholds = parseFloats(params.stringOr("class_thresholds", ""));
         if ((!labels.empty() && labels.size() != conf.size()) || (!thresholds.empty() && thresholds.size() != conf.size())) {
-            throw NodeFailure(Vantor::INVALID_NODE, "class labels or thresholds do not match num_classes");
+            throw Error(Vantor::INVALID_NODE, "class labels or thresholds do not match num_classes");
         }
         const long activation = params.intOr("do_soft_max", 0);
         if (activation == 1) {
@@ -368,7 +370,7 @@ public:
             const std::string featureName = params.stringOr("feature_name", "");
             auto feature = in.tensors.find(featureName);
             if (feature == in.tensors.end() || feature->second.size() != static_cast<size_t>(params.intOr("feature_dim", 0))) {
-                throw NodeFailure(Vantor::INVALID_NODE, "feature \"" + featureName + "\" missing or not feature_dim long");
+                throw Error(Vantor::INVALID_NODE, "feature \"" + featureName + "\" missing or not feature_dim long");
             }
             auto f = Glintcore::makeShared<Vantor::NHClassificationFeature>();
             f->features = Glintcore::PrimitiveVector<float>(feature->second.begin(), feature->second.end());

@@ -8,6 +8,7 @@
 
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/shared_objects.h"
 
 namespace kv {
 
@@ -57,7 +58,7 @@ cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
 void PetDetector::load(const ModelBlob& blob) {
     const auto parts = bundleParts(blob);
     if (!parts.empty() && (!parts.count("cascade") || !parts.count("network"))) {
-        throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
+        throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
     }
     const ModelBlob& cascade = parts.empty() ? blob : parts.at("cascade");
     loadCascade(cascade, cats_);
@@ -89,7 +90,7 @@ std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCoun
 std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* memo, bool faces) const {
     if (!objects_) return cascadeOnly(bgr);
     std::vector<PetDetection> pets;
-    for (const ObjectDetection& o : objects_->detect(bgr, kMinPetScore, memo)) {
+    for (const ObjectDetection& o : sharedObjects(*objects_, bgr, kMinPetScore, memo)) {
         if (o.cocoClass != kCocoCat && o.cocoClass != kCocoDog) continue;
         PetDetection pet;
         pet.type = o.cocoClass == kCocoCat ? 1 : 2;

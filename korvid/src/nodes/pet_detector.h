@@ -11,8 +11,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
 
-#include "graph/node.h"
 #include "dnn/object_detector.h"
+#include "graph/execute_memo.h"
+#include "model/model_blob.h"
 
 namespace kv {
 

@@ -13,13 +13,15 @@
 
 #include "Vantor/SegmentationBuffers.h"
 #include "dnn/person_segmenter.h"
-#include "nodes/pet_detector.h"
 #include "dnn/pose_estimator.h"
-#include "nodes/image_stats.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
+#include "nodes/node_types.h"
+#include "nodes/pet_detector.h"
 #include "nodes/pet_selection.h"
+#include "nodes/shared_objects.h"
 
 namespace kv {
 
@@ -46,7 +48,7 @@ SalientRegion salientRegion(const cv::Mat& small) {
     cv::cvtColor(small, s.gray, cv::COLOR_BGR2GRAY);
     cv::saliency::StaticSaliencySpectralResidual detector;
     cv::Mat map;
-    if (!detector.computeSaliency(s.gray, map)) throw NodeFailure(Vantor::INVALID_NODE, "saliency failed");
+    if (!detector.computeSaliency(s.gray, map)) throw Error(Vantor::INVALID_NODE, "saliency failed");
     cv::normalize(map, map, 0, 255, cv::NORM_MINMAX);
     map.convertTo(s.saliency, CV_8U);
     cv::Mat binary;
@@ -108,7 +110,7 @@ public:
         if (models.count("saliency_model_key")) {
             cv::FileStorage fs = openParams(models.at("saliency_model_key"), "saliency");
             side_ = static_cast<int>(paramOr(fs, "work_side", kWorkSide));
-            if (side_ < 32 || side_ > 1024) throw NodeFailure(Vantor::INVALID_MODEL, "saliency work_side out of range");
+            if (side_ < 32 || side_ > 1024) throw Error(Vantor::INVALID_MODEL, "saliency work_side out of range");
         }
     }
 
@@ -209,7 +211,7 @@ public:
         const ModelBlob& blob = models.at("matting_model_key");
         const auto parts = bundleParts(blob);
         if (!parts.empty() && (!parts.count("params") || !parts.count("network") || !parts.count("objects"))) {
-            throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or objects");
+            throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params, network or objects");
         }
         cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "matting");
         iterations_ = static_cast<int>(paramOr(fs, "iterations", 3));
@@ -221,13 +223,13 @@ public:
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const int iterations = static_cast<int>(params.intOr("matting_iterations", iterations_));
-        if (iterations < 1 || iterations > 20) throw NodeFailure(Vantor::INVALID_NODE, "matting_iterations out of range");
+        if (iterations < 1 || iterations > 20) throw Error(Vantor::INVALID_NODE, "matting_iterations out of range");
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat small = shrinkToFit(bgr, kWorkSide);
         cv::Mat mask;
         if (persons_) {
             // The network runs only when the detector finds a person.
-            const std::vector<ObjectDetection> objects = objects_->detect(bgr, kMinPersonScore, memo);
+            const std::vector<ObjectDetection> objects = sharedObjects(*objects_, bgr, kMinPersonScore, memo);
             const bool person = std::any_of(objects.begin(), objects.end(),
                                             [](const ObjectDetection& o) { return o.cocoClass == kCocoPerson && o.score >= kMinPersonScore; });
             if (person) mask = personMask(persons_->segment(bgr), objects, bgr.size(), small.size());
@@ -260,7 +262,7 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const long maxNum = params.intOr("face_pet_detect_max_num", 5);
-        if (maxNum < 1 || maxNum > 256) throw NodeFailure(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
+        if (maxNum < 1 || maxNum > 256) throw Error(Vantor::INVALID_NODE, "face_pet_detect_max_num out of range");
         // Matting seeds GrabCut with the detector's box alone: cat faces only without one.
         const bool matting = imageMode(params) != 1;
         std::vector<PetDetection> pets = onePetPerAnimal(pets_.detect(bgr, kMaxPets, memo, !matting));
@@ -332,7 +334,7 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         const long maxCount = params.intOr("skeleton_body_max_count", 2);
-        if (maxCount < 1 || maxCount > 64) throw NodeFailure(Vantor::INVALID_NODE, "skeleton_body_max_count out of range");
+        if (maxCount < 1 || maxCount > 64) throw Error(Vantor::INVALID_NODE, "skeleton_body_max_count out of range");
         auto out = std::make_unique<BufferOutput<Vantor::SkeletonBuffer>>(typeList(AlgorithmType::Skeleton));
         out->buffer->isExecuted = true;
         out->buffer->sourceWidth = bgr.cols;

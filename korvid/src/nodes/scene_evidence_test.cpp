@@ -1,7 +1,7 @@
 // The scene evidence on drawn scenes whose answer is known: a label needs its region in
 // its place, and no cue claims certainty.
-#include "nodes/scene_evidence.h"
 #include "nodes/qr_code_cue.h"
+#include "nodes/scene_evidence.h"
 
 #include <map>
 

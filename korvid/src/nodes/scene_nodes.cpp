@@ -9,13 +9,15 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Vantor/SceneBuffers.h"
-#include "nodes/face_output.h"
 #include "dnn/object_detector.h"
-#include "nodes/image_stats.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/face_output.h"
+#include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
+#include "nodes/node_types.h"
 #include "nodes/scene_evidence.h"
+#include "nodes/shared_objects.h"
 
 namespace kv {
 
@@ -75,11 +77,11 @@ LabelSet sceneLabels(const NodeParams& params) {
     const SceneEvidence probe;
     double unused;
     for (const std::string& l : set.labels) {
-        if (!sceneCue(l, probe, unused)) throw NodeFailure(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
+        if (!sceneCue(l, probe, unused)) throw Error(Vantor::INVALID_NODE, "unknown scene label \"" + l + "\"");
     }
     std::vector<std::string> thresholds = splitText(params.stringOr("scene_thresholds", ""), ',');
     if (!thresholds.empty() && thresholds.size() != set.labels.size()) {
-        throw NodeFailure(Vantor::INVALID_NODE, "scene_thresholds and scene_labels differ in length");
+        throw Error(Vantor::INVALID_NODE, "scene_thresholds and scene_labels differ in length");
     }
     for (size_t i = 0; i < set.labels.size(); ++i) {
         float t = 0.5f;
@@ -87,7 +89,7 @@ LabelSet sceneLabels(const NodeParams& params) {
             char* end = nullptr;
             t = std::strtof(thresholds[i].c_str(), &end);
             if (end == thresholds[i].c_str() || *end != '\0' || !std::isfinite(t)) {
-                throw NodeFailure(Vantor::INVALID_NODE, "bad scene threshold \"" + thresholds[i] + "\"");
+                throw Error(Vantor::INVALID_NODE, "bad scene threshold \"" + thresholds[i] + "\"");
             }
         }
         set.thresholds.push_back(t);
@@ -111,7 +113,7 @@ public:
             return;
         }
         if (!parts.count("params") || !parts.count("network")) {
-            throw NodeFailure(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params or network");
+            throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its params or network");
         }
         openParams(parts.at("params"), "scene");
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
@@ -150,7 +152,7 @@ protected:
         std::vector<double> values;
         for (const std::string& label : set.labels) {
             double v = 0;
-            if (label == "people") v = objects_ ? peopleCue(objects_->detect(bgr, kMinPersonScore, memo), bgr) : 0.0;
+            if (label == "people") v = objects_ ? peopleCue(sharedObjects(*objects_, bgr, kMinPersonScore, memo), bgr) : 0.0;
             else sceneCue(label, evidence, v);
             values.push_back(v);
         }
@@ -239,7 +241,7 @@ public:
         cv::FileStorage fs = openParams(requireModel(models, "model_name"), "similarity");
         std::string hash;
         fs["hash"] >> hash;
-        if (hash != "phash") throw NodeFailure(Vantor::INVALID_MODEL, "unsupported similarity hash \"" + hash + "\"");
+        if (hash != "phash") throw Error(Vantor::INVALID_MODEL, "unsupported similarity hash \"" + hash + "\"");
     }
 
     // The feature is the 64-bit DCT perceptual hash (8 bytes); similarity is pairwise, so

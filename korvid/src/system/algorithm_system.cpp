@@ -11,6 +11,8 @@
 
 #include "graph/execute_counter.h"
 #include "graph/graph_definition.h"
+#include "graph/graph_wiring.h"
+#include "nodes/node_types.h"
 #include "system/image_input.h"
 
 namespace kv {
@@ -86,14 +88,14 @@ void OpenAlgorithmSystem::keepModel(LoadedNode& node, ModelSet& models, const st
     models[key] = ModelBlob{model.name, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), &networks_};
 }
 
-VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models) {
+void OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models) {
     size_t wanted = 0;
     for (const auto& [key, value] : node.params.strings) wanted += isModelParameter(key) ? 1 : 0;
     const std::map<std::string, std::string> defaults = node.node != nullptr ? node.node->defaultModels() : std::map<std::string, std::string>();
     node.models.reserve(wanted + defaults.size());
     for (const auto& [key, value] : node.params.strings) {
         if (!isModelParameter(key)) continue;
-        if (finder_ == nullptr) return fail(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
+        if (finder_ == nullptr) throw Error(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
         VantorAlgorithmModel model;
         model.name = value;
         bool found = finder_->findResource(model);
@@ -104,13 +106,13 @@ VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& m
             event.type = MODEL_EVENT_LOAD_FAILED;
             event.code = INVALID_MODEL;
             finder_->reportEvent(event);
-            return fail(INVALID_MODEL, "model \"" + value + "\" of node \"" + node.name + "\" not found");
+            throw Error(INVALID_MODEL, "model \"" + value + "\" of node \"" + node.name + "\" not found");
         }
         keepModel(node, models, key, model);
     }
     // The node's own defaults under keys the graph left unnamed: the graph named nothing, so
     // nothing it named is missing when the finder cannot deliver one.
-    if (finder_ == nullptr) return NO_ERROR;
+    if (finder_ == nullptr) return;
     for (const auto& [key, name] : defaults) {
         if (models.count(key)) continue;
         VantorAlgorithmModel model;
@@ -121,91 +123,26 @@ VantorErrorCode OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& m
         }
         keepModel(node, models, key, model);
     }
-    return NO_ERROR;
 }
 
-VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
-    GraphSpec spec;
-    std::string error;
-    if (!parseGraphSpec(graphJson, spec, error)) return fail(INVALID_GRAPH, error);
-
-    std::map<std::string, size_t> index;
-    std::vector<LoadedNode> declared(spec.nodes.size());
-    for (size_t i = 0; i < spec.nodes.size(); ++i) {
-        NodeSpec& n = spec.nodes[i];
-        if (!index.emplace(n.name, i).second) return fail(INVALID_GRAPH, "duplicate node name \"" + n.name + "\"");
-        const NodeType* type = findNodeType(n.type);
-        if (type == nullptr) return fail(INVALID_GRAPH, "unknown node type \"" + n.type + "\"");
-        declared[i].name = n.name;
-        declared[i].type = type;
-        declared[i].params = std::move(n.params);
-        declared[i].slotSources.assign(type->inputs.size(), -1);
-    }
-    for (const LinkSpec& l : spec.links) {
-        auto from = index.find(l.fromNode), to = index.find(l.toNode);
-        if (from == index.end() || to == index.end()) {
-            return fail(INVALID_GRAPH, "link between \"" + l.fromNode + "\" and \"" + l.toNode + "\" names a missing node");
-        }
-        LoadedNode& src = declared[from->second];
-        LoadedNode& dst = declared[to->second];
-        if (l.fromIndex != 0 || src.type->output == Port::None) {
-            return fail(INVALID_GRAPH, "node \"" + src.name + "\" has no output " + std::to_string(l.fromIndex));
-        }
-        if (l.toIndex < 0 || l.toIndex >= static_cast<int64_t>(dst.slotSources.size())) {
-            return fail(INVALID_GRAPH, "node \"" + dst.name + "\" has no input slot " + std::to_string(l.toIndex));
-        }
-        const size_t slot = static_cast<size_t>(l.toIndex);
-        if (dst.slotSources[slot] != -1) {
-            return fail(INVALID_GRAPH, "input slot " + std::to_string(slot) + " of \"" + dst.name + "\" is linked twice");
-        }
-        if (dst.type->inputs[slot].accepts != src.type->output) {
-            return fail(INVALID_GRAPH, "\"" + src.name + "\" cannot feed slot " + std::to_string(slot) + " of \"" + dst.name + "\"");
-        }
-        dst.slotSources[slot] = static_cast<int>(from->second);
-    }
-    for (const LoadedNode& n : declared) {
-        for (size_t s = 0; s < n.slotSources.size(); ++s) {
-            if (n.type->inputs[s].required && n.slotSources[s] == -1) {
-                return fail(INVALID_GRAPH, "input slot " + std::to_string(s) + " of \"" + n.name + "\" is not linked");
-            }
-        }
-    }
-
-    // Dependency order (Kahn); declaration order among nodes that are ready together.
-    std::vector<size_t> order;
-    std::vector<bool> placed(declared.size(), false);
-    while (order.size() < declared.size()) {
-        bool progress = false;
-        for (size_t i = 0; i < declared.size(); ++i) {
-            if (placed[i]) continue;
-            bool ready = true;
-            for (int src : declared[i].slotSources) ready = ready && (src == -1 || placed[static_cast<size_t>(src)]);
-            if (!ready) continue;
-            placed[i] = true;
-            order.push_back(i);
-            progress = true;
-        }
-        if (!progress) return fail(INVALID_GRAPH, "graph has a cycle");
-    }
-    std::vector<int> position(declared.size());
-    for (size_t k = 0; k < order.size(); ++k) position[order[k]] = static_cast<int>(k);
-    nodes_.reserve(declared.size());
-    for (size_t k : order) {
-        LoadedNode& n = declared[k];
-        for (int& src : n.slotSources) {
-            if (src != -1) {
-                n.upstreamTypes.push_back(declared[static_cast<size_t>(src)].type->name);
-                src = position[static_cast<size_t>(src)];
-            }
-        }
+void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
+    GraphSpec spec = parseGraphSpec(graphJson);
+    std::vector<WiredNode> wired = wireGraph(spec, findNodeType);
+    nodes_.reserve(wired.size());
+    for (WiredNode& w : wired) {
+        LoadedNode n;
+        n.name = spec.nodes[w.declared].name;
+        n.type = w.type;
+        n.params = std::move(spec.nodes[w.declared].params);
+        n.slotSources = std::move(w.slotSources);
+        n.upstreamTypes = std::move(w.upstreamTypes);
         nodes_.push_back(std::move(n));
     }
 
     for (LoadedNode& n : nodes_) {
         if (n.type->create != nullptr) n.node = n.type->create();
         ModelSet models;
-        VantorErrorCode code = acquireModels(n, models);
-        if (code != NO_ERROR) return code;
+        acquireModels(n, models);
         if (n.node == nullptr) {
             releaseModels(n);
             continue;
@@ -214,17 +151,16 @@ VantorErrorCode OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         n.node->memo = &memo_;
         try {
             n.node->load(n.params, models);
-        } catch (const NodeFailure& e) {
-            return fail(e.code, "node \"" + n.name + "\": " + e.what());
+        } catch (const Error& e) {
+            throw Error(e.code, "node \"" + n.name + "\": " + e.what());
         } catch (const cv::Exception& e) {
-            return fail(INVALID_MODEL, "node \"" + n.name + "\": " + e.what());
+            throw Error(INVALID_MODEL, "node \"" + n.name + "\": " + e.what());
         }
         // A loaded node keeps what it needs (parsed parameters, networks in the cache), so its
         // model blocks go back to the finder now rather than with the graph: a graph of every
         // kind would otherwise hold some 180 MB of file copies it never reads again.
         releaseModels(n);
     }
-    return NO_ERROR;
 }
 
 VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
@@ -235,7 +171,12 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
     } else {
         try {
             networks_.startLoad();
-            code = buildGraph(graphJson);
+            try {
+                buildGraph(graphJson);
+                code = NO_ERROR;
+            } catch (const Error& e) {
+                code = fail(e.code, e.what());
+            }
             networks_.trim();
         } catch (const std::bad_alloc&) {
             code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
@@ -330,8 +271,11 @@ VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, 
     if (!any) return fail(INVALID_TYPE, "the graph does not produce type " + std::to_string(type));
 
     cv::Mat image;
-    std::string error;
-    if (toUprightBgr(input, image, error) != NO_ERROR) return fail(INVALID_FORMAT, error);
+    try {
+        image = toUprightBgr(input);
+    } catch (const Error& e) {
+        return fail(e.code, e.what());
+    }
 
     VantorErrorCode code = NO_ERROR;
     const bool timing = std::getenv("KORVID_NODE_TIMES") != nullptr;
@@ -351,7 +295,7 @@ VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, 
                 const auto start = std::chrono::steady_clock::now();
                 n.output = n.node->run(n.params, inputs);
                 if (timing) reportNodeTime(n.name, n.type->name, start);
-            } catch (const NodeFailure& e) {
+            } catch (const Error& e) {
                 code = fail(e.code, "node \"" + n.name + "\": " + e.what());
             } catch (const cv::Exception& e) {
                 code = fail(INVALID_NODE, "node \"" + n.name + "\": " + e.what());

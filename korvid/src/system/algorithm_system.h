@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "Vantor/VantorAlgorithmSystem.h"
-#include "model/network.h"
 #include "graph/execute_memo.h"
-#include "system/framework_config.h"
 #include "graph/node.h"
+#include "model/network.h"
+#include "system/framework_config.h"
 
 namespace kv {
 
@@ -62,8 +62,9 @@ private:
 
     Vantor::VantorErrorCode initFromText(const char* data, size_t length);
     Vantor::VantorErrorCode fail(Vantor::VantorErrorCode code, const std::string& message);
-    Vantor::VantorErrorCode buildGraph(const std::string& graphJson);
-    Vantor::VantorErrorCode acquireModels(LoadedNode& node, ModelSet& models);
+    // Both throw Error; what they acquired stays in nodes_ for releaseGraph.
+    void buildGraph(const std::string& graphJson);
+    void acquireModels(LoadedNode& node, ModelSet& models);
     // Hands the node's model blocks back to the finder (reported as released).
     void releaseModels(LoadedNode& node);
     void keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const Vantor::VantorAlgorithmModel& model);

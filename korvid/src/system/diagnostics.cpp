@@ -1,12 +1,12 @@
 #include "Korvid/Diagnostics.h"
 
 #include "graph/execute_counter.h"
+#include "model/network_reads.h"
 
 namespace kv {
 
 std::atomic<int> ExecuteCounter::current{0};
 std::atomic<int> ExecuteCounter::maximum{0};
-std::atomic<long> networkReads{0};
 
 ExecuteCounter::ExecuteCounter() {
     int now = current.fetch_add(1) + 1;

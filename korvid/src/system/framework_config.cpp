@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "graph/json.h"
+#include "model/error.h"
 
 namespace kv {
 
@@ -47,8 +48,10 @@ bool parseFault(const JsonValue& v, Fault& fault) {
 bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out, std::string& error) {
     out = FrameworkConfig();
     JsonValue root;
-    if (!parseJson(data, length, root, error)) {
-        error = "configuration: " + error;
+    try {
+        root = parseJson(data, length, Vantor::INVALID_CONFIG, "configuration");
+    } catch (const Error& e) {
+        error = e.what();
         return false;
     }
     if (!root.isObject()) {

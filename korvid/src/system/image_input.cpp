@@ -5,6 +5,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "Vantor/VantorErrorCode.h"
+#include "model/error.h"
 
 namespace kv {
 
@@ -27,10 +28,7 @@ bool isYuv(int32_t format) {
            format == Vantor::PIXEL_FORMAT_I420;
 }
 
-int fail(std::string& error, const std::string& what) {
-    error = what;
-    return Vantor::INVALID_FORMAT;
-}
+[[noreturn]] void refuse(const std::string& what) { throw Error(Vantor::INVALID_FORMAT, what); }
 
 // Packs the planes of a YUV image into one continuous block of width x height*3/2.
 cv::Mat packYuv(const Vantor::VantorImageBuffer& img, uint64_t stride) {
@@ -54,36 +52,35 @@ cv::Mat packYuv(const Vantor::VantorImageBuffer& img, uint64_t stride) {
 
 }  // namespace
 
-int toUprightBgr(const Vantor::VantorAlgorithmInput& input, cv::Mat& out, std::string& error) {
+cv::Mat toUprightBgr(const Vantor::VantorAlgorithmInput& input) {
     const auto* img = dynamic_cast<const Vantor::VantorImageBuffer*>(&input);
-    if (img == nullptr || input.type != Vantor::INPUT_TYPE_IMAGE) return fail(error, "input is not an image buffer");
+    if (img == nullptr || input.type != Vantor::INPUT_TYPE_IMAGE) refuse("input is not an image buffer");
     if (img->width <= 0 || img->height <= 0 || img->width > kMaxImageSide || img->height > kMaxImageSide) {
-        return fail(error, "image size out of range");
+        refuse("image size out of range");
     }
     if (img->format < Vantor::PIXEL_FORMAT_AUTO || img->format > Vantor::PIXEL_FORMAT_ARGB8888) {
-        return fail(error, "unknown pixel format " + std::to_string(img->format));
+        refuse("unknown pixel format " + std::to_string(img->format));
     }
     if (img->rotation < Vantor::ROTATION_0 || img->rotation > Vantor::ROTATION_270) {
-        return fail(error, "unknown rotation " + std::to_string(img->rotation));
+        refuse("unknown rotation " + std::to_string(img->rotation));
     }
-    if (img->data == nullptr) return fail(error, "image has no data");
+    if (img->data == nullptr) refuse("image has no data");
     const uint64_t w = static_cast<uint64_t>(img->width), h = static_cast<uint64_t>(img->height);
     const uint64_t rowBytes = w * static_cast<uint64_t>(bytesPerPixel(img->format));
-    if (img->stride < 0) return fail(error, "negative stride");
+    if (img->stride < 0) refuse("negative stride");
     const uint64_t stride = img->stride == 0 ? rowBytes : static_cast<uint64_t>(img->stride);
-    if (stride < rowBytes) return fail(error, "stride shorter than a row");
+    if (stride < rowBytes) refuse("stride shorter than a row");
     uint64_t needed;
     if (isYuv(img->format)) {
-        if (w % 2 != 0 || h % 2 != 0) return fail(error, "YUV images need an even width and height");
+        if (w % 2 != 0 || h % 2 != 0) refuse("YUV images need an even width and height");
         needed = img->format == Vantor::PIXEL_FORMAT_I420 ? stride * h + 2 * (stride / 2) * (h / 2)
                                                            : stride * h + stride * (h / 2);
-        if (img->format == Vantor::PIXEL_FORMAT_I420 && stride / 2 < w / 2) return fail(error, "chroma stride too short");
+        if (img->format == Vantor::PIXEL_FORMAT_I420 && stride / 2 < w / 2) refuse("chroma stride too short");
     } else {
         needed = stride * (h - 1) + rowBytes;
     }
     if (img->dataLength < needed) {
-        return fail(error, "image data holds " + std::to_string(img->dataLength) + " bytes, " +
-                               std::to_string(needed) + " needed");
+        refuse("image data holds " + std::to_string(img->dataLength) + " bytes, " + std::to_string(needed) + " needed");
     }
 
     const int iw = img->width, ih = img->height;
@@ -123,13 +120,14 @@ int toUprightBgr(const Vantor::VantorAlgorithmInput& input, cv::Mat& out, std::s
             cv::cvtColor(packYuv(*img, stride), bgr, cv::COLOR_YUV2BGR_I420);
             break;
     }
+    cv::Mat out;
     switch (img->rotation) {
         case Vantor::ROTATION_90: cv::rotate(bgr, out, cv::ROTATE_90_CLOCKWISE); break;
         case Vantor::ROTATION_180: cv::rotate(bgr, out, cv::ROTATE_180); break;
         case Vantor::ROTATION_270: cv::rotate(bgr, out, cv::ROTATE_90_COUNTERCLOCKWISE); break;
         default: out = bgr; break;
     }
-    return Vantor::NO_ERROR;
+    return out;
 }
 
 }  // namespace kv

@@ -23,8 +23,8 @@ namespace kv {
 
 constexpr int kMaxImageSide = 16384;
 
-// Returns NO_ERROR and the upright image, or INVALID_FORMAT with a description when the
-// input is not an image, a value is out of range, or data is shorter than needed.
-int toUprightBgr(const Vantor::VantorAlgorithmInput& input, cv::Mat& out, std::string& error);
+// The upright image. Throws Error(INVALID_FORMAT) with a description when the input is not
+// an image, a value is out of range, or data is shorter than needed.
+cv::Mat toUprightBgr(const Vantor::VantorAlgorithmInput& input);
 
 }  // namespace kv

@@ -1,4 +1,4 @@
-#include "graph/node.h"
+#include "nodes/node_types.h"
 
 namespace kv {
 
@@ -15,12 +15,6 @@ const NodeType* findNodeType(const std::string& name) {
         if (name == t.name) return &t;
     }
     return nullptr;
-}
-
-const ModelBlob& requireModel(const ModelSet& models, const std::string& key) {
-    auto it = models.find(key);
-    if (it == models.end()) throw NodeFailure(Vantor::INVALID_GRAPH, "no model named by \"" + key + "\"");
-    return it->second;
 }
 
 }  // namespace kv
