@@ -1,6 +1,7 @@
 // Wiring a graph definition: each node's type looked up, each link checked against the
 // slots of the nodes it joins, and the nodes put in dependency order (every node after the
-// nodes feeding it; declaration order among nodes that are ready together).
+// nodes feeding it; declaration order among nodes that are ready together). Pure functions
+// of their arguments, thread-safe.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // The node types of the open framework: the image producer and the families of analysis
-// nodes, gathered in one table.
+// nodes, gathered in one table, built on first use (thread-safe) and never changed.
 #pragma once
 
 #include <string>
