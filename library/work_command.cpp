@@ -19,6 +19,7 @@
 #include "library/batch_runner.h"
 #include "library/image_io.h"
 #include "library/job_queue.h"
+#include "library/job_threads.h"
 #include "library/staging_cache.h"
 #include "vantor/md5.h"
 #include "vantor/vantor_system.h"
@@ -296,6 +297,7 @@ int runWork(const WorkOptions& options, std::ostream& out, std::ostream& err) {
     std::atomic<bool> broken{false};
     StopOnSignal stopOnSignal;
     const auto start = std::chrono::steady_clock::now();
+    setThreadsForJobs(options.jobs);
     try {
         LeaseKeeper keeper(options.store, options.leaseSeconds, err);
         std::vector<std::unique_ptr<WorkThread>> workers;

@@ -1,7 +1,6 @@
 #include "tools/vqfe/extract_command.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -19,6 +18,8 @@
 #include "encoding/message_json.h"
 #include "extractor/extractor.h"
 #include "library/batch_runner.h"
+#include "tools/vqfe/batch_claims.h"
+#include "library/job_threads.h"
 #include "tools/vqfe/annotate.h"
 #include "vantor/graph_merge.h"
 #include "library/image_io.h"
@@ -29,9 +30,6 @@
 
 namespace vqfe {
 namespace {
-
-// Images per request: one graph load serves the whole batch.
-constexpr size_t kBatchSize = 16;
 
 using VQFeature::CacheAdapter;
 
@@ -128,6 +126,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
 
     const AnalysisSetup setup{options.kinds, options.modelDir, options.frameworkConfig};
     const int jobs = std::max(1, std::min<int>(options.jobs, static_cast<int>(files.size())));
+    setThreadsForJobs(jobs);
     std::vector<std::unique_ptr<BatchRunner>> workers;
     for (int j = 0; j < jobs; ++j) {
         workers.push_back(std::make_unique<BatchRunner>(setup, graph, store));
@@ -142,10 +141,9 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     Progress progress(files.size());
     Summary summary;
     std::mutex outputMutex;
-    std::atomic<size_t> next{0};
+    BatchClaims claims(files.size(), jobs);
     auto work = [&](BatchRunner& worker) {
-        for (size_t first = next.fetch_add(kBatchSize); first < files.size(); first = next.fetch_add(kBatchSize)) {
-            const size_t last = std::min(files.size(), first + kBatchSize);
+        for (size_t first = 0, last = 0; claims.next(&first, &last);) {
             std::vector<ImageOutcome> outcomes;
             outcomes.reserve(last - first);
             for (size_t i = first; i < last; ++i) {

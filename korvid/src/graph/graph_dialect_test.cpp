@@ -6,6 +6,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <opencv2/core/utility.hpp>
 
 #include "testing/builtin_templates.h"
 #include "testing/framework_harness.h"
@@ -118,9 +119,20 @@ TEST(FrameworkConfiguration, AcceptsObjectsAndValidFaults) {
     for (const char* bad : {"", "[]", "null", "1", "{", "{}x", R"({"faults":[]})", R"({"faults":{"x":{"execute":4}}})",
                             R"({"faults":{"25":{"execute":"4"}}})", R"({"faults":{"25":{"result":0}}})",
                             R"({"faults":{"25":{"throw":1}}})", R"({"faults":{"25":{}}})",
-                            R"({"faults":{"25":{"execute":4,"result":null}}})", R"({"faults":{"99999999999":{"execute":4}}})"}) {
+                            R"({"faults":{"25":{"execute":4,"result":null}}})", R"({"faults":{"99999999999":{"execute":4}}})",
+                            R"({"threads":0})", R"({"threads":-2})", R"({"threads":1.5})", R"({"threads":"2"})",
+                            R"({"threads":1025})"}) {
         EXPECT_EQ(init(bad), INVALID_CONFIG) << bad;
     }
+    // "threads" sets OpenCV's process-wide thread count; without it the setting stays.
+    const int threads = cv::getNumThreads();
+    EXPECT_EQ(init(R"({"threads":1})"), NO_ERROR);
+    EXPECT_EQ(cv::getNumThreads(), 1);
+    EXPECT_EQ(init(R"({"threads":3})"), NO_ERROR);
+    EXPECT_EQ(cv::getNumThreads(), 3);
+    EXPECT_EQ(init("{}"), NO_ERROR);
+    EXPECT_EQ(cv::getNumThreads(), 3);
+    cv::setNumThreads(threads);
     VantorAlgorithmSystem* s = VantorAlgorithmFactory::CreateAlgorithmSystem();
     EXPECT_EQ(s->initFromMemory(false, nullptr, 3), INVALID_CONFIG);
     EXPECT_EQ(s->initFromMemory(false, static_cast<char*>(std::malloc(4)), -1), INVALID_CONFIG);

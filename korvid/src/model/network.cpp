@@ -24,24 +24,40 @@ std::string shapeKey(const NetworkShape& shape) {
 
 }  // namespace
 
-std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
-    if (names_.empty()) {
-        for (const auto& output : shape_.outputs) names_.push_back(output.first);
-    }
-    net_.setInput(blob);
-    std::vector<cv::Mat> outs;
-    net_.forward(outs, names_);
-    return outs;
+namespace {
+
+std::vector<std::string> outputNames(const NetworkShape& shape) {
+    std::vector<std::string> names;
+    for (const auto& output : shape.outputs) names.push_back(output.first);
+    return names;
 }
 
-size_t Network::weightBytes() const {
+size_t weightsOf(const cv::dnn::Net& net, const NetworkShape& shape) {
     size_t weights = 0, blobs = 0;
     try {
-        net_.getMemoryConsumption(shape_.inputShape, weights, blobs);
+        net.getMemoryConsumption(shape.inputShape, weights, blobs);
     } catch (const cv::Exception&) {
         return 0;
     }
     return weights;
+}
+
+}  // namespace
+
+Network::Network(cv::dnn::Net net, NetworkShape shape, const uint8_t* bytes, size_t size, size_t weightBytes)
+    : net_(std::move(net)),
+      shape_(std::move(shape)),
+      names_(outputNames(shape_)),
+      bytes_(bytes, bytes + size),
+      weightBytes_(weightBytes) {}
+
+std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    net_.setInput(blob);
+    std::vector<cv::Mat> outs;
+    net_.forward(outs, names_);
+    for (cv::Mat& out : outs) out = out.clone();
+    return outs;
 }
 
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape) {
@@ -61,10 +77,10 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
     if (net.empty()) refuse(blob, "is an empty network");
     net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
-    auto network = std::make_shared<Network>(std::move(net), shape);
     std::vector<cv::Mat> outs;
     try {
-        outs = network->forward(cv::Mat(shape.inputShape, CV_32F, cv::Scalar(0)));
+        net.setInput(cv::Mat(shape.inputShape, CV_32F, cv::Scalar(0)));
+        net.forward(outs, outputNames(shape));
     } catch (const cv::Exception& e) {
         refuse(blob, std::string("does not run: ") + e.what());
     }
@@ -74,7 +90,8 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
             refuse(blob, "gives output \"" + shape.outputs[i].first + "\" of another shape");
         }
     }
-    return network;
+    const size_t weights = weightsOf(net, shape);
+    return std::make_shared<Network>(std::move(net), shape, blob.data, blob.size, weights);
 }
 
 namespace {
@@ -96,20 +113,62 @@ uint64_t fingerprint(const uint8_t* data, size_t size) {
     return h;
 }
 
+bool sameBytes(const Network& network, const ModelBlob& blob) {
+    const std::vector<uint8_t>& bytes = network.bytes();
+    return bytes.size() == blob.size && std::memcmp(bytes.data(), blob.data, blob.size) == 0;
+}
+
+// The networks systems of the process hold, by fingerprint and shape; expired ones are
+// dropped whenever a network is added.
+struct ProcessNetworks {
+    std::mutex mutex;
+    std::multimap<std::pair<uint64_t, std::string>, std::weak_ptr<Network>> entries;
+};
+
+ProcessNetworks& processNetworks() {
+    static ProcessNetworks networks;
+    return networks;
+}
+
 }  // namespace
+
+std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape& shape) {
+    if (blob.data == nullptr) refuse(blob, "is empty");
+    ProcessNetworks& shared = processNetworks();
+    auto key = std::make_pair(fingerprint(blob.data, blob.size), shapeKey(shape));
+    // Held while a network is read, so that systems loading the same graph at once read it once.
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    auto [first, last] = shared.entries.equal_range(key);
+    for (auto it = first; it != last; ++it) {
+        if (auto network = it->second.lock(); network && sameBytes(*network, blob)) return network;
+    }
+    auto network = readNetwork(blob, shape);
+    for (auto it = shared.entries.begin(); it != shared.entries.end();) {
+        it = it->second.expired() ? shared.entries.erase(it) : std::next(it);
+    }
+    shared.entries.emplace(std::move(key), network);
+    return network;
+}
+
+size_t sharedNetworkCount() {
+    ProcessNetworks& shared = processNetworks();
+    std::lock_guard<std::mutex> lock(shared.mutex);
+    size_t count = 0;
+    for (const auto& entry : shared.entries) count += entry.second.expired() ? 0 : 1;
+    return count;
+}
 
 std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
     auto key = std::make_pair(fingerprint(blob.data, blob.size), shapeKey(shape));
     auto [first, last] = entries_.equal_range(key);
-    auto it = std::find_if(first, last, [&blob](const auto& e) {
-        return e.second.bytes.size() == blob.size && std::memcmp(e.second.bytes.data(), blob.data, blob.size) == 0;
-    });
+    auto it = std::find_if(first, last, [&blob](const auto& e) { return sameBytes(*e.second.network, blob); });
     if (it == last) {
-        Entry entry{std::vector<uint8_t>(blob.data, blob.data + blob.size), readNetwork(blob, shape), 0, 0};
+        Entry entry{sharedNetwork(blob, shape), 0, 0};
         // Without a figure from OpenCV the weights count as much as the bytes again.
+        const size_t bytes = entry.network->bytes().size();
         const size_t weights = entry.network->weightBytes();
-        entry.cost = entry.bytes.size() + (weights != 0 ? weights : entry.bytes.size());
+        entry.cost = bytes + (weights != 0 ? weights : bytes);
         it = entries_.emplace(std::move(key), std::move(entry));
         cost_ += it->second.cost;
     }

@@ -1,12 +1,15 @@
 // Pretrained networks of the open framework: ONNX files (converted at build time from the
 // networks' TF.js graph models) read from the bytes the resource finder delivers, checked
-// against what the reading node expects, and kept per framework system by content digest so
-// that a graph reloaded with the same model bytes reuses its networks.
+// against what the reading node expects, and kept per framework system by content so that
+// a graph reloaded with the same model bytes reuses its networks. Every system of a process
+// that loads the same bytes for the same shape gets the same network: a process running
+// several systems side by side holds each network's weights and buffers once.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -24,22 +27,30 @@ struct NetworkShape {
     std::vector<std::pair<std::string, size_t>> outputs;
 };
 
-// A loaded network and the shape it passed. forward() runs it on an NCHW float blob and
-// returns the outputs in the shape's order. Not thread-safe (one system, one thread).
+// A loaded network, the shape it passed and the bytes it was read from. forward() runs it
+// on an NCHW float blob and returns the outputs in the shape's order. Thread-safe: a
+// network may be shared by the systems of several threads. OpenCV's Net keeps the blobs of
+// a run inside itself, so forward() runs under the network's lock and returns copies of
+// the outputs, which the next run (of any thread) would otherwise overwrite.
 class Network {
 public:
-    Network(cv::dnn::Net net, NetworkShape shape) : net_(std::move(net)), shape_(std::move(shape)) {}
+    // net has passed its check; weightBytes is what OpenCV reports of its weights.
+    Network(cv::dnn::Net net, NetworkShape shape, const uint8_t* bytes, size_t size, size_t weightBytes);
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
+    const std::vector<uint8_t>& bytes() const { return bytes_; }
     // Bytes of the weights OpenCV holds (0 when it cannot tell). Its figure for the layer
     // buffers counts every buffer apart (tens of MB for the face detector) while they are
     // shared in fact, so it is left out.
-    size_t weightBytes() const;
+    size_t weightBytes() const { return weightBytes_; }
 
 private:
+    std::mutex mutex_;  // guards net_
     cv::dnn::Net net_;
-    NetworkShape shape_;
-    std::vector<std::string> names_;
+    const NetworkShape shape_;
+    const std::vector<std::string> names_;
+    const std::vector<uint8_t> bytes_;
+    const size_t weightBytes_;
 };
 
 // Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
@@ -48,11 +59,13 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
 
 // Networks by content (and shape: the same bytes read for another shape are checked again).
 // A lookup hashes the size and both ends of the bytes, then compares the whole content with
-// a copy kept of each network's bytes: a different network never passes for a cached one,
+// the bytes each network keeps: a different network never passes for a cached one,
 // and a reload costs a comparison of the bytes (memory speed) instead of a cryptographic
 // digest of them. Networks stay after a graph that did not use them is loaded, so that an
 // app alternating kinds reads none again; trim() drops the least recently used ones beyond
-// the budget (each counted as its kept bytes plus the weights OpenCV holds).
+// the budget (each counted as its kept bytes plus the weights OpenCV holds). A network not
+// in the cache is taken from the process's networks (sharedNetwork) before it is read.
+// One system, one thread: the cache itself takes no lock.
 class NetworkCache {
 public:
     // Holds every default network at once (ten networks, 146 MB counted so) with room to spare.
@@ -68,7 +81,6 @@ public:
 
 private:
     struct Entry {
-        std::vector<uint8_t> bytes;
         std::shared_ptr<Network> network;
         size_t cost = 0;
         uint64_t generation = 0;
@@ -79,6 +91,12 @@ private:
     size_t budget_;
     size_t cost_ = 0;
 };
+
+// The network of blob's bytes for shape that a system of this process already holds, or
+// else blob read anew. Thread-safe; the process keeps no network that no system holds.
+std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape& shape);
+// Networks the process holds (for tests).
+size_t sharedNetworkCount();
 
 // The network of model key for a node: through the blob's cache when it has one.
 std::shared_ptr<Network> loadNetwork(const ModelSet& models, const std::string& key, const NetworkShape& shape);

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include <opencv2/core/ocl.hpp>
+#include <opencv2/core/utility.hpp>
 
 #include "graph/execute_counter.h"
 #include "graph/graph_definition.h"
@@ -41,6 +42,7 @@ VantorErrorCode OpenAlgorithmSystem::initFromText(const char* data, size_t lengt
     FrameworkConfig config;
     std::string error;
     if (!parseFrameworkConfig(data, length, config, error)) return fail(INVALID_CONFIG, error);
+    if (config.threads > 0) cv::setNumThreads(config.threads);
     config_ = std::move(config);
     initialized_ = true;
     lastError_.clear();

@@ -58,6 +58,13 @@ bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out,
         error = "configuration is not a JSON object";
         return false;
     }
+    if (const JsonValue* threads = root.find("threads")) {
+        if (!threads->isInt() || threads->integer < 1 || threads->integer > 1024) {
+            error = "\"threads\" is not an integer from 1 to 1024";
+            return false;
+        }
+        out.threads = static_cast<int>(threads->integer);
+    }
     if (const JsonValue* faults = root.find("faults")) {
         if (!faults->isObject()) {
             error = "\"faults\" is not an object";

@@ -4,6 +4,9 @@
 //   {"execute": CODE}   execute of that type returns CODE without running
 //   {"result": null}    execute of that type succeeds, every result fetch gives null
 //   {"throw": "TEXT"}   execute of that type throws std::runtime_error("TEXT")
+// Recognised key: "threads", a positive integer: how many threads OpenCV's parallel loops
+//   use (cv::setNumThreads), applied when a system is initialised. OpenCV has one setting
+//   per process, so the latest system initialised with the key sets it for all.
 // Other keys are ignored so that configurations written for the device framework load.
 #pragma once
 
@@ -23,6 +26,7 @@ struct Fault {
 
 struct FrameworkConfig {
     std::map<int32_t, Fault> faults;  // by algorithm type
+    int threads = 0;                  // 0: OpenCV's setting is left as it is
 };
 
 // False with a description in error when the text is not a valid configuration.

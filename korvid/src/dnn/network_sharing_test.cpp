@@ -1,0 +1,93 @@
+// Networks shared by the systems of one process: a network is read once however many
+// systems load it, freed with the last system that holds it, and systems running on
+// several threads at once (each its own system, as `vqfe extract --jobs N` runs them) get
+// the results one system gets alone. Run under ThreadSanitizer by scripts/test.
+#include <numeric>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Korvid/Diagnostics.h"
+#include "testing/builtin_templates.h"
+#include "testing/file_bytes.h"
+#include "testing/framework_harness.h"
+
+namespace kv::testing {
+namespace {
+
+using namespace Vantor;
+
+TEST(NetworkSharing, SystemsOfAProcessReadEachNetworkOnce) {
+    const long before = Korvid::networksRead();
+    {
+        SystemHarness a, b;
+        ASSERT_EQ(a->loadGraph(builtinTemplate(4)), NO_ERROR);  // detector, mesh and iris
+        EXPECT_EQ(Korvid::networksRead(), before + 3);
+        ASSERT_EQ(b->loadGraph(builtinTemplate(4)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 3) << "the second system reads none";
+        ASSERT_EQ(b->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three and the descriptor
+        ASSERT_EQ(a->loadGraph(builtinTemplate(8)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 4);
+        // Other bytes under the same name are another network, for that system only.
+        std::string changed = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face.model");
+        changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
+        a.finder.overrides = {{"qm_face", changed}};
+        ASSERT_EQ(a->loadGraph(builtinTemplate(4)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 5);
+        ASSERT_EQ(b->loadGraph(builtinTemplate(4)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 5);
+    }
+    // The process keeps no network that no system holds.
+    SystemHarness c;
+    ASSERT_EQ(c->loadGraph(builtinTemplate(4)), NO_ERROR);
+    EXPECT_EQ(Korvid::networksRead(), before + 8);
+}
+
+// Faces of the face graph with their landmarks, to the last bit.
+std::string faces(SystemHarness& h) {
+    std::ostringstream out;
+    out.precision(9);
+    if (auto* f = static_cast<FaceBuffer*>(h->getResult(AlgorithmType::Face))) {
+        for (const auto& face : f->faces) {
+            double sum = 0;
+            for (const auto& point : face->points) sum += point.x + 2 * point.y;
+            out << face->rect.x << ',' << face->rect.y << ',' << face->score << ',' << sum << ';';
+        }
+    }
+    return out.str();
+}
+
+TEST(NetworkConcurrency, SystemsOnSeveralThreadsGetTheResultsOfOneAlone) {
+    // One OpenCV thread, as the tool sets it for several jobs: results are then the same bits.
+    const std::string config = R"({"threads":1})";
+    std::string alone;
+    {
+        SystemHarness h(config);
+        ASSERT_EQ(h.run(builtinTemplate(4), "grace_hopper.jpg", -1), NO_ERROR);
+        alone = faces(h);
+    }
+    ASSERT_NE(alone.find(';'), std::string::npos) << "a face";
+
+    constexpr int kThreads = 2, kRuns = 2;
+    std::vector<std::unique_ptr<SystemHarness>> systems;
+    for (int t = 0; t < kThreads; ++t) systems.push_back(std::make_unique<SystemHarness>(config));
+    std::vector<std::vector<std::string>> seen(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&h = *systems[t], &mine = seen[t]] {
+            for (int run = 0; run < kRuns; ++run) {
+                const int code = h.run(builtinTemplate(4), "grace_hopper.jpg", -1);
+                mine.push_back(code == NO_ERROR ? faces(h) : "code " + std::to_string(code));
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    for (int t = 0; t < kThreads; ++t) {
+        for (const std::string& result : seen[t]) EXPECT_EQ(result, alone) << "thread " << t;
+    }
+}
+
+}  // namespace
+}  // namespace kv::testing
