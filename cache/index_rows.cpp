@@ -9,13 +9,11 @@
 namespace VQFeature {
 namespace {
 
-constexpr int kFace = 4;
-constexpr int kFaceVerify = 8;
-constexpr int kScene = 25;
-constexpr int kSimilarity = 29;
-constexpr int kSceneV3 = 58;
-constexpr int kClassification = 121;
-constexpr int kRelation = 130;
+// The kind numbers of the result-kinds table: kFace, kSceneRecog, kNHClassification, ...
+enum ResultKind : int {
+#define VQFE_RESULT_KIND(kind, number, cliName, Buffer, Message, name) k##kind = number,
+#include "encoding/result_kinds.def"
+};
 
 using Message = std::unique_ptr<ProtobufCMessage, void (*)(ProtobufCMessage*)>;
 
@@ -50,6 +48,17 @@ void faceRows(const CFaceVerifyBuffer& buffer, const std::string& assetId, Index
     rows->faces = std::move(faces);
 }
 
+// The labels a scene recogniser found satisfied, scored by its score field.
+template <typename Info>
+void sceneRows(const Info* const* infos, size_t count, float Info::*score, const std::string& assetId,
+               IndexRows* rows) {
+    std::vector<IndexedLabel> labels;
+    for (size_t i = 0; i < count; ++i) {
+        if (infos[i]->satisfied) labels.push_back({assetId, infos[i]->name, infos[i]->*score});
+    }
+    rows->labels = std::move(labels);
+}
+
 void classificationRows(const CNHClassificationBuffer& buffer, const std::string& assetId, IndexRows* rows) {
     std::vector<IndexedLabel> labels;
     std::vector<float> signature;
@@ -74,9 +83,9 @@ void classificationRows(const CNHClassificationBuffer& buffer, const std::string
 IndexRows indexRowsOf(const Result& result) {
     IndexRows rows;
     const bool stringKind = !result.algorithmStringType.empty();
-    const int kind = stringKind ? kClassification : static_cast<int>(result.algorithmType);
-    if (kind != kFace && kind != kFaceVerify && kind != kScene && kind != kSimilarity && kind != kSceneV3 &&
-        kind != kClassification && kind != kRelation) {
+    const int kind = stringKind ? kNHClassification : static_cast<int>(result.algorithmType);
+    if (kind != kFace && kind != kFaceVerify && kind != kSceneRecog && kind != kSimilarity && kind != kSceneRecogV3 &&
+        kind != kNHClassification && kind != kRelationRecog) {
         return rows;
     }
     Message message = unpack(kind, result);
@@ -98,30 +107,21 @@ IndexRows indexRowsOf(const Result& result) {
         }
         break;
     }
-    case kScene: {
+    case kSceneRecog: {
         const auto* scene = reinterpret_cast<const CSceneRecogBuffer*>(message.get());
-        std::vector<IndexedLabel> labels;
-        for (size_t i = 0; i < scene->n_m_scenerecoginfo; ++i) {
-            const CSceneRecogInfo& info = *scene->m_scenerecoginfo[i];
-            if (info.satisfied) labels.push_back({result.assetId, info.name, info.prob});
-        }
-        rows.labels = std::move(labels);
+        sceneRows(scene->m_scenerecoginfo, scene->n_m_scenerecoginfo, &CSceneRecogInfo::prob, result.assetId, &rows);
         break;
     }
-    case kSceneV3: {
+    case kSceneRecogV3: {
         const auto* scene = reinterpret_cast<const CSceneRecogV3Buffer*>(message.get());
-        std::vector<IndexedLabel> labels;
-        for (size_t i = 0; i < scene->n_m_scenerecogv3info; ++i) {
-            const CSceneRecogV3Info& info = *scene->m_scenerecogv3info[i];
-            if (info.satisfied) labels.push_back({result.assetId, info.name, info.confidence});
-        }
-        rows.labels = std::move(labels);
+        sceneRows(scene->m_scenerecogv3info, scene->n_m_scenerecogv3info, &CSceneRecogV3Info::confidence,
+                  result.assetId, &rows);
         break;
     }
     default:  // the classifications
         classificationRows(*reinterpret_cast<const CNHClassificationBuffer*>(message.get()), result.assetId, &rows);
         // Only the 208-class classification is the signature of the image.
-        if (kind != kClassification || stringKind) rows.signature.reset();
+        if (kind != kNHClassification || stringKind) rows.signature.reset();
         break;
     }
     return rows;

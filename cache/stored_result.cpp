@@ -27,8 +27,15 @@ std::shared_ptr<Result> storedResult(const std::string& assetId, const std::stri
 }
 
 std::shared_ptr<Result> copyResult(const Result& result) {
+    // resultLength is a public field a caller may have set beyond the blob: copy through
+    // memcpyStructResult, which never reads past it (the rest stays zero).
+    std::string bytes;
+    if (result.result != nullptr && result.resultLength > 0) {
+        bytes.assign(result.resultLength, '\0');
+        const_cast<Result&>(result).memcpyStructResult(bytes.data(), bytes.size());
+    }
     return storedResult(result.assetId, result.algorithmKey, static_cast<int>(result.algorithmType),
-                        result.algorithmStringType, result.result, result.resultLength);
+                        result.algorithmStringType, result.result != nullptr ? bytes.data() : nullptr, bytes.size());
 }
 
 }  // namespace VQFeature

@@ -15,7 +15,8 @@ namespace VQFeature {
 std::shared_ptr<Result> storedResult(const std::string& assetId, const std::string& algorithmKey, int algorithmType,
                                      const std::string& stringType, const void* data, size_t length);
 
-/// A copy of result that owns its own blob.
+/// A copy of result that owns its own blob: resultLength bytes, of which those past the
+/// end of the blob (a resultLength set too large) are zero.
 std::shared_ptr<Result> copyResult(const Result& result);
 
 }  // namespace VQFeature

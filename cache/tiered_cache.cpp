@@ -1,48 +1,10 @@
 #include "cache/tiered_cache.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <stdexcept>
 #include <utility>
 
+#include "cache/stored_result.h"
+
 namespace VQFeature {
-
-// A result as the memory tier keeps it: its own copy of everything.
-struct TieredCache::Stored {
-    std::string assetId;
-    std::string algorithmKey;
-    std::string stringType;
-    Vantor::AlgorithmType type;
-    std::string blob;
-    bool hasBlob;
-};
-
-namespace {
-
-std::string blobOf(Result& result) {
-    if (result.result == nullptr || result.resultLength == 0) return {};
-    std::string bytes(result.resultLength, '\0');
-    result.memcpyStructResult(bytes.data(), bytes.size());  // never reads past the blob
-    return bytes;
-}
-
-std::shared_ptr<Result> resultOf(const std::string& assetId, const std::string& algorithmKey,
-                                 const std::string& stringType, Vantor::AlgorithmType type, const std::string& blob,
-                                 bool hasBlob) {
-    void* copy = nullptr;
-    if (hasBlob) {
-        copy = std::malloc(blob.empty() ? 1 : blob.size());
-        if (copy == nullptr) throw std::bad_alloc();
-        if (!blob.empty()) std::memcpy(copy, blob.data(), blob.size());
-    }
-    const int length = static_cast<int>(blob.size());
-    if (!stringType.empty() || type == Vantor::AlgorithmType::AllNodes) {
-        return std::make_shared<Result>(assetId, algorithmKey, stringType, copy, length);
-    }
-    return std::make_shared<Result>(assetId, algorithmKey, type, copy, length);
-}
-
-}  // namespace
 
 TieredCache::TieredCache(int memoryEntries, std::shared_ptr<CacheAdapter> store)
     : memory_(memoryEntries), store_(std::move(store)) {}
@@ -50,22 +12,14 @@ TieredCache::TieredCache(int memoryEntries, std::shared_ptr<CacheAdapter> store)
 TieredCache::~TieredCache() = default;
 
 void TieredCache::remember(const Result& result) {
-    auto stored = std::make_shared<Stored>();
-    stored->assetId = result.assetId;
-    stored->algorithmKey = result.algorithmKey;
-    stored->stringType = result.algorithmStringType;
-    stored->type = result.algorithmType;
-    stored->blob = blobOf(const_cast<Result&>(result));
-    stored->hasBlob = result.result != nullptr;
-    memory_.set(result.assetId + result.algorithmKey, stored);
+    memory_.set(result.assetId + result.algorithmKey, copyResult(result));
 }
 
 std::shared_ptr<Result> TieredCache::lookup(const std::string& assetId, const std::string& algorithmKey,
                                             Tier* tier) {
     if (auto stored = memory_.get(assetId + algorithmKey)) {
         *tier = MEMORY;
-        return resultOf(stored->assetId, stored->algorithmKey, stored->stringType, stored->type, stored->blob,
-                        stored->hasBlob);
+        return copyResult(*stored);
     }
     *tier = MISS;
     if (!store_) return nullptr;
@@ -73,8 +27,7 @@ std::shared_ptr<Result> TieredCache::lookup(const std::string& assetId, const st
     if (!hit) return nullptr;
     *tier = STORE;
     remember(*hit);  // read through: the next query is answered from memory
-    auto& stored = *memory_.get(assetId + algorithmKey);
-    return resultOf(stored.assetId, stored.algorithmKey, stored.stringType, stored.type, stored.blob, stored.hasBlob);
+    return copyResult(*hit);  // the caller's own, as from memory (a store may keep what it hands out)
 }
 
 std::vector<std::shared_ptr<Result>> TieredCache::query(const std::shared_ptr<Input>& input) {

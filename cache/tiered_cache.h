@@ -56,12 +56,11 @@ public:
     int memoryCount();
 
 private:
-    struct Stored;
     std::shared_ptr<Result> lookup(const std::string& assetId, const std::string& algorithmKey, Tier* tier);
     void remember(const Result& result);
 
     std::mutex mutex_;
-    LRUCache<std::string, std::shared_ptr<const Stored>> memory_;
+    LRUCache<std::string, std::shared_ptr<const Result>> memory_;  // copies owning their blobs
     std::shared_ptr<CacheAdapter> store_;
 };
 

@@ -5,4 +5,10 @@ if(NOT JAVA_HOME AND NOT DEFINED ENV{JAVA_HOME})
   get_filename_component(_vqfe_javac "${Java_JAVAC_EXECUTABLE}" REALPATH)
   get_filename_component(JAVA_HOME "${_vqfe_javac}/../.." ABSOLUTE)
 endif()
-find_package(JNI REQUIRED COMPONENTS JVM)
+# The NDK's jni.h stands alone (no JVM to link); elsewhere the JDK's headers, which a cross
+# build uses too (jni_md.h is the same for every Linux architecture).
+if(ANDROID)
+  find_package(JNI REQUIRED)
+else()
+  find_package(JNI REQUIRED COMPONENTS JVM)
+endif()

@@ -69,9 +69,13 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "extractor/cache_adapter.h"
 %include "cache/memory_cache.h"
 %include "store_index.i"
+#ifndef VQFE_WITHOUT_SQLITE_STORE
 %include "cache/sqlite_cache.h"
+#endif
 %include "cache/tiered_cache.h"
+#ifndef VQFE_WITHOUT_PG_STORE
 %include "pg_cache.i"
+#endif
 %include "Vantor/VantorPlatform.h"
 %include "extractor/config.h"
 %template(ErrorPair) std::pair<int, std::string>;

@@ -25,21 +25,12 @@
 #include "library/image_io.h"
 #include "tools/vqfe/progress.h"
 #include "tools/vqfe/summary.h"
-#include "vantor/cover_util.h"
 #include "vantor/vantor_system.h"
 
 namespace vqfe {
 namespace {
 
 using VQFeature::CacheAdapter;
-
-// The graph of one kind: its built-in template, with the post-processor renamed to the
-// output-node name for a string kind.
-std::string graphOfKind(const Kind& kind) {
-    std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(kind.templateKind));
-    if (!kind.stringType.empty()) graph = VQFeature::renameNode(graph, "ClassificationPostProcess", kind.stringType);
-    return graph;
-}
 
 void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, std::ostream& out) {
     const std::string head = "{\"image\":" + VQFeature::jsonQuoted(outcome.image.path) +
@@ -97,12 +88,13 @@ std::string requestGraph(const std::vector<Kind>& kinds, const std::string& grap
         if (!in) throw std::runtime_error("cannot read graph file " + graphFile);
         return std::string(std::istreambuf_iterator<char>(in), {});
     }
-    std::vector<std::string> graphs;
+    std::vector<Vantor::AlgorithmType> types;
+    std::vector<std::string> stringTypes;
     for (const Kind& kind : kinds) {
-        std::string graph = graphOfKind(kind);
-        if (std::find(graphs.begin(), graphs.end(), graph) == graphs.end()) graphs.push_back(graph);
+        if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
+        else stringTypes.push_back(kind.stringType);
     }
-    return graphs.size() == 1 ? graphs.front() : VQFeature::mergeGraphs(graphs);
+    return VQFeature::severalKindGraph(types, stringTypes);
 }
 
 int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err) {

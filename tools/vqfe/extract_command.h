@@ -23,8 +23,9 @@ struct ExtractOptions {
 };
 
 // The graph text of a request over kinds: the built-in graph of each, merged into one
-// when they differ, or the file graphFile when given. Throws std::runtime_error when the
-// graph file cannot be read.
+// when they differ (VQFeature::severalKindGraph), or the file graphFile when given. Throws
+// std::runtime_error when the graph file cannot be read, std::invalid_argument when no
+// built-in graph produces a kind.
 std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile = "");
 
 // Returns the process exit code: 0 when every image was processed (per-image failures
