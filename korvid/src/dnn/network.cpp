@@ -1,11 +1,17 @@
 #include "network.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <set>
 
 #include "execute_counter.h"
 #include "onnx_check.h"
 #include "onnx_clip_form.h"
+#include "model/onnx_reader.h"
 
 namespace kv {
 
@@ -25,6 +31,7 @@ std::string shapeKey(const NetworkShape& shape) {
 }  // namespace
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
+    if (xnn_ != nullptr) return xnn_->forward(blob);
     if (names_.empty()) {
         for (const auto& output : shape_.outputs) names_.push_back(output.first);
     }
@@ -34,7 +41,13 @@ std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     return outs;
 }
 
+void Network::accelerate(std::unique_ptr<XnnExecutor> xnn) {
+    xnn_ = std::move(xnn);
+    net_ = cv::dnn::Net();
+}
+
 size_t Network::weightBytes() const {
+    if (xnn_ != nullptr) return 2 * xnn_->weightBytes();  // ours and XNNPACK's packed copy
     size_t weights = 0, blobs = 0;
     try {
         net_.getMemoryConsumption(shape_.inputShape, weights, blobs);
@@ -44,7 +57,56 @@ size_t Network::weightBytes() const {
     return weights;
 }
 
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape) {
+namespace {
+
+bool agree(const std::vector<cv::Mat>& a, const std::vector<cv::Mat>& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (a[i].total() != b[i].total()) return false;
+        const float* x = a[i].ptr<float>();
+        const float* y = b[i].ptr<float>();
+        for (size_t k = 0; k < a[i].total(); ++k) {
+            if (!(std::fabs(x[k] - y[k]) <= std::max(1e-3f, 1e-5f * std::fabs(y[k])))) return false;
+        }
+    }
+    return true;
+}
+
+// Once per model name, on standard error: which networks stay with OpenCV DNN, and why.
+void noteFallback(const std::string& model, const std::string& why) {
+    static std::mutex mutex;
+    static std::set<std::string> noted;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (noted.insert(model).second) std::fprintf(stderr, "korvid: network \"%s\" runs in OpenCV DNN: %s\n", model.c_str(), why.c_str());
+}
+
+// Moves network to XNNPACK when it runs every operator and gives OpenCV's outputs (reference,
+// on the zero input) within the parity bound; otherwise it stays with OpenCV.
+void accelerate(const ModelBlob& blob, Network& network, const std::vector<cv::Mat>& reference) {
+    const char* forced = std::getenv("KORVID_NETWORK_RUNTIME");
+    if (forced != nullptr && std::string(forced) == "opencv") return;
+    OnnxGraph graph;
+    std::string why = readOnnxGraph(blob.data, blob.size, graph);
+    std::unique_ptr<XnnExecutor> xnn;
+    if (why.empty()) {
+        std::vector<std::string> outputs;
+        for (const auto& output : network.shape().outputs) outputs.push_back(output.first);
+        xnn = XnnExecutor::build(graph, network.shape().inputShape, outputs, why);
+    }
+    if (xnn != nullptr && !agree(xnn->forward(cv::Mat(network.shape().inputShape, CV_32F, cv::Scalar(0))), reference)) {
+        xnn.reset();
+        why = "XNNPACK's outputs differ from OpenCV's";
+    }
+    if (xnn == nullptr) {
+        noteFallback(blob.name, why);
+        return;
+    }
+    network.accelerate(std::move(xnn));
+}
+
+}  // namespace
+
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape, NetworkRuntime runtime) {
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
     if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
@@ -74,6 +136,7 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
             refuse(blob, "gives output \"" + shape.outputs[i].first + "\" of another shape");
         }
     }
+    if (runtime == NetworkRuntime::Fastest) accelerate(blob, *network, outs);
     return network;
 }
 

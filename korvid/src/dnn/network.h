@@ -12,6 +12,7 @@
 
 #include <opencv2/dnn.hpp>
 
+#include "model/xnn_executor.h"
 #include "node.h"
 
 namespace kv {
@@ -24,12 +25,16 @@ struct NetworkShape {
 };
 
 // A loaded network and the shape it passed. forward() runs it on an NCHW float blob and
-// returns the outputs in the shape's order. Not thread-safe (one system, one thread).
+// returns the outputs in the shape's order, through XNNPACK where it runs every operator of
+// the network, through OpenCV DNN otherwise. Not thread-safe (one system, one thread).
 class Network {
 public:
     Network(cv::dnn::Net net, NetworkShape shape) : net_(std::move(net)), shape_(std::move(shape)) {}
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
+    // Runs the network through xnn from now on; OpenCV's copy is dropped.
+    void accelerate(std::unique_ptr<XnnExecutor> xnn);
+    bool accelerated() const { return xnn_ != nullptr; }
     // Bytes of the weights OpenCV holds (0 when it cannot tell). Its figure for the layer
     // buffers counts every buffer apart (tens of MB for the face detector) while they are
     // shared in fact, so it is left out.
@@ -39,11 +44,18 @@ private:
     cv::dnn::Net net_;
     NetworkShape shape_;
     std::vector<std::string> names_;
+    std::unique_ptr<XnnExecutor> xnn_;
 };
+
+// Which runtime readNetwork may choose: the fastest that runs the network (XNNPACK, checked
+// against OpenCV DNN on the zero input), or OpenCV DNN, the reference, always. The
+// environment variable KORVID_NETWORK_RUNTIME=opencv makes every read take OpenCV DNN.
+enum class NetworkRuntime { Fastest, OpenCv };
 
 // Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
 // every output of shape with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape);
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape,
+                                     NetworkRuntime runtime = NetworkRuntime::Fastest);
 
 // Networks by content (and shape: the same bytes read for another shape are checked again).
 // A lookup hashes the size and both ends of the bytes, then compares the whole content with
