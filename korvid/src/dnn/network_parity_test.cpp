@@ -1,7 +1,7 @@
 // Each converted network, run by OpenCV DNN and, where it runs every operator, by the
 // XNNPACK executor, against the reference runtime's outputs on the same image (written by
 // korvid/networks/reference.js), and the two runtimes against each other: max absolute
-// difference 1e-3 (1e-5 relative for values beyond 100). The network's input is made here from the image's
+// difference 1e-3 (1e-5 relative for values beyond 100; 2e-5 for XNNPACK). The network's input is made here from the image's
 // pixels the way the framework makes it, through the network's declared normalisation
 // (networks.json): where the reference runs the network's own normalisation (MoveNet, whose
 // graph scales its pixels, and face-api's networks), a wrong declaration fails here.
@@ -62,17 +62,22 @@ std::vector<char> readFile(const std::string& path) {
     return std::vector<char>(std::istreambuf_iterator<char>(in), {});
 }
 
-// The largest difference of got from expected, or infinity when one passes the bound.
-double worstDifference(const cv::Mat& got, const float* expected, size_t count) {
-    if (got.total() != count) return INFINITY;
+// The largest difference of got from expected, and whether every value is within the bound.
+struct Difference {
     double worst = 0;
+    bool ok = true;
+};
+
+Difference difference(const cv::Mat& got, const float* expected, size_t count, double relative = 1e-5) {
+    if (got.total() != count) return {INFINITY, false};
+    Difference d;
     const float* g = got.ptr<float>();
     for (size_t k = 0; k < count; ++k) {
         const double diff = std::fabs(double(g[k]) - double(expected[k]));
-        if (!(diff <= std::max(1e-3, 1e-5 * std::fabs(double(expected[k]))))) return INFINITY;
-        worst = std::max(worst, diff);
+        d.ok = d.ok && diff <= std::max(1e-3, relative * std::fabs(double(expected[k])));
+        d.worst = std::max(d.worst, std::isnan(diff) ? INFINITY : diff);
     }
-    return worst;
+    return d;
 }
 
 std::vector<float> readFloats(const std::string& path) {
@@ -138,15 +143,17 @@ int main(int argc, char** argv) {
         }
         for (size_t i = 0; i < outputs.size(); ++i) {
             std::vector<float> expected = readFloats(ref + "/" + model + "." + outputs[i].first + ".f32");
-            const double worst = worstDifference(outs[i], expected.data(), expected.size());
-            bool ok = std::isfinite(worst);
+            const Difference opencv = difference(outs[i], expected.data(), expected.size());
+            bool ok = opencv.ok;
             std::cout << (ok ? "ok   " : "FAIL ") << model << "." << outputs[i].first << " (" << expected.size()
-                      << " values): max abs diff " << worst;
+                      << " values): max abs diff " << opencv.worst;
             if (!fast.empty()) {
-                const double xnnWorst = worstDifference(fast[i], expected.data(), expected.size());
-                const double apart = worstDifference(fast[i], outs[i].ptr<float>(), outs[i].total());
-                std::cout << "; XNNPACK " << xnnWorst << ", from OpenCV " << apart;
-                ok = ok && std::isfinite(xnnWorst) && std::isfinite(apart);
+                // XNNPACK sums in another order: beyond 100, 2e-5 of the value (the selfie
+                // segmenter's logits far below 0, where its mask is 0, differ by 1.45e-5).
+                const Difference xnn = difference(fast[i], expected.data(), expected.size(), 2e-5);
+                const Difference apart = difference(fast[i], outs[i].ptr<float>(), outs[i].total(), 2e-5);
+                std::cout << "; XNNPACK " << xnn.worst << ", from OpenCV " << apart.worst;
+                ok = ok && xnn.ok && apart.ok;
                 if (!ok) std::cout << " FAIL";
             }
             std::cout << "\n";

@@ -25,23 +25,32 @@ struct Unsupported {
 
 [[noreturn]] void unsupported(const std::string& why) { throw Unsupported{why}; }
 
-// A tensor of the ONNX graph as the runtime holds it: dims in ONNX's order (NCHW for 4-D),
-// stored NHWC when nhwc is set (the convolutions' layout), in ONNX's order otherwise.
-struct Value {
-    uint32_t id = XNN_INVALID_VALUE_ID;
-    std::vector<size_t> dims;
-    bool nhwc = false;
-
-    std::vector<size_t> stored() const { return nhwc ? std::vector<size_t>{dims[0], dims[2], dims[3], dims[1]} : dims; }
-    // Stored NHWC but with the same memory order as NCHW (one channel, or one pixel).
-    bool plainOrder() const { return !nhwc || dims[1] == 1 || dims[2] * dims[3] == 1; }
-};
-
 size_t product(const std::vector<size_t>& dims) {
     size_t n = 1;
     for (size_t d : dims) n *= d;
     return n;
 }
+
+// A tensor of the ONNX graph as the runtime holds it: dims in ONNX's order (NCHW for 4-D),
+// stored channels last (NHWC, the convolutions' layout; N x L x C for N x C x L) when nhwc is
+// set, in ONNX's order otherwise.
+struct Value {
+    uint32_t id = XNN_INVALID_VALUE_ID;
+    std::vector<size_t> dims;
+    bool nhwc = false;
+
+    std::vector<size_t> stored() const {
+        if (!nhwc) return dims;
+        std::vector<size_t> out{dims[0]};
+        out.insert(out.end(), dims.begin() + 2, dims.end());
+        out.push_back(dims[1]);
+        return out;
+    }
+    // The axis of ONNX's axis in the stored order.
+    size_t storedAxis(size_t axis) const { return !nhwc || axis == 0 ? axis : axis == 1 ? dims.size() - 1 : axis - 1; }
+    // Stored channels last but with the same memory order as ONNX's (one channel, or one pixel).
+    bool plainOrder() const { return !nhwc || dims[1] == 1 || product(dims) == dims[0] * dims[1]; }
+};
 
 // NCHW data of dims (padded to 4-D) in NHWC order.
 std::vector<float> toNhwc(const std::vector<float>& src, const std::vector<size_t>& d) {
@@ -88,6 +97,9 @@ public:
         else if (op == "Clip") clip(n);
         else if (op == "LeakyRelu") unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_leaky_relu(sg_, n.floatOr("alpha", 0.01f), in, out, 0); });
         else if (op == "Sigmoid") unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_sigmoid(sg_, in, out, 0); });
+        else if (op == "HardSigmoid") hardSigmoid(n);
+        else if (op == "Concat") concat(n);
+        else if (op == "ConvTranspose") deconv(n);
         else if (op == "PRelu") prelu(n);
         else if (op == "Add" || op == "Sub" || op == "Mul" || op == "Div") binary(n);
         else if (op == "MaxPool" || op == "AveragePool") pool(n);
@@ -148,7 +160,7 @@ private:
         Value v;
         v.dims = std::move(dims);
         v.nhwc = nhwc;
-        if (nhwc && v.dims.size() != 4) unsupported("an NHWC tensor that is not 4-D");
+        if (nhwc && v.dims.size() < 3) unsupported("a channels-last tensor of rank " + std::to_string(v.dims.size()));
         v.id = tensor(v.stored(), nullptr);
         values_[name] = v;
         return v;
@@ -179,7 +191,7 @@ private:
 
     const Value& nhwcInput(const OnnxNode& n) const {
         const Value& in = value(n.inputs[0]);
-        if (!in.nhwc) unsupported(n.op + " on a tensor that is not an image");
+        if (!in.nhwc || in.dims.size() != 4) unsupported(n.op + " on a tensor that is not an image");
         return in;
     }
 
@@ -301,9 +313,12 @@ private:
             if (dims.empty()) dims.push_back(1);
             return {staticTensor(t.floats, dims), dims};
         }
-        dims.insert(dims.begin(), 4 - dims.size(), 1);
-        const std::vector<size_t> stored{dims[0], dims[2], dims[3], dims[1]};
-        return {staticTensor(toNhwc(t.floats, dims), stored), dims};
+        dims.insert(dims.begin(), other.dims.size() - dims.size(), 1);
+        Value layout;
+        layout.dims = dims;
+        layout.nhwc = true;
+        const size_t rest = product(dims) / (dims[0] * dims[1]);
+        return {staticTensor(toNhwc(t.floats, {dims[0], dims[1], rest, 1}), layout.stored()), dims};
     }
 
     void binary(const OnnxNode& n) {
@@ -318,7 +333,7 @@ private:
         bool nhwc = false;
         if (c0 == nullptr && c1 == nullptr) {
             const Value a = value(n.inputs[0]), b = value(n.inputs[1]);
-            if (a.nhwc != b.nhwc) unsupported(n.op + " of an image and a flat tensor");
+            if (a.nhwc != b.nhwc || (a.nhwc && a.dims.size() != b.dims.size())) unsupported(n.op + " of an image and a flat tensor");
             ids[0] = a.id, ids[1] = b.id, dims[0] = a.dims, dims[1] = b.dims, nhwc = a.nhwc;
         } else {
             const size_t k = c0 == nullptr ? 0 : 1;
@@ -383,34 +398,148 @@ private:
             after[i] = size_t(pads[rank + i]);
             dims[i] = in.dims[i] + before[i] + after[i];
         }
-        if (in.nhwc) {
-            before = {before[0], before[2], before[3], before[1]};
-            after = {after[0], after[2], after[3], after[1]};
+        std::vector<size_t> storedBefore(rank), storedAfter(rank);
+        for (size_t i = 0; i < rank; ++i) {
+            storedBefore[in.storedAxis(i)] = before[i];
+            storedAfter[in.storedAxis(i)] = after[i];
         }
+        before = storedBefore;
+        after = storedAfter;
         const Value out = define(n.outputs[0], dims, in.nhwc);
         check(xnn_define_static_constant_pad(sg_, before.data(), after.data(), fill, in.id, out.id, 0), n.op);
     }
 
-    // Only the transposes between the two layouts, which cost nothing here: NCHW -> NHWC of
-    // an image is its stored order, and back.
+    // Only the transposes between the two layouts, which cost nothing here: channels first
+    // to channels last is a channels-last tensor's stored order, and back.
     void transpose(const OnnxNode& n) {
         Value v = value(n.inputs[0]);
         const std::vector<int64_t> perm = n.intsOr("perm", {});
-        if (v.dims.size() == 4 && v.nhwc && perm == std::vector<int64_t>{0, 2, 3, 1}) {
+        const size_t rank = v.dims.size();
+        std::vector<int64_t> toLast{0}, toFirst{0, int64_t(rank) - 1};
+        for (size_t i = 2; i < rank; ++i) toLast.push_back(int64_t(i));
+        toLast.push_back(1);
+        for (size_t i = 1; i + 1 < rank; ++i) toFirst.push_back(int64_t(i));
+        if (rank >= 3 && v.nhwc && perm == toLast) {
             v.dims = v.stored();
             v.nhwc = false;
-        } else if (v.dims.size() == 4 && !v.nhwc && perm == std::vector<int64_t>{0, 3, 1, 2}) {
-            v.dims = {v.dims[0], v.dims[3], v.dims[1], v.dims[2]};
-            v.nhwc = true;
+        } else if (rank >= 3 && !v.nhwc && perm == toFirst) {
+            Value first = v;
+            first.dims = {v.dims[0], v.dims[rank - 1]};
+            first.dims.insert(first.dims.end(), v.dims.begin() + 1, v.dims.end() - 1);
+            first.nhwc = true;
+            v = first;
         } else {
-            unsupported("a Transpose other than between NCHW and NHWC");
+            unsupported("a Transpose other than between channels first and last");
         }
         values_[n.outputs[0]] = v;
     }
 
+    // Along one axis, as the sum of the inputs each padded with zeros to the output's extent
+    // there: this XNNPACK has no concatenation, and x + 0 is x exactly.
+    void concat(const OnnxNode& n) {
+        std::vector<Value> parts;
+        for (const std::string& name : n.inputs) parts.push_back(value(name));
+        const Value& first = parts.front();
+        const size_t rank = first.dims.size();
+        int64_t axisAttr = n.intOr("axis", 0);
+        if (axisAttr < 0) axisAttr += int64_t(rank);
+        if (axisAttr < 0 || size_t(axisAttr) >= rank) unsupported("Concat axis");
+        const size_t axis = size_t(axisAttr);
+        std::vector<size_t> dims = first.dims;
+        dims[axis] = 0;
+        for (const Value& p : parts) {
+            if (p.nhwc != first.nhwc || p.dims.size() != rank) unsupported("Concat of tensors of other layouts");
+            for (size_t i = 0; i < rank; ++i) {
+                if (i != axis && p.dims[i] != first.dims[i]) unsupported("Concat of tensors of other shapes");
+            }
+            dims[axis] += p.dims[axis];
+        }
+        if (parts.size() == 1) {
+            values_[n.outputs[0]] = first;
+            return;
+        }
+        const size_t stored = first.storedAxis(axis);
+        Value sum;
+        size_t offset = 0;
+        for (size_t k = 0; k < parts.size(); ++k) {
+            std::vector<size_t> before(rank, 0), after(rank, 0);
+            before[stored] = offset;
+            offset += parts[k].dims[axis];
+            after[stored] = dims[axis] - offset;
+            const bool last = k + 1 == parts.size();
+            const Value padded = define(n.outputs[0] + "#part" + std::to_string(k), dims, first.nhwc);
+            check(xnn_define_static_constant_pad(sg_, before.data(), after.data(), 0.0f, parts[k].id, padded.id, 0), "Concat part");
+            if (k == 0) {
+                sum = padded;
+                continue;
+            }
+            const Value next = define(last ? n.outputs[0] : n.outputs[0] + "#sum" + std::to_string(k), dims, first.nhwc);
+            check(xnn_define_add2(sg_, -kInf, kInf, sum.id, padded.id, next.id, 0), "Concat sum");
+            sum = next;
+        }
+    }
+
+    // max(0, min(1, alpha x + beta)), as multiply, add and clamp.
+    void hardSigmoid(const OnnxNode& n) {
+        const Value in = value(n.inputs[0]);
+        const std::vector<size_t> one(in.dims.size(), 1);
+        const uint32_t alpha = staticTensor({n.floatOr("alpha", 0.2f)}, one), beta = staticTensor({n.floatOr("beta", 0.5f)}, one);
+        const Value scaled = define(n.outputs[0] + "#scaled", in.dims, in.nhwc);
+        check(xnn_define_multiply2(sg_, -kInf, kInf, in.id, alpha, scaled.id, 0), n.op);
+        const Value out = define(n.outputs[0], in.dims, in.nhwc);
+        check(xnn_define_add2(sg_, 0.0f, 1.0f, scaled.id, beta, out.id, 0), n.op);
+    }
+
+    void deconv(const OnnxNode& n) {
+        const Value in = nhwcInput(n);
+        if (n.inputs.size() < 2) unsupported("ConvTranspose without weights");
+        const OnnxTensor& w = floats(n.inputs[1]);
+        if (w.dims.size() != 4) unsupported("ConvTranspose weights that are not 4-D");
+        explicitPadding(n);
+        if (n.attribute("output_shape") != nullptr) unsupported("ConvTranspose with output_shape");
+        const size_t ci = checkedDim(w.dims[0]), og = checkedDim(w.dims[1]), kh = checkedDim(w.dims[2]), kw = checkedDim(w.dims[3]);
+        const int64_t groupAttr = n.intOr("group", 1);
+        if (groupAttr <= 0 || uint64_t(groupAttr) > kMaxDim) unsupported("ConvTranspose group");
+        const size_t group = size_t(groupAttr), c = in.dims[1];
+        if (ci != c || c % group != 0) unsupported("ConvTranspose weights that do not fit its input");
+        const size_t ig = c / group, o = og * group;
+        const std::vector<size_t> kernel = pair(n, "kernel_shape", 2, int64_t(kh), 1);
+        if (kernel[0] != kh || kernel[1] != kw) unsupported("ConvTranspose kernel_shape other than its weights'");
+        const std::vector<size_t> strides = pair(n, "strides", 2, 1, 1), dilations = pair(n, "dilations", 2, 1, 1);
+        const std::vector<size_t> pads = pair(n, "pads", 4, 0, 0), extra = pair(n, "output_padding", 2, 0, 0);
+        std::vector<float> bias(o, 0.0f);
+        if (n.inputs.size() > 2 && !n.inputs[2].empty()) {
+            const OnnxTensor& b = floats(n.inputs[2]);
+            if (b.floats.size() != o) unsupported("ConvTranspose bias of another size than its outputs");
+            bias = b.floats;
+        }
+        size_t size[2];
+        for (size_t a = 0; a < 2; ++a) {
+            const size_t full = (in.dims[2 + a] - 1) * strides[a] + ((a == 0 ? kh : kw) - 1) * dilations[a] + 1 + extra[a];
+            if (full <= pads[a] + pads[a + 2]) unsupported("ConvTranspose padded away");
+            size[a] = full - pads[a] - pads[a + 2];
+        }
+        const Value out = define(n.outputs[0], {in.dims[0], o, size[0], size[1]}, true);
+        // ONNX: C x O/g x KH x KW; XNNPACK: O x KH x KW x C/g, group by group.
+        std::vector<float> filter(w.floats.size());
+        for (size_t g = 0; g < group; ++g)
+            for (size_t i = 0; i < ig; ++i)
+                for (size_t k = 0; k < og; ++k)
+                    for (size_t y = 0; y < kh; ++y)
+                        for (size_t x = 0; x < kw; ++x) {
+                            filter[(((g * og + k) * kh + y) * kw + x) * ig + i] = w.floats[(((g * ig + i) * og + k) * kh + y) * kw + x];
+                        }
+        const uint32_t filterId = staticTensor(std::move(filter), {o, kh, kw, ig});
+        const uint32_t biasId = staticTensor(std::move(bias), {o});
+        check(xnn_define_deconvolution_2d(sg_, uint32_t(pads[0]), uint32_t(pads[3]), uint32_t(pads[2]), uint32_t(pads[1]),
+                                          uint32_t(extra[0]), uint32_t(extra[1]), uint32_t(kh), uint32_t(kw), uint32_t(strides[0]),
+                                          uint32_t(strides[1]), uint32_t(dilations[0]), uint32_t(dilations[1]), uint32_t(group), ig, og,
+                                          -kInf, kInf, in.id, filterId, biasId, out.id, 0),
+              n.op);
+    }
+
     void reshape(const OnnxNode& n) {
         const Value in = value(n.inputs[0]);
-        if (!in.plainOrder()) unsupported(n.op + " of an image stored NHWC");
         const size_t total = product(in.dims);
         std::vector<size_t> dims;
         if (n.op == "Flatten") {
@@ -441,7 +570,11 @@ private:
             if (infer < shape.size()) dims[infer] = total / known;
         }
         if (product(dims) != total) unsupported(n.op + " to another number of elements");
-        const Value out = define(n.outputs[0], dims, false);
+        // Channels last stays so where only the spatial axes are merged or split.
+        const bool keepsChannels = in.nhwc && dims.size() >= 3 && dims[0] == in.dims[0] && dims[1] == in.dims[1];
+        if (!keepsChannels && !in.plainOrder()) unsupported(n.op + " of a channels-last tensor across its channels");
+        const Value out = define(n.outputs[0], dims, keepsChannels);
+        dims = out.stored();
         check(xnn_define_static_reshape(sg_, dims.size(), dims.data(), in.id, out.id, 0), n.op);
     }
 
@@ -595,11 +728,10 @@ std::vector<cv::Mat> XnnExecutor::forward(const cv::Mat& blob) {
         cv::Mat mat(int(out.shape.size()), out.shape.data(), CV_32F);
         float* dst = mat.ptr<float>();
         if (out.nhwc) {
-            const size_t on = size_t(out.shape[0]), oc = size_t(out.shape[1]), oh = size_t(out.shape[2]), ow = size_t(out.shape[3]);
+            const size_t on = size_t(out.shape[0]), oc = size_t(out.shape[1]), rest = mat.total() / (on * oc);
             for (size_t i = 0; i < on; ++i)
                 for (size_t k = 0; k < oc; ++k)
-                    for (size_t y = 0; y < oh; ++y)
-                        for (size_t x = 0; x < ow; ++x) dst[((i * oc + k) * oh + y) * ow + x] = out.buffer[((i * oh + y) * ow + x) * oc + k];
+                    for (size_t p = 0; p < rest; ++p) dst[(i * oc + k) * rest + p] = out.buffer[(i * rest + p) * oc + k];
         } else {
             std::memcpy(dst, out.buffer.data(), mat.total() * sizeof(float));
         }

@@ -38,7 +38,7 @@ public:
 private:
     struct Output {
         std::vector<int> shape;  // ONNX (logical) shape
-        bool nhwc = false;       // stored NHWC: transposed back to NCHW on the way out
+        bool nhwc = false;       // stored channels last: transposed back on the way out
         std::vector<float> buffer;
     };
     XnnExecutor() = default;
