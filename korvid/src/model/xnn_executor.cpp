@@ -75,8 +75,11 @@ std::vector<size_t> broadcast(std::vector<size_t> a, std::vector<size_t> b) {
 
 class Builder {
 public:
-    Builder(const OnnxGraph& graph, xnn_subgraph_t subgraph, std::vector<std::vector<float>>& statics)
-        : graph_(graph), sg_(subgraph), statics_(statics) {}
+    // statics: constants the runtime reads while it runs; packed: weights XNNPACK copies into
+    // its own layout when it creates the runtime, free after that.
+    Builder(const OnnxGraph& graph, xnn_subgraph_t subgraph, std::vector<std::vector<float>>& statics,
+            std::vector<std::vector<float>>& packed)
+        : graph_(graph), sg_(subgraph), statics_(statics), packed_(packed) {}
 
     size_t weightBytes = 0;
 
@@ -148,12 +151,13 @@ private:
         return id;
     }
 
-    uint32_t staticTensor(std::vector<float> data, const std::vector<size_t>& dims) {
+    uint32_t staticTensor(std::vector<float> data, const std::vector<size_t>& dims, bool packed = false) {
         if (product(dims) != data.size()) unsupported("constant of another size than its shape");
         weightBytes += data.size() * sizeof(float);
         data.resize(data.size() + kPadFloats);
-        statics_.push_back(std::move(data));
-        return tensor(dims, statics_.back().data());
+        std::vector<std::vector<float>>& store = packed ? packed_ : statics_;
+        store.push_back(std::move(data));
+        return tensor(dims, store.back().data());
     }
 
     Value define(const std::string& name, std::vector<size_t> dims, bool nhwc) {
@@ -242,7 +246,7 @@ private:
         const size_t oh = outSize(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
         const size_t ow = outSize(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
         const Value out = define(n.outputs[0], {in.dims[0], o, oh, ow}, true);
-        const uint32_t biasId = staticTensor(std::move(bias), {o});
+        const uint32_t biasId = staticTensor(std::move(bias), {o}, true);
         std::vector<float> filter(w.floats.size());
         const bool depthwise = group == c && ig == 1 && group > 1;
         for (size_t k = 0; k < o; ++k)
@@ -254,14 +258,14 @@ private:
                         filter[depthwise ? (y * kw + x) * o + k : ((k * kh + y) * kw + x) * ig + i] = v;
                     }
         if (depthwise) {
-            const uint32_t filterId = staticTensor(std::move(filter), {1, kh, kw, o});
+            const uint32_t filterId = staticTensor(std::move(filter), {1, kh, kw, o}, true);
             check(xnn_define_depthwise_convolution_2d(sg_, uint32_t(pads[0]), uint32_t(pads[3]), uint32_t(pads[2]), uint32_t(pads[1]),
                                                       uint32_t(kh), uint32_t(kw), uint32_t(strides[0]), uint32_t(strides[1]),
                                                       uint32_t(dilations[0]), uint32_t(dilations[1]), uint32_t(o / c), c, -kInf, kInf,
                                                       in.id, filterId, biasId, out.id, 0),
                   "depthwise Conv");
         } else {
-            const uint32_t filterId = staticTensor(std::move(filter), {o, kh, kw, ig});
+            const uint32_t filterId = staticTensor(std::move(filter), {o, kh, kw, ig}, true);
             check(xnn_define_convolution_2d(sg_, uint32_t(pads[0]), uint32_t(pads[3]), uint32_t(pads[2]), uint32_t(pads[1]),
                                             uint32_t(kh), uint32_t(kw), uint32_t(strides[0]), uint32_t(strides[1]),
                                             uint32_t(dilations[0]), uint32_t(dilations[1]), uint32_t(group), ig, o / group, -kInf,
@@ -299,7 +303,7 @@ private:
         const size_t c = in.dims[1];
         if (slope.size() == 1) slope.assign(c, slope[0]);
         if (slope.size() != c) unsupported("PRelu slopes other than one per channel");
-        const uint32_t slopeId = staticTensor(std::move(slope), {c});
+        const uint32_t slopeId = staticTensor(std::move(slope), {c}, true);
         const Value out = define(n.outputs[0], in.dims, true);
         check(xnn_define_prelu(sg_, in.id, slopeId, out.id, 0), "PRelu");
     }
@@ -529,8 +533,8 @@ private:
                         for (size_t x = 0; x < kw; ++x) {
                             filter[(((g * og + k) * kh + y) * kw + x) * ig + i] = w.floats[(((g * ig + i) * og + k) * kh + y) * kw + x];
                         }
-        const uint32_t filterId = staticTensor(std::move(filter), {o, kh, kw, ig});
-        const uint32_t biasId = staticTensor(std::move(bias), {o});
+        const uint32_t filterId = staticTensor(std::move(filter), {o, kh, kw, ig}, true);
+        const uint32_t biasId = staticTensor(std::move(bias), {o}, true);
         check(xnn_define_deconvolution_2d(sg_, uint32_t(pads[0]), uint32_t(pads[3]), uint32_t(pads[2]), uint32_t(pads[1]),
                                           uint32_t(extra[0]), uint32_t(extra[1]), uint32_t(kh), uint32_t(kw), uint32_t(strides[0]),
                                           uint32_t(strides[1]), uint32_t(dilations[0]), uint32_t(dilations[1]), uint32_t(group), ig, og,
@@ -611,8 +615,8 @@ private:
             if (c.floats.size() != m && c.floats.size() != 1) unsupported("Gemm bias other than one per output");
             for (size_t i = 0; i < m; ++i) bias[i] = beta * c.floats[c.floats.size() == 1 ? 0 : i];
         }
-        const uint32_t filterId = staticTensor(std::move(filter), {m, k});
-        const uint32_t biasId = staticTensor(std::move(bias), {m});
+        const uint32_t filterId = staticTensor(std::move(filter), {m, k}, true);
+        const uint32_t biasId = staticTensor(std::move(bias), {m}, true);
         const Value out = define(n.outputs[0], {in.dims[0], m}, false);
         check(xnn_define_fully_connected(sg_, -kInf, kInf, in.id, filterId, biasId, out.id, 0), n.op);
     }
@@ -633,7 +637,8 @@ private:
             h = checkedDim(sizes[2]), w = checkedDim(sizes[3]);
         } else if (n.inputs.size() > 2 && !n.inputs[2].empty()) {
             const std::vector<float>& scales = floats(n.inputs[2]).floats;
-            if (scales.size() != 4 || scales[0] != 1.0f || scales[1] != 1.0f || !(scales[2] > 0) || !(scales[3] > 0)) unsupported("Resize scales");
+            const auto fair = [](float f) { return f > 0 && f <= float(kMaxDim); };  // also false for NaN
+            if (scales.size() != 4 || scales[0] != 1.0f || scales[1] != 1.0f || !fair(scales[2]) || !fair(scales[3])) unsupported("Resize scales");
             h = checkedDim(int64_t(double(in.dims[2]) * scales[2])), w = checkedDim(int64_t(double(in.dims[3]) * scales[3]));
         } else {
             unsupported("Resize without sizes or scales");
@@ -645,6 +650,7 @@ private:
     const OnnxGraph& graph_;
     xnn_subgraph_t sg_;
     std::vector<std::vector<float>>& statics_;
+    std::vector<std::vector<float>>& packed_;
     std::map<std::string, Value> values_;
 };
 
@@ -678,8 +684,9 @@ std::unique_ptr<XnnExecutor> XnnExecutor::build(const OnnxGraph& graph, const st
         return nullptr;
     }
     std::unique_ptr<xnn_subgraph, SubgraphDeleter> subgraph(raw);
+    std::vector<std::vector<float>> packed;  // freed when the runtime has its own copy
     try {
-        Builder builder(graph, raw, executor->statics_);
+        Builder builder(graph, raw, executor->statics_, packed);
         builder.input(graph.inputs[0], inputShape);
         for (const OnnxNode& node : graph.nodes) builder.node(node);
         for (size_t i = 0; i < outputs.size(); ++i) {

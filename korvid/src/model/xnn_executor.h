@@ -32,7 +32,7 @@ public:
 
     // REQUIRES: blob is CV_32F of the input shape given to build().
     std::vector<cv::Mat> forward(const cv::Mat& blob);
-    // Bytes of the weights held for the runtime (XNNPACK packs its own copy of as many).
+    // Bytes of the weights and constants the runtime holds (in XNNPACK's packing, or ours).
     size_t weightBytes() const { return weightBytes_; }
 
 private:
@@ -47,7 +47,7 @@ private:
     std::vector<int> inputShape_;
     std::vector<float> input_;  // NHWC
     std::vector<Output> outputs_;
-    std::vector<std::vector<float>> statics_;  // weights and constants the runtime points into
+    std::vector<std::vector<float>> statics_;  // constants the runtime reads as it runs
     size_t weightBytes_ = 0;
 };
 
