@@ -165,5 +165,34 @@ TEST(XnnExecutor, LeavesWhatItDoesNotRunToOpenCv) {
     EXPECT_NE(refused(noOutput).find("\"y\""), std::string::npos);
 }
 
+// Damaged copies of a network that still parse: the executor builds and runs them, or gives
+// a reason; it never reads past a tensor (ASan) nor takes a damaged dim at its word.
+TEST(XnnExecutor, DamagedNetworksRunOrGiveAReason) {
+    const std::vector<char> bytes = fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face_iris.model");
+    ASSERT_FALSE(bytes.empty());
+    uint32_t s = 11;
+    int built = 0, refused = 0;
+    for (int trial = 0; trial < 400; ++trial) {
+        std::vector<uint8_t> damaged(bytes.begin(), bytes.end());
+        for (int k = 0; k < 1 + trial % 3; ++k) {
+            s = s * 1103515245u + 12345u;
+            // The graph's nodes and small tensors sit in the first part of the file.
+            damaged[(s >> 8) % std::min<size_t>(damaged.size(), 200000)] = uint8_t(s >> 24);
+        }
+        OnnxGraph graph;
+        if (!readOnnxGraph(damaged.data(), damaged.size(), graph).empty()) continue;
+        std::string why;
+        const auto xnn = XnnExecutor::build(graph, {1, 3, 64, 64}, {"iris"}, why);
+        if (xnn == nullptr) {
+            EXPECT_NE(why, "");
+            ++refused;
+            continue;
+        }
+        ++built;
+        EXPECT_EQ(xnn->forward(cv::Mat({1, 3, 64, 64}, CV_32F, cv::Scalar(0.5))).size(), 1u);
+    }
+    EXPECT_GT(built + refused, 100);
+}
+
 }  // namespace
 }  // namespace kv
