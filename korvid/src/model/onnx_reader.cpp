@@ -121,6 +121,7 @@ void appendFloats(const Field& f, const Reader& r, std::vector<float>& out) {
         return;
     }
     if (f.wire != kBytes || f.n % 4 != 0) r.fail("bad float data");
+    if (f.n == 0) return;
     const size_t first = out.size();
     out.resize(first + f.n / 4);
     std::memcpy(out.data() + first, f.p, f.n);  // little-endian, as the file format is
@@ -157,7 +158,7 @@ void readTensor(const Field& field, OnnxTensor& t, std::string* name) {
         if (hasRaw) {
             if (raw.n != count * 4) r.fail("raw data of another size than its dims");
             t.floats.resize(count);
-            std::memcpy(t.floats.data(), raw.p, raw.n);
+            if (count != 0) std::memcpy(t.floats.data(), raw.p, raw.n);
         }
         if (t.floats.size() != count) r.fail("data of another size than its dims");
         t.ints.clear();
