@@ -48,11 +48,11 @@ private:
 };
 
 // Which runtime readNetwork may choose: the fastest that runs the network (XNNPACK, checked
-// against OpenCV DNN on the zero input), or OpenCV DNN, the reference, always. The
+// against OpenCV DNN on the load's input), or OpenCV DNN, the reference, always. The
 // environment variable KORVID_NETWORK_RUNTIME=opencv makes every read take OpenCV DNN.
 enum class NetworkRuntime { Fastest, OpenCv };
 
-// Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
+// Reads blob as an ONNX network and checks it: one forward pass on fixed noise must give
 // every output of shape with its element count. Throws NodeFailure(INVALID_MODEL) otherwise.
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape,
                                      NetworkRuntime runtime = NetworkRuntime::Fastest);
