@@ -1,11 +1,20 @@
 #include "model/network.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+#include <set>
 
 #include "model/network_reads.h"
 #include "model/onnx_check.h"
 #include "model/onnx_clip_form.h"
+#include "model/onnx_reader.h"
 
 namespace kv {
 
@@ -53,6 +62,7 @@ Network::Network(cv::dnn::Net net, NetworkShape shape, const uint8_t* bytes, siz
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (xnn_ != nullptr) return xnn_->forward(blob);  // fresh outputs, nothing shared
     net_.setInput(blob);
     std::vector<cv::Mat> outs;
     net_.forward(outs, names_);
@@ -60,7 +70,83 @@ std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     return outs;
 }
 
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape) {
+void Network::accelerate(std::unique_ptr<XnnExecutor> xnn) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    xnn_ = std::move(xnn);
+    net_ = cv::dnn::Net();
+}
+
+size_t Network::weightBytes() const { return xnn_ != nullptr ? xnn_->weightBytes() : weightBytes_; }
+
+namespace {
+
+bool agree(const std::vector<cv::Mat>& a, const std::vector<cv::Mat>& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (a[i].total() != b[i].total()) return false;
+        const float* x = a[i].ptr<float>();
+        const float* y = b[i].ptr<float>();
+        for (size_t k = 0; k < a[i].total(); ++k) {
+            if (!(std::fabs(x[k] - y[k]) <= std::max(1e-3f, 2e-5f * std::fabs(y[k])))) return false;
+        }
+    }
+    return true;
+}
+
+// Once per model name, on standard error: which networks stay with OpenCV DNN, and why.
+void noteFallback(const std::string& model, const std::string& why) {
+    static std::mutex mutex;
+    static std::set<std::string> noted;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (noted.insert(model).second) std::fprintf(stderr, "korvid: network \"%s\" runs in OpenCV DNN: %s\n", model.c_str(), why.c_str());
+}
+
+// The input of the check at load: fixed noise in [0, 1), which, unlike zeros, tries every
+// weight.
+cv::Mat checkInput(const std::vector<int>& shape) {
+    cv::Mat noise(shape, CV_32F);
+    cv::RNG rng(0x5eed);
+    rng.fill(noise, cv::RNG::UNIFORM, 0.0f, 1.0f);
+    return noise;
+}
+
+// Moves network to XNNPACK when it runs every operator and gives OpenCV's outputs (reference,
+// on checkInput) within the parity bound; otherwise it stays with OpenCV.
+void accelerate(const ModelBlob& blob, Network& network, const std::vector<cv::Mat>& reference) {
+    const char* forced = std::getenv("KORVID_NETWORK_RUNTIME");
+    if (forced != nullptr && std::string(forced) == "opencv") return;
+    OnnxGraph graph;
+    std::string why = readOnnxGraph(blob.data, blob.size, graph);
+    std::unique_ptr<XnnExecutor> xnn;
+    if (why.empty()) {
+        std::vector<std::string> outputs;
+        for (const auto& output : network.shape().outputs) outputs.push_back(output.first);
+        xnn = XnnExecutor::build(graph, network.shape().inputShape, outputs, why);
+    }
+    try {
+        if (xnn != nullptr && !agree(xnn->forward(checkInput(network.shape().inputShape)), reference)) {
+            xnn.reset();
+            why = "XNNPACK's outputs differ from OpenCV's";
+        }
+    } catch (const cv::Exception& e) {
+        xnn.reset();
+        why = std::string("the check does not run: ") + e.what();
+    }
+    if (xnn == nullptr) {
+        noteFallback(blob.name, why);
+        return;
+    }
+    network.accelerate(std::move(xnn));
+#ifdef __GLIBC__
+    // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
+    // middle of the heap; without this glibc keeps them, 80 MB over the default networks.
+    malloc_trim(0);
+#endif
+}
+
+}  // namespace
+
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape, NetworkRuntime runtime) {
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
     if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
@@ -79,7 +165,7 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
     net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
     std::vector<cv::Mat> outs;
     try {
-        net.setInput(cv::Mat(shape.inputShape, CV_32F, cv::Scalar(0)));
+        net.setInput(checkInput(shape.inputShape));
         net.forward(outs, outputNames(shape));
     } catch (const cv::Exception& e) {
         refuse(blob, std::string("does not run: ") + e.what());
@@ -91,7 +177,9 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
         }
     }
     const size_t weights = weightsOf(net, shape);
-    return std::make_shared<Network>(std::move(net), shape, blob.data, blob.size, weights);
+    auto network = std::make_shared<Network>(std::move(net), shape, blob.data, blob.size, weights);
+    if (runtime == NetworkRuntime::Fastest) accelerate(blob, *network, outs);
+    return network;
 }
 
 namespace {

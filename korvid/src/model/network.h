@@ -17,6 +17,7 @@
 
 #include "model/error.h"
 #include "model/model_blob.h"
+#include "model/xnn_executor.h"
 
 namespace kv {
 
@@ -28,10 +29,11 @@ struct NetworkShape {
 };
 
 // A loaded network, the shape it passed and the bytes it was read from. forward() runs it
-// on an NCHW float blob and returns the outputs in the shape's order. Thread-safe: a
-// network may be shared by the systems of several threads. OpenCV's Net keeps the blobs of
-// a run inside itself, so forward() runs under the network's lock and returns copies of
-// the outputs, which the next run (of any thread) would otherwise overwrite.
+// on an NCHW float blob and returns the outputs in the shape's order, through XNNPACK where
+// it runs every operator of the network, through OpenCV DNN otherwise. Thread-safe: a
+// network may be shared by the systems of several threads. Both runtimes keep the buffers
+// of a run inside themselves, so forward() runs under the network's lock and returns copies
+// of the outputs, which the next run (of any thread) would otherwise overwrite.
 class Network {
 public:
     // net has passed its check; weightBytes is what OpenCV reports of its weights.
@@ -39,23 +41,33 @@ public:
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
     const std::vector<uint8_t>& bytes() const { return bytes_; }
+    // Runs the network through xnn from now on; OpenCV's copy is dropped.
+    void accelerate(std::unique_ptr<XnnExecutor> xnn);
+    bool accelerated() const { return xnn_ != nullptr; }
     // Bytes of the weights OpenCV holds (0 when it cannot tell). Its figure for the layer
     // buffers counts every buffer apart (tens of MB for the face detector) while they are
     // shared in fact, so it is left out.
-    size_t weightBytes() const { return weightBytes_; }
+    size_t weightBytes() const;
 
 private:
-    std::mutex mutex_;  // guards net_
+    std::mutex mutex_;  // guards the runs of net_ and xnn_
     cv::dnn::Net net_;
     const NetworkShape shape_;
     const std::vector<std::string> names_;
     const std::vector<uint8_t> bytes_;
     const size_t weightBytes_;
+    std::unique_ptr<XnnExecutor> xnn_;  // guarded by mutex_
 };
 
-// Reads blob as an ONNX network and checks it: one forward pass on a zero input must give
+// Which runtime readNetwork may choose: the fastest that runs the network (XNNPACK, checked
+// against OpenCV DNN on the load's input), or OpenCV DNN, the reference, always. The
+// environment variable KORVID_NETWORK_RUNTIME=opencv makes every read take OpenCV DNN.
+enum class NetworkRuntime { Fastest, OpenCv };
+
+// Reads blob as an ONNX network and checks it: one forward pass on fixed noise must give
 // every output of shape with its element count. Throws Error(INVALID_MODEL) otherwise.
-std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape);
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape,
+                                     NetworkRuntime runtime = NetworkRuntime::Fastest);
 
 // Networks by content (and shape: the same bytes read for another shape are checked again).
 // A lookup hashes the size and both ends of the bytes, then compares the whole content with

@@ -1,5 +1,6 @@
-// Forward time of each converted network in OpenCV DNN on one thread, beside the time of
-// the same file in ONNX Runtime measured just before (korvid/networks/ort_bench.js, on
+// Forward time of each converted network in OpenCV DNN and in the XNNPACK executor (where
+// it runs the network) on one thread, beside the time of the same file in ONNX Runtime
+// measured just before (korvid/networks/ort_bench.js, on
 // standard input: MODEL CHANNELS HEIGHT WIDTH MILLISECONDS per line). Both are medians of
 // the processor time of warm runs on a zero input, so a machine shared with other work
 // slows neither side's figure much.
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +23,7 @@
 #include <opencv2/dnn.hpp>
 
 #include "model/onnx_clip_form.h"
+#include "model/xnn_executor.h"
 
 namespace {
 
@@ -45,13 +48,27 @@ struct Runner {
     cv::Mat blob;
     std::vector<std::string> names;
     std::vector<cv::Mat> outs;
+    std::unique_ptr<kv::XnnExecutor> xnn;  // when set, once() runs it instead of OpenCV
 
     Runner(const std::string& path, int c, int h, int w) : net(readNet(path)) {
         const int shape[] = {1, c, h, w};
         blob = cv::Mat(4, shape, CV_32F, cv::Scalar(0));
         names = net.getUnconnectedOutLayersNames();
     }
+    // Moves the runner to XNNPACK; false (and why) when the executor does not run the network.
+    bool useXnnpack(const std::string& path, std::string& why) {
+        std::ifstream in(path, std::ios::binary);
+        const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+        kv::OnnxGraph graph;
+        why = kv::readOnnxGraph(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), graph);
+        if (why.empty()) xnn = kv::XnnExecutor::build(graph, {blob.size[0], blob.size[1], blob.size[2], blob.size[3]}, names, why);
+        return xnn != nullptr;
+    }
     void once() {
+        if (xnn != nullptr) {
+            outs = xnn->forward(blob);
+            return;
+        }
         net.setInput(blob);
         net.forward(outs, names);
     }
@@ -106,16 +123,25 @@ int main(int argc, char** argv) {
         return 2;
     }
     const int runs = argc == 3 ? std::max(1, std::atoi(argv[2])) : 30;
-    std::printf("%-24s %14s %14s %8s\n", "network", "OpenCV DNN ms", "ORT ms", "ratio");
+    std::printf("%-24s %14s %14s %14s %8s %8s\n", "network", "OpenCV DNN ms", "XNNPACK ms", "ORT ms", "OpenCV", "ours");
     std::string model;
     int c = 0, h = 0, w = 0;
     double ortMs = 0;
     int status = 0;
     while (std::cin >> model >> c >> h >> w >> ortMs) {
         try {
-            Runner runner(std::string(argv[1]) + "/" + model + ".model", c, h, w);
+            // The two runtimes of the framework one after the other; "ours" is the ratio of
+            // the one the framework runs the network with (XNNPACK where it can) to ORT.
+            const std::string path = std::string(argv[1]) + "/" + model + ".model";
+            Runner runner(path, c, h, w);
             const double ms = runner.medianMs(runs);
-            std::printf("%-24s %14.2f %14.2f %8.2f\n", model.c_str(), ms, ortMs, ms / ortMs);
+            std::string why;
+            if (runner.useXnnpack(path, why)) {
+                const double xnnMs = runner.medianMs(runs);
+                std::printf("%-24s %14.2f %14.2f %14.2f %8.2f %8.2f\n", model.c_str(), ms, xnnMs, ortMs, ms / ortMs, xnnMs / ortMs);
+            } else {
+                std::printf("%-24s %14.2f %14s %14.2f %8.2f %8.2f   (%s)\n", model.c_str(), ms, "-", ortMs, ms / ortMs, ms / ortMs, why.c_str());
+            }
         } catch (const std::exception& e) {
             std::cerr << model << ": " << e.what() << "\n";
             status = 1;
