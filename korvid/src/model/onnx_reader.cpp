@@ -1,4 +1,4 @@
-include "model/onnx_reader.h"
+#include "model/onnx_reader.h"
 
 #include <cstring>
 #include <limits>

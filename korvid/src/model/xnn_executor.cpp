@@ -1,4 +1,4 @@
-include "model/xnn_executor.h"
+#include "model/xnn_executor.h"
 
 #include <algorithm>
 #include <cstring>

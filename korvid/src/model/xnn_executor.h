@@ -13,7 +13,7 @@
 
 #include <opencv2/core.hpp>
 
-include "model/onnx_reader.h"
+#include "model/onnx_reader.h"
 
 typedef struct xnn_runtime* xnn_runtime_t;
 
