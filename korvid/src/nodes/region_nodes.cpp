@@ -14,6 +14,7 @@
 #include "Vantor/SegmentationBuffers.h"
 #include "dnn/person_segmenter.h"
 #include "dnn/pet_detector.h"
+#include "drawing_gate.h"
 #include "dnn/pose_estimator.h"
 #include "image_stats.h"
 #include "model_bundle.h"
@@ -255,7 +256,11 @@ private:
 
 class FacePetNode : public Node {
 public:
-    void load(const NodeParams&, const ModelSet& models) override { pets_.load(requireModel(models, "face_pet_detect_model_key")); }
+    void load(const NodeParams&, const ModelSet& models) override {
+        const ModelBlob& blob = requireModel(models, "face_pet_detect_model_key");
+        pets_.load(blob);
+        drawing_ = drawingClassifier(blob);
+    }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
@@ -264,6 +269,9 @@ public:
         // Matting seeds GrabCut with the detector's box alone: cat faces only without one.
         const bool matting = imageMode(params) != 1;
         std::vector<PetDetection> pets = onePetPerAnimal(pets_.detect(bgr, kMaxPets, memo, !matting));
+        pets.erase(std::remove_if(pets.begin(), pets.end(),
+                                  [&](const PetDetection& p) { return !standsOnPicture(drawing_.get(), bgr, memo, p.score, kStrongPet); }),
+                   pets.end());
         if (pets.size() > static_cast<size_t>(maxNum)) pets.resize(static_cast<size_t>(maxNum));
 
         if (!matting) {
@@ -318,7 +326,10 @@ public:
 private:
     static long imageMode(const NodeParams& params) { return params.intOr("face_pet_detect_use_imagemode", 0); }
 
+    // On a drawing only pets the detector is this sure of stand (docs/quality.md).
+    static constexpr float kStrongPet = 0.6f;
     PetDetector pets_;
+    std::unique_ptr<ContentClassifier> drawing_;
 };
 
 // Skeleton: the people MoveNet finds (dnn/pose_estimator.h), strongest first, at most
@@ -326,7 +337,9 @@ private:
 class SkeletonNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        estimator_ = std::make_unique<PoseEstimator>(requireModel(models, "skeleton_model_key"));
+        const ModelBlob& blob = requireModel(models, "skeleton_model_key");
+        estimator_ = std::make_unique<PoseEstimator>(blob);
+        drawing_ = drawingClassifier(blob);
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -340,6 +353,7 @@ public:
         const float w = float(bgr.cols), h = float(bgr.rows);
         for (const Pose& pose : estimator_->estimate(bgr)) {
             if (long(out->buffer->infos.size()) >= maxCount) break;
+            if (!standsOnPicture(drawing_.get(), bgr, memo, pose.score, kStrongPose)) continue;
             auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
             for (size_t k = 0; k < kPoseKeyPoints; ++k) {
                 person->keyPoints.push_back(Glintcore::Vector2f{pose.points[k].x / w, pose.points[k].y / h});
@@ -359,7 +373,10 @@ public:
 
 private:
     static constexpr float kMinPointScore = 0.3f;
+    // On a drawing only people MoveNet is this sure of stand (docs/quality.md).
+    static constexpr float kStrongPose = 0.5f;
     std::unique_ptr<PoseEstimator> estimator_;
+    std::unique_ptr<ContentClassifier> drawing_;
 };
 
 }  // namespace
