@@ -374,7 +374,7 @@ public:
 private:
     static constexpr float kMinPointScore = 0.3f;
     // On a drawing only people MoveNet is this sure of stand (docs/quality.md).
-    static constexpr float kStrongPose = 0.5f;
+    static constexpr float kStrongPose = 0.4f;
     std::unique_ptr<PoseEstimator> estimator_;
     std::unique_ptr<ContentClassifier> drawing_;
 };
