@@ -40,6 +40,9 @@ inline constexpr NetworkSlot kSlots[] = {
     {"qm_face_attribute_age",
      VQFE_FUZZ_GRAPH(VQFE_FUZZ_FACE_NODE("") R"(,{"name":"attr_0","type":"expression_detect","config":{"keymaps":{"stringParam":{"face_attr_age_gender_model_dir":"qm_face_attribute_age","face_attr_expression_model_dir":"qm_face_attribute_exp","face_attr_extra_model_dir":"qm_face_attribute_extra"},"intParam":{"face_attr_detect_ability":23}}}})",
                      VQFE_FUZZ_FACE_LINKS("attr_0"))},
+    {"qm_porn_classifier",
+     VQFE_FUZZ_GRAPH(R"({"name":"porn_cls_0","type":"porn_cls","config":{"keymaps":{"stringParam":{"model_name":"qm_porn_classifier"}}}})",
+                     VQFE_FUZZ_LINK("porn_cls_0", 0))},
 };
 inline constexpr size_t kSlotCount = sizeof kSlots / sizeof kSlots[0];
 

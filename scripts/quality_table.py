@@ -16,7 +16,7 @@ from itertools import combinations
 from quality_labels import read_labels
 
 KINDS = {4: "face", 7: "skeleton", 8: "face-verify", 10: "face-cluster", 25: "scene", 46: "face-attribute",
-         95: "pet-face", 121: "classification"}
+         95: "pet-face", 121: "classification", 33: "sensitive"}
 
 
 def load_results(path):
@@ -363,6 +363,15 @@ def print_photos(photos, results, markdown):
             print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)))
 
 
+def score_sensitive(table, photos, results):
+    """None of the photos is sensitive: every is_porn is a false alarm."""
+    photos, note = answered(photos, results, 33)
+    confidence = [float(results[p["name"]][33].get("confidence", 0)) for p in photos]
+    alarms = sum(1 for p in photos if results[p["name"]][33].get("is_porn"))
+    table.add("sensitive (33)", "photos at is_porn (none is sensitive)", of(alarms, len(photos)), note)
+    table.add("sensitive (33)", "photos at confidence 0.2 or more", of(sum(1 for c in confidence if c >= 0.2), len(photos)))
+
+
 def main():
     args = [a for a in sys.argv[1:] if not a.startswith("--")]
     if len(args) != 2:
@@ -375,7 +384,7 @@ def main():
         print("not analysed: " + ", ".join(p["name"] for p in photos if p["name"] not in results), file=sys.stderr)
     table = Table()
     for score in (score_faces, score_pets, score_people, score_scenes, score_classification, score_attributes, score_identity,
-                  score_skeletons):
+                  score_skeletons, score_sensitive):
         score(table, analysed, results)
     print("%d photos: %d with people, %d with a cat or dog\n" % (
         len(analysed), sum(1 for p in analysed if p["people"]), sum(1 for p in analysed if p["pet"])))

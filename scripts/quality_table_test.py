@@ -102,6 +102,16 @@ class ScoringTest(unittest.TestCase):
         self.assertNotIn("top-5 hits, photos of text", values)
         self.assertEqual(values["classes at 0.8 or more that the photo was not labelled with"], "2")
 
+    def test_every_sensitive_alarm_is_false(self):
+        photos = [photo("flower"), photo("cat"), photo("wood"), photo("failed")]
+        results = {"flower": {33: {"is_porn": True, "confidence": 0.82}}, "cat": {33: {"is_porn": False, "confidence": 0.25}},
+                   "wood": {33: {"is_porn": False, "confidence": 0.01}}, "failed": {33: None}}
+        table = quality_table.Table()
+        quality_table.score_sensitive(table, photos, results)
+        values = {row[1]: (row[2], row[3]) for row in table.rows}
+        self.assertEqual(values["photos at is_porn (none is sensitive)"], ("1 of 3", "no result on 1 photo, left out"))
+        self.assertEqual(values["photos at confidence 0.2 or more"][0], "2 of 3")
+
 
 class ConversionTest(unittest.TestCase):
     def test_npy_grey_to_png_keeps_every_pixel(self):

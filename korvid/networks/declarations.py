@@ -31,7 +31,8 @@ def main():
     lines = ["// Generated at build time by korvid/networks/declarations.py from korvid/networks/networks.json:",
              "// each network's input and output names, declared once there. Do not edit.",
              "#pragma once", "", '#include "model/network_input.h"', "", "namespace kv::declared {", ""]
-    for net in spec["networks"] + spec["weights_package"]["networks"]:
+    networks = spec["networks"] + spec["weights_package"]["networks"] + spec["layers_package"]["networks"]
+    for net in networks:
         model, inp = net["model"], net["input"]
         if not re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", model):
             sys.exit("declarations: model name %r is no C++ name" % model)
@@ -51,7 +52,7 @@ def main():
         lines.append("")
     lines.append("// Every declared network, in the order of networks.json.")
     lines.append("inline constexpr const NetworkInput* kAll[] = {%s};" % ", ".join(
-        "&" + n["model"] for n in spec["networks"] + spec["weights_package"]["networks"]))
+        "&" + n["model"] for n in networks))
     lines.append("")
     lines.append("}  // namespace kv::declared")
     text = "\n".join(lines) + "\n"

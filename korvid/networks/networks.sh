@@ -4,7 +4,7 @@
 #                                        network of networks.json to OUT_DIR/<model>.model (ONNX)
 #   networks.sh reference OUT_DIR        fetch the reference runtime, write its outputs on
 #                                        the parity input to OUT_DIR (reference.js,
-#                                        faceapi_reference.js)
+#                                        faceapi_reference.js, layers_reference.js)
 #   networks.sh valid MODELS_DIR REF_DIR PYTHON
 #                                        every network passes ONNX's full check, and ONNX
 #                                        Runtime's outputs match the reference outputs
@@ -19,6 +19,7 @@ case "${1:-}" in
     "$3" "$here/tfjs_to_onnx.py" all "$here/networks.json" "$models" "$2"
     weights="$("$fetch" --weights)"
     "$3" "$here/faceapi_to_onnx.py" "$here/networks.json" "$weights/model" "$2"
+    "$3" "$here/layers_to_onnx.py" "$here/networks.json" "$("$fetch" --layers)" "$2"
     ;;
   reference)
     models="$("$fetch")"
@@ -28,6 +29,8 @@ case "${1:-}" in
     weights="$("$fetch" --weights)"
     NODE_PATH="$runtime:$(dirname "$(dirname "$weights")")" node "$here/faceapi_reference.js" "$here/networks.json" \
       "$weights/model" "$2" | grep -v '^$\|^====\|node backend'
+    NODE_PATH="$runtime" node "$here/layers_reference.js" "$here/networks.json" "$("$fetch" --layers)" "$2" \
+      | grep -v '^$\|^====\|node backend'
     ;;
   valid)
     runtime="$("$fetch" --runtime)"

@@ -52,7 +52,7 @@ def main():
         sys.exit(__doc__.strip().splitlines()[-1])
     spec = json.load(open(sys.argv[1]))
     model_dir = sys.argv[2]
-    names = [n["model"] for n in spec["networks"] + spec["weights_package"]["networks"]]
+    names = [n["model"] for n in spec["networks"] + spec["weights_package"]["networks"] + spec["layers_package"]["networks"]]
     failed = checked = 0
     for name in names:
         path = os.path.join(model_dir, name + ".model")

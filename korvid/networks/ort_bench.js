@@ -13,7 +13,7 @@ async function main() {
   const [networksFile, modelsDir, runsText] = process.argv.slice(2);
   const runs = Number(runsText || 30);
   const spec = JSON.parse(fs.readFileSync(networksFile));
-  for (const net of [...spec.networks, ...spec.weights_package.networks]) {
+  for (const net of [...spec.networks, ...spec.weights_package.networks, ...spec.layers_package.networks]) {
     const { height: h, width: w } = net.input;
     const c = net.input.channels || 3;
     const session = await ort.InferenceSession.create(path.join(modelsDir, `${net.model}.model`),

@@ -49,9 +49,24 @@ TEST(Networks, DamagedOrForeignModelsAreInvalidModel) {
         h.finder.overrides = {{"qm_skeleton", content}};
         EXPECT_EQ(h->loadGraph(builtinTemplate(7)), INVALID_MODEL) << content.size() << " bytes";
     }
+    // The sensitive-content bundle: its network cut short or another network in its place, no
+    // network at all (the bare parameter file), a pet bundle whose "drawing" part is damaged.
+    const std::string params = vqfe_testing::fileBytes(std::string(KORVID_TEST_SOURCE_DIR) + "/models/qm_porn_classifier.yml");
+    const std::string nsfw = modelBytes("qm_nsfw");
+    const auto withNetwork = [&](const std::string& network) {
+        return "korvid-bundle\nparams " + std::to_string(params.size()) + "\n" + params + "network " + std::to_string(network.size()) + "\n" + network;
+    };
+    for (const std::string& content : {withNetwork(nsfw.substr(0, nsfw.size() / 2)), withNetwork(face), params}) {
+        h.finder.overrides = {{"qm_porn_classifier", content}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(33)), INVALID_MODEL) << content.size() << " bytes";
+    }
+    const std::string pets = modelBytes("qm_petface");
+    h.finder.overrides = {{"qm_petface", pets.substr(0, pets.size() - 1000)}};
+    EXPECT_EQ(h->loadGraph(builtinTemplate(95)), INVALID_MODEL);
     h.finder.overrides.clear();
     EXPECT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
     EXPECT_EQ(h->loadGraph(builtinTemplate(7)), NO_ERROR);
+    EXPECT_EQ(h->loadGraph(builtinTemplate(33)), NO_ERROR);
 }
 
 TEST(Networks, DamagedBundlesAreInvalidModel) {
@@ -155,16 +170,16 @@ TEST(Networks, AReloadedGraphReadsNoNetworkAgain) {
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
     ASSERT_EQ(h->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three and the descriptor
     EXPECT_EQ(Korvid::networksRead(), before + 4);
-    // Switching to a graph of other networks (the skeleton: two) and back reads only the new
-    // ones, once.
+    // Switching to a graph of other networks (the skeleton: two, and the content classifier
+    // that tells drawings) and back reads only the new ones, once.
     for (int kind : {7, 4, 7, 8}) ASSERT_EQ(h->loadGraph(builtinTemplate(kind)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 6);
+    EXPECT_EQ(Korvid::networksRead(), before + 7);
     // The same size and the same ends, one weight different: another network, read anew.
     std::string changed = modelBytes("qm_face");
     changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
     h.finder.overrides = {{"qm_face", changed}};
     ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 7);
+    EXPECT_EQ(Korvid::networksRead(), before + 8);
 }
 
 TEST(Networks, ExtremeImageShapesFindNothing) {

@@ -13,6 +13,8 @@
 #include "dnn/object_labels.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/content_cues.h"
+#include "nodes/drawing_gate.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
@@ -188,6 +190,7 @@ public:
             }
             objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
             labels_ = ObjectLabels::parse(parts.at("labels"));
+            drawing_ = drawingClassifier(blob);
         }
         cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "nodehub_inference");
         fs["feature_layout"] >> layout_;
@@ -201,7 +204,7 @@ public:
         const SceneEvidence probe;
         double unused;
         for (const std::string& c : cueOf_) {
-            if (c != "none" && c != kQrCode && !sceneCue(c, probe, unused)) throw Error(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+            if (c != "none" && c != kQrCode && c != kAnime && c != kSketch && !sceneCue(c, probe, unused)) throw Error(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
         }
     }
 
@@ -214,11 +217,25 @@ public:
         const SceneEvidence evidence = sceneEvidence(image, memo);
         std::vector<ObjectDetection> objects;
         if (objects_) objects = sharedObjects(*objects_, image, kMinObjectScore, memo);
+        ContentScores content{};
+        if (drawing_) {
+            content = sharedContent(*drawing_, image, memo);
+            // People and animals on a drawing count only when strongly detected.
+            objects.erase(std::remove_if(objects.begin(), objects.end(),
+                                         [&](const ObjectDetection& o) {
+                                             return (o.cocoClass == kCocoPerson || (o.cocoClass >= kCocoBird && o.cocoClass <= kCocoGiraffe)) &&
+                                                    !standsOnPicture(content, o.score, kStrongOnDrawing);
+                                         }),
+                          objects.end());
+        }
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
+            } else if (cue == kAnime || cue == kSketch) {
+                // Without the classifier nothing measures a drawing.
+                if (drawing_) v = (cue == kAnime ? animeCue : sketchCue)(content, evidence.colourfulness);
             } else if (cue == kQrCode) {
                 v = qrCodeCue(image);
             } else if (cue != "none") {
@@ -239,12 +256,19 @@ public:
 
 private:
     static constexpr const char* kQrCode = "qr_code";  // OpenCV's QR detector, not a scene cue
+    // The content classifier's drawings (content_cues.h), in colour and in grey.
+    static constexpr const char* kAnime = "drawing_colour";
+    static constexpr const char* kSketch = "drawing_grey";
+    // COCO's animals: bird (14) to giraffe (23).
+    static constexpr int kCocoBird = 14, kCocoGiraffe = 23;
+    static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md
     static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
     static constexpr double kSceneClassScale = 0.9;  // scene cues (at most 0.85) stay below 0.8
 
     std::string layout_, featureName_, scoreName_;
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
     std::unique_ptr<ObjectDetector> objects_;
+    std::unique_ptr<ContentClassifier> drawing_;
     ObjectLabels labels_;
 };
 

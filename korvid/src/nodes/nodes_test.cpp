@@ -6,6 +6,8 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "testing/builtin_templates.h"
 #include "testing/file_bytes.h"
@@ -449,6 +451,57 @@ TEST(Nodes, ClassificationGraphs) {
     ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::AllNodes), NO_ERROR);
     EXPECT_NE(h->getResultByName("ClassificationPostProcess_c300"), nullptr);
     EXPECT_EQ(h->getResultByName("ClassificationPostProcess_c300"), h->getResult(AlgorithmType::NHClassification));
+}
+
+// A photo turned into a cartoon: smoothed, its colours posterised, dark outlines.
+cv::Mat cartoon(const std::string& photo) {
+    const cv::Mat image = cv::imread(std::string(KORVID_TEST_DATA_DIR) + "/" + photo, cv::IMREAD_COLOR);
+    cv::Mat smooth = image.clone(), next;
+    for (int i = 0; i < 5; ++i) {
+        cv::bilateralFilter(smooth, next, 9, 75, 75);
+        std::swap(smooth, next);
+    }
+    cv::Mat flat = smooth / 48 * 48 + cv::Scalar::all(24), gray, edges;
+    cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
+    cv::medianBlur(gray, gray, 7);
+    cv::adaptiveThreshold(gray, edges, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY, 9, 2);
+    cv::Mat out(image.size(), CV_8UC3, cv::Scalar::all(0));
+    flat.copyTo(out, edges);
+    return out;
+}
+
+// The content classifier behind kinds 33 and 121: photos are neither drawings nor
+// sensitive, the same photos drawn as cartoons are drawings (anime or sketch by their
+// colours). Pixels fed unscaled (0..255 where the network takes 0..1) turn the astronaut
+// and the rocket photos into drawings (0.78, 0.91).
+TEST(Nodes, SensitiveContentAndDrawings) {
+    SystemHarness h;
+    auto label = [](const NHClassificationBuffer& b, const std::string& name) {
+        const NHClassificationInfo& in = *b.infos[0];
+        for (size_t i = 0; i < in.id.size(); ++i) {
+            if (b.labels[size_t(in.id[i])] == name) return in.confidence[i];
+        }
+        return -1.f;
+    };
+    for (const char* photo : {"astronaut.jpg", "chelsea.jpg", "coffee.jpg", "rocket.jpg", "grace_hopper.jpg"}) {
+        auto* porn = run<PornClsBuffer>(h, 33, photo);
+        ASSERT_NE(porn, nullptr);
+        EXPECT_EQ(porn->isPorn, 0) << photo;
+        EXPECT_LT(porn->confidence, 0.1f) << photo;
+        auto* c = run<NHClassificationBuffer>(h, 121, photo);
+        ASSERT_NE(c, nullptr);
+        EXPECT_LT(label(*c, "2098_Anime") + label(*c, "725_sketch"), 0.1f) << photo;
+    }
+    for (const char* photo : {"astronaut.jpg", "rocket.jpg"}) {
+        h.input = rgbaInput(cartoon(photo));
+        ASSERT_EQ(h->loadGraph(builtinTemplate(33)), NO_ERROR);
+        ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::PornCls), NO_ERROR) << h->getLastErrorMessage();
+        EXPECT_LT(static_cast<PornClsBuffer*>(h->getResult(AlgorithmType::PornCls))->confidence, 0.1f) << photo;
+        ASSERT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
+        ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::NHClassification), NO_ERROR) << h->getLastErrorMessage();
+        auto* c = static_cast<NHClassificationBuffer*>(h->getResult(AlgorithmType::NHClassification));
+        EXPECT_GT(label(*c, "2098_Anime") + label(*c, "725_sketch"), 0.3f) << photo;  // 0.42, 0.65
+    }
 }
 
 // A text summary of every result of a whole-graph run, for comparing runs.

@@ -16,6 +16,7 @@
 #include "dnn/pose_estimator.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/drawing_gate.h"
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
@@ -257,7 +258,11 @@ private:
 
 class FacePetNode : public Node {
 public:
-    void load(const NodeParams&, const ModelSet& models) override { pets_.load(requireModel(models, "face_pet_detect_model_key")); }
+    void load(const NodeParams&, const ModelSet& models) override {
+        const ModelBlob& blob = requireModel(models, "face_pet_detect_model_key");
+        pets_.load(blob);
+        drawing_ = drawingClassifier(blob);
+    }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
@@ -266,6 +271,9 @@ public:
         // Matting seeds GrabCut with the detector's box alone: cat faces only without one.
         const bool matting = imageMode(params) != 1;
         std::vector<PetDetection> pets = onePetPerAnimal(pets_.detect(bgr, kMaxPets, memo, !matting));
+        pets.erase(std::remove_if(pets.begin(), pets.end(),
+                                  [&](const PetDetection& p) { return !standsOnPicture(drawing_.get(), bgr, memo, p.score, kStrongPet); }),
+                   pets.end());
         if (pets.size() > static_cast<size_t>(maxNum)) pets.resize(static_cast<size_t>(maxNum));
 
         if (!matting) {
@@ -320,7 +328,10 @@ public:
 private:
     static long imageMode(const NodeParams& params) { return params.intOr("face_pet_detect_use_imagemode", 0); }
 
+    // On a drawing only pets the detector is this sure of stand (docs/quality.md).
+    static constexpr float kStrongPet = 0.6f;
     PetDetector pets_;
+    std::unique_ptr<ContentClassifier> drawing_;
 };
 
 // Skeleton: the people MoveNet finds (dnn/pose_estimator.h), strongest first, at most
@@ -328,7 +339,9 @@ private:
 class SkeletonNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        estimator_ = std::make_unique<PoseEstimator>(requireModel(models, "skeleton_model_key"));
+        const ModelBlob& blob = requireModel(models, "skeleton_model_key");
+        estimator_ = std::make_unique<PoseEstimator>(blob);
+        drawing_ = drawingClassifier(blob);
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -342,6 +355,7 @@ public:
         const float w = float(bgr.cols), h = float(bgr.rows);
         for (const Pose& pose : estimator_->estimate(bgr)) {
             if (long(out->buffer->infos.size()) >= maxCount) break;
+            if (!standsOnPicture(drawing_.get(), bgr, memo, pose.score, kStrongPose)) continue;
             auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
             for (size_t k = 0; k < kPoseKeyPoints; ++k) {
                 person->keyPoints.push_back(Glintcore::Vector2f{pose.points[k].x / w, pose.points[k].y / h});
@@ -361,7 +375,10 @@ public:
 
 private:
     static constexpr float kMinPointScore = 0.3f;
+    // On a drawing only people MoveNet is this sure of stand (docs/quality.md).
+    static constexpr float kStrongPose = 0.4f;
     std::unique_ptr<PoseEstimator> estimator_;
+    std::unique_ptr<ContentClassifier> drawing_;
 };
 
 }  // namespace

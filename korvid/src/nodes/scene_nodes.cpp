@@ -12,6 +12,7 @@
 #include "dnn/object_detector.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/content_cues.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
@@ -197,31 +198,23 @@ public:
     }
 };
 
+// The content classifier's probabilities (nodes/content_cues.h): porn and hentai count whole,
+// sexy by the model's sexy_weight.
 class PornClsNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        cv::FileStorage fs = openParams(requireModel(models, "model_name"), "porn_cls");
-        bias_ = paramOr(fs, "bias", -6.0);
-        skinWeight_ = paramOr(fs, "skin_weight", 6.0);
-        blobWeight_ = paramOr(fs, "blob_weight", 6.0);
+        const auto bundle = paramsAndNetwork(requireModel(models, "model_name"));
+        if (!bundle) throw Error(Vantor::INVALID_MODEL, "the sensitive-content model lacks its network");
+        classifier_ = std::make_unique<ContentClassifier>(loadNetwork({{"network", bundle->network}}, "network", ContentClassifier::shape()));
+        cv::FileStorage fs = openParams(bundle->params, "porn_cls");
+        sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
         threshold_ = static_cast<float>(paramOr(fs, "threshold", 0.5));
     }
 
-    // Logistic model over the skin ratio and the largest skin region's share.
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        const cv::Mat small = shrinkToFit(bgr, 256);
-        cv::Mat skin = skinMask(small);
-        cv::morphologyEx(skin, skin, cv::MORPH_OPEN, cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(5, 5)));
-        cv::Mat labels, stats, centroids;
-        const int n = cv::connectedComponentsWithStats(skin, labels, stats, centroids, 8);
-        int largest = 0;
-        for (int i = 1; i < n; ++i) largest = std::max(largest, stats.at<int>(i, cv::CC_STAT_AREA));
-        const double skinRatio = cv::countNonZero(skin) / double(skin.total());
-        const double blobRatio = largest / double(skin.total());
-        const double z = bias_ + skinWeight_ * skinRatio + blobWeight_ * blobRatio;
         auto out = std::make_unique<BufferOutput<Vantor::PornClsBuffer>>(typeList(AlgorithmType::PornCls));
-        out->buffer->confidence = static_cast<float>(1.0 / (1.0 + std::exp(-z)));
+        out->buffer->confidence = sensitiveConfidence(sharedContent(*classifier_, bgr, memo), sexyWeight_);
         out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
         return out;
     }
@@ -231,7 +224,8 @@ public:
     }
 
 private:
-    double bias_ = -6, skinWeight_ = 6, blobWeight_ = 6;
+    std::unique_ptr<ContentClassifier> classifier_;
+    double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;
 };
 
