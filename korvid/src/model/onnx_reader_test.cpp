@@ -1,6 +1,6 @@
 // The ONNX reader on model bytes written here field by field, and on damaged copies of a
 // converted network: every fault is refused with a reason, nothing is read past the bytes.
-#include "onnx_reader.h"
+#include "model/onnx_reader.h"
 
 #include <cstring>
 #include <fstream>

@@ -1,7 +1,7 @@
 // The XNNPACK executor against OpenCV DNN: every converted network on the same noise input
 // within the parity bound, small graphs written here for the layout rules, and the graphs it
 // must leave to OpenCV (a reason, no runtime).
-#include "xnn_executor.h"
+#include "model/xnn_executor.h"
 
 #include <cmath>
 #include <fstream>
@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/dnn.hpp>
 
-#include "dnn/onnx_clip_form.h"
+#include "model/onnx_clip_form.h"
 
 namespace kv {
 namespace {
