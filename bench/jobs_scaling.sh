@@ -2,7 +2,8 @@
 # Jobs side by side in one process: `vqfe extract --kind all` over the same photos with
 # --jobs 1 (the baseline) and --jobs 2, one after the other, in rounds: images per second
 # of wall time, the speed-up, processor time per image, peak resident memory and what the
-# second job adds to it.
+# second job adds to it. "cores" is processor time over wall time: what the run got of the
+# machine; two jobs can only scale when it nears 2 (on a busy machine it does not).
 #   bench/jobs_scaling.sh [PHOTOS [SIDE [ROUNDS]]]   default 51 photos, 512 px, 2 rounds
 # The photos are scripts/quality's (its cache, when it holds enough) or else testdata/'s,
 # scaled to SIDE and saved as JPEG. Needs a default build (scripts/bench builds one).
@@ -19,7 +20,7 @@ if [[ ! -d $photos ]] || (($(ls "$photos" | wc -l) < count)); then photos="$root
 "$root/build/bin/bench_make_photos" "$photos" "$work/photos" "$count" "$side" 2>/dev/null
 
 echo "vqfe extract --kind all, $count photos of $side px from $photos; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
-printf '%-6s %5s %10s %9s %12s %12s\n' round jobs images/s speed-up "cpu ms/img" "peak RSS MB"
+printf '%-6s %5s %10s %9s %12s %6s %12s\n' round jobs images/s speed-up "cpu ms/img" cores "peak RSS MB"
 for round in $(seq "$rounds"); do
   for jobs in 1 2; do
     /usr/bin/time -f '%e %U %S %M' -o "$work/time" \
@@ -29,7 +30,7 @@ for round in $(seq "$rounds"); do
     [[ $jobs == 1 ]] && base_wall=$wall base_rss=$rss
     awk -v r="$round" -v j="$jobs" -v n="$count" -v w="$wall" -v u="$user" -v s="$sys" -v m="$rss" \
       -v bw="$base_wall" -v bm="$base_rss" 'BEGIN {
-        printf "%-6s %5s %10.2f %9.2f %12.0f %12.0f", r, j, n / w, bw / w, 1000 * (u + s) / n, m / 1024
+        printf "%-6s %5s %10.2f %9.2f %12.0f %6.2f %12.0f", r, j, n / w, bw / w, 1000 * (u + s) / n, (u + s) / w, m / 1024
         if (j > 1) printf "   (+%.0f MB per extra job)", (m - bm) / 1024 / (j - 1)
         printf "\n" }'
   done
