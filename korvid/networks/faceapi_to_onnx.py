@@ -199,9 +199,7 @@ def convert_one(manifest_path, architecture, out):
     g = Graph(read_weights(os.path.dirname(manifest_path), json.load(open(manifest_path))))
     outputs = build(g)
     model = g.model(size, outputs, os.path.basename(out))
-    tmp = out + ".tmp"
-    onnx.save(model, tmp)
-    os.replace(tmp, out)
+    onnx_graph.save(model, out)
 
 
 def main():

@@ -1,9 +1,10 @@
-// Loads a TF.js graph model (NAME.json + its weight shards) from DIR into tf, from memory.
+// Loads a TF.js model (NAME.json + its weight shards) from DIR into tf, from memory: a graph
+// model (loadGraphModel) or a layers model (loadLayersModel).
 'use strict';
 const fs = require('fs');
 const path = require('path');
 
-function loadGraphModel(tf, dir, name) {
+function artifacts(dir, name) {
   const model = JSON.parse(fs.readFileSync(path.join(dir, name + '.json')));
   const specs = [];
   const shards = [];
@@ -13,7 +14,15 @@ function loadGraphModel(tf, dir, name) {
   }
   const weights = Buffer.concat(shards);
   const data = weights.buffer.slice(weights.byteOffset, weights.byteOffset + weights.length);
-  return tf.loadGraphModel(tf.io.fromMemory({ modelTopology: model.modelTopology, weightSpecs: specs, weightData: data }));
+  return { modelTopology: model.modelTopology, weightSpecs: specs, weightData: data };
 }
 
-module.exports = { loadGraphModel };
+function loadGraphModel(tf, dir, name) {
+  return tf.loadGraphModel(tf.io.fromMemory(artifacts(dir, name)));
+}
+
+function loadLayersModel(tf, dir, name) {
+  return tf.loadLayersModel(tf.io.fromMemory(artifacts(dir, name)));
+}
+
+module.exports = { loadGraphModel, loadLayersModel };

@@ -7,20 +7,8 @@
 const fs = require('fs');
 const path = require('path');
 const tf = require('@tensorflow/tfjs');
+const { loadLayersModel } = require('./graph_model');
 const { pixels } = require('./reference_input');
-
-async function loadLayersModel(dir, name) {
-  const model = JSON.parse(fs.readFileSync(path.join(dir, name + '.json')));
-  const specs = [];
-  const shards = [];
-  for (const group of model.weightsManifest) {
-    specs.push(...group.weights);
-    for (const p of group.paths) shards.push(fs.readFileSync(path.join(dir, p)));
-  }
-  const weights = Buffer.concat(shards);
-  const data = weights.buffer.slice(weights.byteOffset, weights.byteOffset + weights.length);
-  return tf.loadLayersModel(tf.io.fromMemory({ modelTopology: model.modelTopology, weightSpecs: specs, weightData: data }));
-}
 
 async function main() {
   const [networksFile, modelsDir, outDir] = process.argv.slice(2);
@@ -35,7 +23,7 @@ async function main() {
       nchw[(k * h + y) * w + x] = normalised[(y * w + x) * 3 + k];
     }
     fs.writeFileSync(path.join(outDir, `${net.model}.input.f32`), Buffer.from(nchw.buffer));
-    const model = await loadLayersModel(path.join(modelsDir, net.source), net.source);
+    const model = await loadLayersModel(tf, path.join(modelsDir, net.source), net.source);
     const names = Object.keys(net.outputs);
     const outputs = model.outputNames || model.outputs.map((o) => o.name.split('/')[0]);
     const started = process.hrtime.bigint();

@@ -171,9 +171,7 @@ def convert_one(model_json, out, size, outputs):
     model.ir_version = 7
     onnx.checker.check_model(model)
     model = onnx_graph.optimize(model)
-    tmp = out + ".tmp"
-    onnx.save(model, tmp)
-    os.replace(tmp, out)
+    onnx_graph.save(model, out)
 
 
 def main():

@@ -16,6 +16,8 @@ ONNX that is valid at the opset the model declares and that OpenCV 4.6 reads:
 
 usage: optimize(model) rewrites the onnx.ModelProto in place and checks it.
 """
+import os
+
 import numpy as np
 import onnx
 from onnx import helper, numpy_helper
@@ -316,3 +318,10 @@ def optimize(model):
     g.drop_unused_consts()
     onnx.checker.check_model(model, full_check=True)
     return model
+
+
+def save(model, out):
+    """Writes model to out atomically: a build stopped midway leaves no half-written network."""
+    tmp = out + ".tmp"
+    onnx.save(model, tmp)
+    os.replace(tmp, out)

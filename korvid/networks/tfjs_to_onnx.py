@@ -547,9 +547,7 @@ def convert_one(model_json, out, input_spec, outputs):
     """input_spec: (node, height, width, channels, channels first); outputs: [(name, node)]. Writes out atomically."""
     node, h, w, c, nchw = input_spec
     model = Converter(model_json).build(node, [1, h, w, c], outputs, os.path.basename(out), nchw)
-    tmp = out + ".tmp"
-    onnx.save(model, tmp)
-    os.replace(tmp, out)
+    onnx_graph.save(model, out)
 
 
 def main():
