@@ -18,10 +18,38 @@ bool isSingleKindRequest(const AnalysisSetup& setup) {
     return setup.kinds.size() == 1 && setup.kinds.front().stringType.empty();
 }
 
+// A several-kind request of the setup's kinds over these pictures.
+std::shared_ptr<VQFeature::MultiAlgorithmInput> multiInput(const AnalysisSetup& setup, const VQFeature::ResourceList& resources,
+                                                          const std::string& graph) {
+    std::vector<Vantor::AlgorithmType> types;
+    std::vector<std::string> stringTypes;
+    for (const Kind& kind : setup.kinds) {
+        if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
+        else stringTypes.push_back(kind.stringType);
+    }
+    return std::make_shared<VQFeature::MultiAlgorithmInput>(resources, graph, types, stringTypes);
+}
+
+std::shared_ptr<VQFeature::Input> singleInput(const AnalysisSetup& setup, const VQFeature::ResourceList& resources,
+                                              const std::string& graph) {
+    return std::make_shared<VQFeature::Input>(resources, graph, VQFeature::IntParams{},
+                                              static_cast<Vantor::AlgorithmType>(setup.kinds.front().number));
+}
+
 }  // namespace
 
 BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, std::shared_ptr<CacheAdapter> store)
     : setup_(setup), graph_(graph), store_(store) {
+    // The keys the extractor files each kind's result under (they do not depend on the pictures).
+    if (isSingleKindRequest(setup_)) {
+        keys_.push_back(singleInput(setup_, {}, graph_)->algorithmKey());
+    } else {
+        auto input = multiInput(setup_, {}, graph_);
+        for (const Kind& kind : setup_.kinds) {
+            keys_.push_back(kind.stringType.empty() ? input->algorithmKey(static_cast<Vantor::AlgorithmType>(kind.number))
+                                                    : input->algorithmKey(kind.stringType));
+        }
+    }
     auto config = std::make_shared<VQFeature::Config>();
     std::shared_ptr<CacheAdapter> inner = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
     batchStore_ = std::make_shared<BatchStore>(inner, dynamic_cast<VQFeature::StoreIndex*>(store.get()));
@@ -50,8 +78,10 @@ void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
     runRequest(batch, &error);
     const auto end = std::chrono::steady_clock::now();
     const auto firstSeen = batchStore_->firstSeen();
-    // Each image from its first look-up to the next image's; the extractor takes them in order.
+    // Each image the extractor took from its first look-up to the next image's; the
+    // extractor takes them in order. The store's answers were timed as they were read.
     for (size_t i = 0; i < batch.size(); ++i) {
+        if (batch[i]->fromStore) continue;
         auto from = firstSeen.find(batch[i]->image.assetId);
         auto to = end;
         for (size_t j = i + 1; j < batch.size(); ++j) {
@@ -88,22 +118,44 @@ void BatchRunner::finishBatch(const std::vector<ImageOutcome*>& batch) {
 }
 
 void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error) {
-    VQFeature::ResourceList resources;
+    std::vector<ImageOutcome*> missing;
     for (ImageOutcome* outcome : batch) {
         outcome->blobs.clear();
         outcome->keepAlive.clear();
+        outcome->fromStore = answerFromStore(*outcome);
+        if (!outcome->fromStore) missing.push_back(outcome);
+    }
+    if (!missing.empty()) extract(missing, error);
+}
+
+bool BatchRunner::answerFromStore(ImageOutcome& outcome) {
+    if (!store_) return false;
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::shared_ptr<VQFeature::Result>> hits;
+    for (const std::string& key : keys_) {
+        hits.push_back(store_->query(outcome.image.assetId, key));
+        if (!hits.back()) return false;
+    }
+    // What the extractor would make of the same hits.
+    outcome.produced = true;
+    for (size_t k = 0; k < hits.size(); ++k) {
+        outcome.keepAlive.push_back(hits[k]);
+        outcome.blobs[setup_.kinds[k].name] = {hits[k]->result, hits[k]->resultLength};
+    }
+    if (isSingleKindRequest(setup_)) outcome.produced = hits.front()->result != nullptr || setup_.kinds.front().number == 9;
+    outcome.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return true;
+}
+
+void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error) {
+    VQFeature::ResourceList resources;
+    for (ImageOutcome* outcome : batch) {
         resources.push_back(std::make_shared<VQFeature::Resource>(outcome->image.assetId, outcome->image.path,
                                                                   outcome->image.buffer));
     }
     if (isSingleKindRequest(setup_)) {
         const Kind& kind = setup_.kinds.front();
-        auto input = std::make_shared<VQFeature::Input>(resources, graph_, VQFeature::IntParams{},
-                                                        static_cast<Vantor::AlgorithmType>(kind.number));
-        const std::string key = input->algorithmKey();
-        for (ImageOutcome* outcome : batch) {
-            outcome->fromStore = store_ && store_->query(outcome->image.assetId, key) != nullptr;
-        }
-        auto results = extractor_->extractFeatures(input, true, error);
+        auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph_), true, error);
         for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
             batch[i]->keepAlive.push_back(results[i]);
             batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
@@ -111,25 +163,7 @@ void BatchRunner::runRequest(std::vector<ImageOutcome*>& batch, VQFeature::Error
         }
         return;
     }
-    std::vector<Vantor::AlgorithmType> types;
-    std::vector<std::string> stringTypes;
-    for (const Kind& kind : setup_.kinds) {
-        if (kind.stringType.empty()) types.push_back(static_cast<Vantor::AlgorithmType>(kind.number));
-        else stringTypes.push_back(kind.stringType);
-    }
-    auto input = std::make_shared<VQFeature::MultiAlgorithmInput>(resources, graph_, types, stringTypes);
-    for (ImageOutcome* outcome : batch) {
-        outcome->fromStore = store_ != nullptr;
-        for (auto type : types) {
-            outcome->fromStore = outcome->fromStore &&
-                                 store_->query(outcome->image.assetId, input->algorithmKey(type)) != nullptr;
-        }
-        for (const auto& name : stringTypes) {
-            outcome->fromStore = outcome->fromStore &&
-                                 store_->query(outcome->image.assetId, input->algorithmKey(name)) != nullptr;
-        }
-    }
-    auto results = extractor_->extractFeatures(input, true, error);
+    auto results = extractor_->extractFeatures(multiInput(setup_, resources, graph_), true, error);
     for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
         auto multi = results[i];
         batch[i]->keepAlive.push_back(multi);

@@ -1,6 +1,8 @@
 // BatchRunner: one extractor with its own framework system, running a set of kinds over
 // batches of images, one request per batch, so the graph is loaded once per batch rather
-// than once per image. Shared by `vqfe extract` and `vqfe work`. A store that keeps an
+// than once per image. Images whose every kind is in the store are answered by the store
+// alone: the extractor loads its graph before it looks anything up, so a batch the store
+// answers whole loads no graph at all. Shared by `vqfe extract` and `vqfe work`. A store that keeps an
 // index gets each image's results with the image's path and size in one transaction.
 // One thread at a time per object.
 #pragma once
@@ -51,11 +53,15 @@ public:
 
 private:
     void runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
+    // Fills the outcome from the store when it holds every kind of the image; false otherwise.
+    bool answerFromStore(ImageOutcome& outcome);
+    void extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
     // Writes what the batch store holds, without records of images that produced nothing.
     void finishBatch(const std::vector<ImageOutcome*>& batch);
 
     AnalysisSetup setup_;
     std::string graph_;
+    std::vector<std::string> keys_;  // the algorithm key of each of setup_.kinds
     std::shared_ptr<VQFeature::CacheAdapter> store_;
     std::shared_ptr<BatchStore> batchStore_;
     std::shared_ptr<VQFeature::Extractor> extractor_;

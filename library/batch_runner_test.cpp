@@ -1,0 +1,116 @@
+// BatchRunner over a scripted framework and a SQLite store: what the store answers whole
+// loads no graph and runs nothing; whatever is missing, for any image or kind, is computed.
+#include "library/batch_runner.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cache/sqlite_cache.h"
+#include "extractor/algorithm_types.h"
+#include "testing/fake_algorithm_system.h"
+#include "testing/rgba_image.h"
+#include "testing/temp_dir.h"
+
+namespace vqfe {
+namespace {
+
+using VQFeature::FakeSystemFactory;
+
+ImageOutcome pictureOfWidth(int width) {
+    ImageOutcome outcome;
+    outcome.image.path = "picture-" + std::to_string(width) + ".png";
+    outcome.image.assetId = "asset-" + std::to_string(width);
+    outcome.image.buffer = VQFeature::testing::rgbaImage(cv::Mat(20, width, CV_8UC3, cv::Scalar(90, 120, 150)));
+    return outcome;
+}
+
+std::vector<ImageOutcome*> pointers(std::vector<ImageOutcome>& outcomes) {
+    std::vector<ImageOutcome*> batch;
+    for (auto& outcome : outcomes) batch.push_back(&outcome);
+    return batch;
+}
+
+class BatchRunnerTest : public testing::Test {
+protected:
+    // Runs the kinds over pictures of these widths with a runner of its own (a new system).
+    std::vector<ImageOutcome> run(const std::vector<std::string>& kindNames, const std::vector<int>& widths,
+                                  const std::vector<std::string>& absentNames = {}) {
+        AnalysisSetup setup{{}, "models", "framework.json"};
+        for (const auto& name : kindNames) setup.kinds.push_back(*parseKind(name));
+        BatchRunner runner(setup, "{\"graph\":\"" + std::to_string(setup.kinds.size()) + "\"}", store);
+        EXPECT_EQ(runner.initCode(), 0);
+        for (const auto& name : absentNames) factory.latest().absentNames.insert(name);
+        std::vector<ImageOutcome> outcomes;
+        for (int width : widths) outcomes.push_back(pictureOfWidth(width));
+        auto batch = pointers(outcomes);
+        runner.run(batch);
+        graphLoads = factory.latest().graphs.size();
+        executes = factory.latest().executes;
+        lastWidth = factory.latest().lastImage.width;
+        return outcomes;
+    }
+
+    VQFeature::TempDir dir;
+    FakeSystemFactory factory;
+    std::shared_ptr<VQFeature::CacheAdapter> store = std::make_shared<VQFeature::SqliteCache>(dir.path() + "/results.db");
+    size_t graphLoads = 0;
+    int executes = 0;
+    int lastWidth = 0;  // of the last picture run
+};
+
+// The blob of a kind given by number or name.
+std::string blobOf(const ImageOutcome& outcome, const std::string& kind) {
+    auto found = outcome.blobs.find(parseKind(kind)->name);
+    if (found == outcome.blobs.end() || found->second.first == nullptr) return "";
+    return std::string(static_cast<const char*>(found->second.first), found->second.second);
+}
+
+TEST_F(BatchRunnerTest, AStoreThatHoldsEverythingLoadsNoGraph) {
+    for (const std::vector<std::string>& kinds : {std::vector<std::string>{"33"}, {"33", "c300"}}) {
+        const auto first = run(kinds, {100, 200});
+        EXPECT_EQ(graphLoads, 1u);
+        EXPECT_EQ(executes, 2);
+        const auto again = run(kinds, {100, 200});
+        EXPECT_EQ(graphLoads, 0u) << kinds.size() << " kinds";
+        EXPECT_EQ(executes, 0);
+        for (size_t i = 0; i < again.size(); ++i) {
+            EXPECT_TRUE(again[i].fromStore);
+            EXPECT_TRUE(again[i].produced);
+            EXPECT_EQ(again[i].error.first, 0);
+            for (const auto& kind : kinds) {
+                EXPECT_FALSE(blobOf(again[i], kind).empty()) << kind;
+                EXPECT_EQ(blobOf(again[i], kind), blobOf(first[i], kind)) << kind;
+            }
+        }
+    }
+}
+
+TEST_F(BatchRunnerTest, WhatTheStoreLacksIsComputed) {
+    // One picture stored, one new: the new one alone is run, and both come back.
+    const auto stored = run({"33"}, {100});
+    auto mixed = run({"33"}, {100, 300});
+    EXPECT_EQ(graphLoads, 1u);
+    EXPECT_EQ(executes, 1);
+    EXPECT_EQ(lastWidth, 300);
+    EXPECT_TRUE(mixed[0].fromStore);
+    EXPECT_FALSE(mixed[1].fromStore);
+    EXPECT_EQ(blobOf(mixed[0], "33"), blobOf(stored[0], "33"));
+    EXPECT_TRUE(mixed[1].produced);
+    EXPECT_FALSE(blobOf(mixed[1], "33").empty());
+
+    // One kind of two stored: the picture is run again and both kinds come back.
+    const auto half = run({"33", "c300"}, {400}, {VQFeature::AlgorithmTypeC300});
+    EXPECT_TRUE(blobOf(half[0], "c300").empty());
+    const auto whole = run({"33", "c300"}, {400});
+    EXPECT_EQ(graphLoads, 1u);
+    EXPECT_EQ(executes, 1);
+    EXPECT_FALSE(whole[0].fromStore);
+    EXPECT_FALSE(blobOf(whole[0], "33").empty());
+    EXPECT_FALSE(blobOf(whole[0], "c300").empty());
+}
+
+}  // namespace
+}  // namespace vqfe
