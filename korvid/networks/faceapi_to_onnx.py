@@ -24,7 +24,7 @@ from onnx import TensorProto, helper, numpy_helper
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import onnx_graph  # noqa: E402
-from tfjs_to_onnx import ConversionError, read_weights, same_pads  # noqa: E402
+from tfjs_to_onnx import ConversionError, read_weights, same_pads, section_main  # noqa: E402
 
 MEAN_RGB = [122.782, 117.001, 104.298]
 
@@ -202,20 +202,16 @@ def convert_one(manifest_path, architecture, out):
     onnx_graph.save(model, out)
 
 
+def convert_net(net, models_dir, out):
+    """One network of networks.json's "weights_package" section."""
+    size = ARCHITECTURES[net["architecture"]][1]
+    if (net["input"]["height"], net["input"]["width"]) != (size, size):
+        raise ConversionError("%s: the architecture takes %dx%d" % (net["model"], size, size))
+    convert_one(os.path.join(models_dir, net["source"] + "-weights_manifest.json"), net["architecture"], out)
+
+
 def main():
-    if len(sys.argv) != 4:
-        sys.exit(__doc__.strip().splitlines()[-2])
-    networks_json, models_dir, out_dir = sys.argv[1:]
-    try:
-        os.makedirs(out_dir, exist_ok=True)
-        for net in json.load(open(networks_json))["weights_package"]["networks"]:
-            size = ARCHITECTURES[net["architecture"]][1]
-            if (net["input"]["height"], net["input"]["width"]) != (size, size):
-                raise ConversionError("%s: the architecture takes %dx%d" % (net["model"], size, size))
-            convert_one(os.path.join(models_dir, net["source"] + "-weights_manifest.json"), net["architecture"],
-                        os.path.join(out_dir, net["model"] + ".model"))
-    except (ConversionError, KeyError, ValueError, OSError) as e:
-        sys.exit("faceapi_to_onnx: %s" % e)
+    section_main("faceapi_to_onnx", __doc__.strip().splitlines()[-2], "weights_package", convert_net)
 
 
 if __name__ == "__main__":

@@ -22,7 +22,7 @@ from onnx import TensorProto, helper
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import onnx_graph  # noqa: E402
 from faceapi_to_onnx import Graph, int_const  # noqa: E402
-from tfjs_to_onnx import ConversionError, read_weights, same_pads  # noqa: E402
+from tfjs_to_onnx import ConversionError, read_weights, section_main  # noqa: E402
 
 
 class Layers:
@@ -174,20 +174,16 @@ def convert_one(model_json, out, size, outputs):
     onnx_graph.save(model, out)
 
 
+def convert_net(net, models_dir, out):
+    """One network of networks.json's "layers_package" section."""
+    inp = net["input"]
+    if inp["height"] != inp["width"]:
+        raise ConversionError("%s: square inputs only" % net["model"])
+    convert_one(os.path.join(models_dir, net["source"], net["source"] + ".json"), out, inp["height"], net["outputs"])
+
+
 def main():
-    if len(sys.argv) != 4:
-        sys.exit(__doc__.strip().splitlines()[-2])
-    networks_json, models_dir, out_dir = sys.argv[1:]
-    try:
-        os.makedirs(out_dir, exist_ok=True)
-        for net in json.load(open(networks_json))["layers_package"]["networks"]:
-            inp = net["input"]
-            if inp["height"] != inp["width"]:
-                raise ConversionError("%s: square inputs only" % net["model"])
-            convert_one(os.path.join(models_dir, net["source"], net["source"] + ".json"), os.path.join(out_dir, net["model"] + ".model"),
-                        inp["height"], net["outputs"])
-    except (ConversionError, KeyError, ValueError, OSError) as e:
-        sys.exit("layers_to_onnx: %s" % e)
+    section_main("layers_to_onnx", __doc__.strip().splitlines()[-2], "layers_package", convert_net)
 
 
 if __name__ == "__main__":

@@ -34,6 +34,30 @@ class ConversionError(Exception):
     pass
 
 
+# What a converter reports as "<tool>: <reason>" rather than as a traceback.
+CONVERSION_FAILURES = (ConversionError, KeyError, ValueError, OSError)
+
+
+def convert_section(networks_json, section, models_dir, out_dir, convert_net):
+    """Converts every network listed under networks.json's section (None: the top level)
+    with convert_net(net, models_dir, out), out being OUT_DIR/<model>.model."""
+    os.makedirs(out_dir, exist_ok=True)
+    declared = json.load(open(networks_json))
+    for net in (declared[section] if section else declared)["networks"]:
+        convert_net(net, models_dir, os.path.join(out_dir, net["model"] + ".model"))
+
+
+def section_main(tool, usage, section, convert_net):
+    """The main() of a converter of one networks.json section: NETWORKS.json MODELS_DIR OUT_DIR."""
+    if len(sys.argv) != 4:
+        sys.exit(usage)
+    try:
+        networks_json, models_dir, out_dir = sys.argv[1:]
+        convert_section(networks_json, section, models_dir, out_dir, convert_net)
+    except CONVERSION_FAILURES as e:
+        sys.exit("%s: %s" % (tool, e))
+
+
 def read_weights(model_dir, manifest):
     """The weight tensors of the manifest, dequantised to their original type."""
     weights = {}
@@ -550,6 +574,14 @@ def convert_one(model_json, out, input_spec, outputs):
     onnx_graph.save(model, out)
 
 
+def convert_net(net, models_dir, out):
+    """One network of networks.json's top-level list."""
+    inp = net["input"]
+    convert_one(os.path.join(models_dir, net["source"] + ".json"), out,
+                (inp["node"], inp["height"], inp["width"], inp.get("channels", 3), inp.get("layout") == "nchw"),
+                list(net["outputs"].items()))
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     sub = parser.add_subparsers(dest="command", required=True)
@@ -569,15 +601,8 @@ def main():
             h, w = (int(v) for v in hw.split(","))
             convert_one(args.model_json, args.out, (node, h, w, 3, False), [tuple(o.split("=", 1)) for o in args.output])
         else:
-            os.makedirs(args.out_dir, exist_ok=True)
-            for net in json.load(open(args.networks_json))["networks"]:
-                inp = net["input"]
-                convert_one(os.path.join(args.models_dir, net["source"] + ".json"),
-                            os.path.join(args.out_dir, net["model"] + ".model"),
-                            (inp["node"], inp["height"], inp["width"], inp.get("channels", 3),
-                             inp.get("layout") == "nchw"),
-                            list(net["outputs"].items()))
-    except (ConversionError, KeyError, ValueError, OSError) as e:
+            convert_section(args.networks_json, None, args.models_dir, args.out_dir, convert_net)
+    except CONVERSION_FAILURES as e:
         sys.exit("tfjs_to_onnx: %s" % e)
 
 
