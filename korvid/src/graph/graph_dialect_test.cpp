@@ -124,6 +124,23 @@ TEST(FrameworkConfiguration, AcceptsObjectsAndValidFaults) {
                             R"({"threads":1025})"}) {
         EXPECT_EQ(init(bad), INVALID_CONFIG) << bad;
     }
+    // What a rejected configuration says, as the system's last error message.
+    auto message = [](const std::string& text) {
+        VantorAlgorithmSystem* s = VantorAlgorithmFactory::CreateAlgorithmSystem();
+        char* block = static_cast<char*>(std::malloc(text.size() + 1));
+        std::memcpy(block, text.c_str(), text.size() + 1);
+        s->initFromMemory(true, block, static_cast<int32_t>(text.size()));
+        std::string said = s->getLastErrorMessage();
+        VantorAlgorithmFactory::DestroyAlgorithmSystem(s);
+        return said;
+    };
+    EXPECT_EQ(message("[]"), "configuration is not a JSON object");
+    EXPECT_EQ(message(R"({"threads":0})"), "\"threads\" is not an integer from 1 to 1024");
+    EXPECT_EQ(message(R"({"faults":[]})"), "\"faults\" is not an object");
+    EXPECT_EQ(message(R"({"faults":{"x":{"execute":4}}})"), "fault key \"x\" is not a decimal algorithm type");
+    EXPECT_EQ(message(R"({"faults":{"25":{}}})"),
+              "fault for type 25 is not {\"execute\": CODE}, {\"result\": null} or {\"throw\": TEXT}");
+    EXPECT_EQ(message("{"), "configuration: expected a member name at offset 1");
     // "threads" sets OpenCV's process-wide thread count; without it the setting stays.
     const int threads = cv::getNumThreads();
     EXPECT_EQ(init(R"({"threads":1})"), NO_ERROR);

@@ -40,8 +40,11 @@ VantorErrorCode OpenAlgorithmSystem::fail(VantorErrorCode code, const std::strin
 
 VantorErrorCode OpenAlgorithmSystem::initFromText(const char* data, size_t length) {
     FrameworkConfig config;
-    std::string error;
-    if (!parseFrameworkConfig(data, length, config, error)) return fail(INVALID_CONFIG, error);
+    try {
+        config = parseFrameworkConfig(data, length);
+    } catch (const Error& e) {
+        return fail(e.code, e.what());
+    }
     if (config.threads > 0) cv::setNumThreads(config.threads);
     config_ = std::move(config);
     initialized_ = true;

@@ -11,6 +11,8 @@ namespace kv {
 
 namespace {
 
+[[noreturn]] void invalid(const std::string& what) { throw Error(Vantor::INVALID_CONFIG, what); }
+
 bool parseType(const std::string& key, int32_t& type) {
     if (key.empty() || key.size() > 11) return false;
     for (size_t i = 0; i < key.size(); ++i) {
@@ -45,46 +47,30 @@ bool parseFault(const JsonValue& v, Fault& fault) {
 
 }  // namespace
 
-bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out, std::string& error) {
-    out = FrameworkConfig();
-    JsonValue root;
-    try {
-        root = parseJson(data, length, Vantor::INVALID_CONFIG, "configuration");
-    } catch (const Error& e) {
-        error = e.what();
-        return false;
-    }
-    if (!root.isObject()) {
-        error = "configuration is not a JSON object";
-        return false;
-    }
+FrameworkConfig parseFrameworkConfig(const char* data, size_t length) {
+    FrameworkConfig out;
+    const JsonValue root = parseJson(data, length, Vantor::INVALID_CONFIG, "configuration");
+    if (!root.isObject()) invalid("configuration is not a JSON object");
     if (const JsonValue* threads = root.find("threads")) {
         if (!threads->isInt() || threads->integer < 1 || threads->integer > 1024) {
-            error = "\"threads\" is not an integer from 1 to 1024";
-            return false;
+            invalid("\"threads\" is not an integer from 1 to 1024");
         }
         out.threads = static_cast<int>(threads->integer);
     }
     if (const JsonValue* faults = root.find("faults")) {
-        if (!faults->isObject()) {
-            error = "\"faults\" is not an object";
-            return false;
-        }
+        if (!faults->isObject()) invalid("\"faults\" is not an object");
         for (const auto& [key, value] : faults->members) {
             int32_t type;
             Fault fault;
-            if (!parseType(key, type)) {
-                error = "fault key \"" + key + "\" is not a decimal algorithm type";
-                return false;
-            }
+            if (!parseType(key, type)) invalid("fault key \"" + key + "\" is not a decimal algorithm type");
             if (!parseFault(value, fault)) {
-                error = "fault for type " + key + " is not {\"execute\": CODE}, {\"result\": null} or {\"throw\": TEXT}";
-                return false;
+                invalid("fault for type " + key +
+                        " is not {\"execute\": CODE}, {\"result\": null} or {\"throw\": TEXT}");
             }
             out.faults[type] = fault;
         }
     }
-    return true;
+    return out;
 }
 
 }  // namespace kv

@@ -29,7 +29,8 @@ struct FrameworkConfig {
     int threads = 0;                  // 0: OpenCV's setting is left as it is
 };
 
-// False with a description in error when the text is not a valid configuration.
-bool parseFrameworkConfig(const char* data, size_t length, FrameworkConfig& out, std::string& error);
+// Throws kv::Error (INVALID_CONFIG, saying what is wrong) when the text is not a valid
+// configuration.
+FrameworkConfig parseFrameworkConfig(const char* data, size_t length);
 
 }  // namespace kv
