@@ -18,7 +18,7 @@ import re
 import platform
 import subprocess
 
-# (measure, figure benchmark, baseline benchmark, metric, target)
+# (measure, figure benchmark, baseline benchmark or None, metric, target)
 # metric: "throughput" (bytes per second, higher is better), "time" (ns per iteration),
 #         "per_item" (ns per asset or operation), "bytes" (the bytes_per_entry counter).
 # target: None, ("ratio>=", x), ("ratio<=", x), ("diff<=", ns), ("abs<=", ns),
@@ -80,6 +80,14 @@ ROWS = [
     (f"Switch between the kind-{a} and kind-{b} graphs (both loads) vs a first load of {b}",
      f"graph_load/switch/{a}-{b}", f"graph_load/{b}/first", "time", goal)
     for a, b, goal in [(4, 121, ("abs<=", 10e6)), (12, 9, ("abs<=", 10e6)), (7, 8, None)]
+] + [
+    ("Clustering 100,000 faces (average linkage) vs single linkage over the same candidates",
+     "BM_ClusterFaces", "BM_SingleLinkageBaseline", "time", ("abs<=", 10e9)),
+    ("1,000 new faces joining 10,000 persons", "BM_IncrementalPeople1000", None, "time", ("abs<=", 1e9)),
+    ("Label search (2 labels, min faces), 1M images vs a scan of the label table", "BM_SearchLabels1M",
+     "BM_LabelTableScanBaseline", "time", ("abs<=", 100e6)),
+    ("Search of one label on 1 % of 1M images vs a scan of the label table", "BM_SearchOneCommonLabel1M",
+     "BM_LabelTableScanBaseline", "time", ("abs<=", 100e6)),
 ]
 
 
@@ -209,7 +217,8 @@ def main():
             floor_fig, floor_base = (value(medians[n], metric) if n in medians else None for n in target[2:])
             target = (target[0], target[1], floor_fig / floor_base if floor_fig and floor_base else None)
         ratio, target_text, verdict = judge(fig, base, target)
-        rows.append((measure, show(fig, metric), show(base, metric), ratio, target_text, verdict))
+        rows.append((measure, show(fig, metric), show(base, metric) if base_name else "-", ratio, target_text,
+                     verdict))
 
     print(f"Machine: {machine(args.folder)}")
     if args.markdown:
