@@ -19,7 +19,8 @@ bool isSingleKindRequest(const AnalysisSetup& setup) {
 }
 
 // A several-kind request of the setup's kinds over these pictures.
-std::shared_ptr<VQFeature::MultiAlgorithmInput> multiInput(const AnalysisSetup& setup, const VQFeature::ResourceList& resources,
+std::shared_ptr<VQFeature::MultiAlgorithmInput> multiInput(const AnalysisSetup& setup,
+                                                          const VQFeature::ResourceList& resources,
                                                           const std::string& graph) {
     std::vector<Vantor::AlgorithmType> types;
     std::vector<std::string> stringTypes;
@@ -46,8 +47,9 @@ BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, s
     } else {
         auto input = multiInput(setup_, {}, graph_);
         for (const Kind& kind : setup_.kinds) {
-            keys_.push_back(kind.stringType.empty() ? input->algorithmKey(static_cast<Vantor::AlgorithmType>(kind.number))
-                                                    : input->algorithmKey(kind.stringType));
+            keys_.push_back(kind.stringType.empty()
+                                ? input->algorithmKey(static_cast<Vantor::AlgorithmType>(kind.number))
+                                : input->algorithmKey(kind.stringType));
         }
     }
     auto config = std::make_shared<VQFeature::Config>();
@@ -142,7 +144,9 @@ bool BatchRunner::answerFromStore(ImageOutcome& outcome) {
         outcome.keepAlive.push_back(hits[k]);
         outcome.blobs[setup_.kinds[k].name] = {hits[k]->result, hits[k]->resultLength};
     }
-    if (isSingleKindRequest(setup_)) outcome.produced = hits.front()->result != nullptr || setup_.kinds.front().number == 9;
+    if (isSingleKindRequest(setup_)) {
+        outcome.produced = hits.front()->result != nullptr || setup_.kinds.front().number == 9;
+    }
     outcome.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     return true;
 }

@@ -55,7 +55,8 @@ protected:
 
     VQFeature::TempDir dir;
     FakeSystemFactory factory;
-    std::shared_ptr<VQFeature::CacheAdapter> store = std::make_shared<VQFeature::SqliteCache>(dir.path() + "/results.db");
+    std::shared_ptr<VQFeature::CacheAdapter> store =
+        std::make_shared<VQFeature::SqliteCache>(dir.path() + "/results.db");
     size_t graphLoads = 0;
     int executes = 0;
     int lastWidth = 0;  // of the last picture run
