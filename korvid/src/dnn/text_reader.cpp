@@ -11,6 +11,7 @@
 #include <opencv2/imgproc.hpp>
 
 #ifdef KORVID_HAVE_TESSERACT
+#include <leptonica/allheaders.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/ocrclass.h>
 #include <tesseract/resultiterator.h>
@@ -131,6 +132,7 @@ private:
         auto api = std::make_unique<tesseract::TessBaseAPI>();
         if (api->Init(folder.c_str(), "eng", tesseract::OEM_LSTM_ONLY) != 0) return false;
         api->SetVariable("debug_file", "/dev/null");
+        setMsgSeverity(L_SEVERITY_NONE);  // Leptonica's messages about odd boxes go to stderr otherwise
         // The page's layout first, then its blocks of text (a page, a sign, a screen); sparse-text
         // search reads no more on these and costs two to three times as much on photos.
         api->SetPageSegMode(tesseract::PSM_AUTO);
