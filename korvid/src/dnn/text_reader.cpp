@@ -133,9 +133,9 @@ private:
         if (api->Init(folder.c_str(), "eng", tesseract::OEM_LSTM_ONLY) != 0) return false;
         api->SetVariable("debug_file", "/dev/null");
         setMsgSeverity(L_SEVERITY_NONE);  // Leptonica's messages about odd boxes go to stderr otherwise
-        // The page's layout first, then its blocks of text (a page, a sign, a screen); sparse-text
-        // search reads no more on these and costs two to three times as much on photos.
-        api->SetPageSegMode(tesseract::PSM_AUTO);
+        // Text anywhere, in any layout (a page, a sign, a screen): the automatic page layout
+        // takes a photographed page with a shaded edge for a picture and reads nothing.
+        api->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
         api_ = std::move(api);
         return true;
     }
