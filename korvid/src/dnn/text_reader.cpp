@@ -124,20 +124,26 @@ public:
     }
 
 private:
+    // Loaded once. The engine is made after Init has made Tesseract's process-wide dictionary
+    // cache, so it is destroyed first at exit: the other way round the cache would find the
+    // dictionaries still lent and keep them (leaked).
     bool load() {
-        if (tried_) return api_ != nullptr;
-        tried_ = true;
+        static const std::unique_ptr<tesseract::TessBaseAPI> engine = initialised();
+        api_ = engine.get();
+        return api_ != nullptr;
+    }
+
+    static std::unique_ptr<tesseract::TessBaseAPI> initialised() {
         const std::string folder = tessdataFolder();
-        if (folder.empty()) return false;
+        if (folder.empty()) return nullptr;
         auto api = std::make_unique<tesseract::TessBaseAPI>();
-        if (api->Init(folder.c_str(), "eng", tesseract::OEM_LSTM_ONLY) != 0) return false;
+        if (api->Init(folder.c_str(), "eng", tesseract::OEM_LSTM_ONLY) != 0) return nullptr;
         api->SetVariable("debug_file", "/dev/null");
         setMsgSeverity(L_SEVERITY_NONE);  // Leptonica's messages about odd boxes go to stderr otherwise
         // Text anywhere, in any layout (a page, a sign, a screen): the automatic page layout
         // takes a photographed page with a shaded edge for a picture and reads nothing.
         api->SetPageSegMode(tesseract::PSM_SPARSE_TEXT);
-        api_ = std::move(api);
-        return true;
+        return api;
     }
 
     void collect(const cv::Mat& image, TextEvidence& e) {
@@ -167,8 +173,7 @@ private:
     }
 
     std::mutex mutex_;
-    bool tried_ = false;
-    std::unique_ptr<tesseract::TessBaseAPI> api_;
+    tesseract::TessBaseAPI* api_ = nullptr;
 };
 
 #endif
