@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include <opencv2/imgproc.hpp>
 
 namespace kv {
@@ -40,6 +43,23 @@ TEST(TextReader, ReadsRenderedLinesAndNothingInNoiseOrSmoothImages) {
         EXPECT_TRUE(e.measured);
         EXPECT_LE(e.words, 1);
         EXPECT_LT(e.coverage, 0.01);
+    }
+}
+
+// The one engine of the process serves several threads at once, each as if alone.
+TEST(TextReader, ThreadsReadAsAlone) {
+    if (!textReaderAvailable()) GTEST_SKIP() << "built without Tesseract or its English data";
+    const cv::Mat page = renderedPage(cv::Size(700, 260), 0.9);
+    const TextEvidence alone = readText(page);
+    std::vector<TextEvidence> seen(3);
+    std::vector<std::thread> threads;
+    for (TextEvidence& mine : seen) threads.emplace_back([&] { mine = readText(page); });
+    for (std::thread& t : threads) t.join();
+    for (const TextEvidence& e : seen) {
+        EXPECT_EQ(e.words, alone.words);
+        EXPECT_EQ(e.characters, alone.characters);
+        EXPECT_EQ(e.lines, alone.lines);
+        EXPECT_EQ(e.coverage, alone.coverage);
     }
 }
 
