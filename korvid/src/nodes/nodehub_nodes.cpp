@@ -22,6 +22,7 @@
 #include "nodes/qr_code_cue.h"
 #include "nodes/scene_evidence.h"
 #include "nodes/shared_objects.h"
+#include "nodes/text_cues.h"
 
 namespace kv {
 
@@ -204,7 +205,7 @@ public:
         const SceneEvidence probe;
         double unused;
         for (const std::string& c : cueOf_) {
-            if (c != "none" && c != kQrCode && c != kAnime && c != kSketch && !sceneCue(c, probe, unused)) throw Error(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
+            if (c != "none" && c != kQrCode && c != kText && c != kScreenshot && c != kAnime && c != kSketch && !sceneCue(c, probe, unused)) throw Error(Vantor::INVALID_MODEL, "unknown class statistic \"" + c + "\"");
         }
     }
 
@@ -233,6 +234,11 @@ public:
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
+                // A screen is a screen photographed (the detector) or captured (a screenshot).
+                if (cue == kScreenshot) v = std::max(v, screenshotCue(sharedText(image, memo)));
+            } else if (cue == kText || cue == kScreenshot) {
+                const TextScene text = sharedText(image, memo);
+                v = cue == kText ? textCue(text) : screenshotCue(text);
             } else if (cue == kAnime || cue == kSketch) {
                 // Without the classifier nothing measures a drawing.
                 if (drawing_) v = (cue == kAnime ? animeCue : sketchCue)(content, evidence.colourfulness);
@@ -256,6 +262,9 @@ public:
 
 private:
     static constexpr const char* kQrCode = "qr_code";  // OpenCV's QR detector, not a scene cue
+    // The text reader (text_cues.h): words read, and text on a drawn screen.
+    static constexpr const char* kText = "text";
+    static constexpr const char* kScreenshot = "screenshot";
     // The content classifier's drawings (content_cues.h), in colour and in grey.
     static constexpr const char* kAnime = "drawing_colour";
     static constexpr const char* kSketch = "drawing_grey";

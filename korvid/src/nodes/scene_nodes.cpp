@@ -19,6 +19,7 @@
 #include "nodes/node_types.h"
 #include "nodes/scene_evidence.h"
 #include "nodes/shared_objects.h"
+#include "nodes/text_cues.h"
 
 namespace kv {
 
@@ -154,6 +155,7 @@ protected:
         for (const std::string& label : set.labels) {
             double v = 0;
             if (label == "people") v = objects_ ? peopleCue(sharedObjects(*objects_, bgr, kMinPersonScore, memo), bgr) : 0.0;
+            else if (label == "document") v = documentCue(sharedText(bgr, memo));  // the words Tesseract reads
             else sceneCue(label, evidence, v);
             values.push_back(v);
         }
