@@ -35,6 +35,13 @@ public:
     // Bytes of the weights and constants the runtime holds (in XNNPACK's packing, or ours).
     size_t weightBytes() const { return weightBytes_; }
 
+    // An element-wise step by a constant per channel that the graph takes first on its input:
+    // forward() takes it on the input's planes, before XNNPACK runs.
+    struct InputStep {
+        enum Kind { Add, Subtract, SubtractFrom, Multiply } kind = Add;
+        std::vector<float> values;  // one per channel
+    };
+
 private:
     struct Output {
         std::vector<int> shape;  // ONNX (logical) shape
@@ -42,10 +49,13 @@ private:
         std::vector<float> buffer;
     };
     XnnExecutor() = default;
+    void takeInputSteps(const float* src);
 
     xnn_runtime_t runtime_ = nullptr;
     std::vector<int> inputShape_;
     std::vector<float> input_;  // NHWC
+    std::vector<InputStep> inputSteps_;
+    std::vector<float> planes_;  // one image's planes after the input steps
     std::vector<Output> outputs_;
     std::vector<std::vector<float>> statics_;  // constants the runtime reads as it runs
     size_t weightBytes_ = 0;

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/dnn.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "model/onnx_clip_form.h"
 
@@ -126,6 +127,56 @@ TEST(XnnExecutor, ChannelLayoutsConcatenationAndOutputs) {
     EXPECT_EQ(out[0].ptr<float>()[1], 26.0f);   // pixel 0, channel 1: x[6] + 20
     EXPECT_EQ(out[0].ptr<float>()[2], 0.0f);    // pixel 0, channel 2: x[0]
     EXPECT_EQ(out[0].ptr<float>()[4], 11.0f);   // pixel 1, channel 0
+    EXPECT_EQ(cv::norm(out[2], x, cv::NORM_INF), 0.0);
+}
+
+TEST(XnnExecutor, StepsOnTheInputGiveWhatTheGraphComputes) {
+    // (x - mean) * scale, then 1 - that, into a padded 3 x 3 convolution (whose zero padding
+    // is after the steps); the input's steps are taken outside XNNPACK, so a second reader of
+    // an intermediate (or of x) must stop them there.
+    OnnxGraph g;
+    g.inputs = {"x"};
+    g.constants["mean"] = floats({1, 2, 1, 1}, {3, -5});
+    g.constants["scale"] = floats({}, {0.25f});
+    g.constants["one"] = floats({1}, {1});
+    g.constants["w"] = floats({2, 2, 3, 3}, {});
+    for (int i = 0; i < 36; ++i) g.constants["w"].floats.push_back(float(i % 7) - 3);
+    g.nodes.push_back(node("Sub", {"x", "mean"}, {"s"}));
+    g.nodes.push_back(node("Mul", {"scale", "s"}, {"m"}));
+    g.nodes.push_back(node("Sub", {"one", "m"}, {"f"}));
+    g.nodes.push_back(node("Conv", {"f", "w"}, {"y"}));
+    g.nodes.back().attributes["pads"].ints = {1, 1, 1, 1};
+    cv::Mat x({1, 2, 4, 5}, CV_32F);
+    for (int i = 0; i < 40; ++i) x.ptr<float>()[i] = float(i * 7 % 11);
+    // The same arithmetic by hand, and the convolution by OpenCV's filter, channel by channel.
+    cv::Mat want(4, 5, CV_32F, cv::Scalar(0)), f[2];
+    for (int k = 0; k < 2; ++k) {
+        f[k] = cv::Mat(4, 5, CV_32F);
+        for (int p = 0; p < 20; ++p) f[k].ptr<float>()[p] = 1 - 0.25f * (x.ptr<float>()[k * 20 + p] - (k == 0 ? 3 : -5));
+    }
+    const auto expectY = [&](const cv::Mat& got, int o) {
+        cv::Mat sum(4, 5, CV_32F, cv::Scalar(0));
+        for (int k = 0; k < 2; ++k) {
+            cv::Mat kernel(3, 3, CV_32F, g.constants["w"].floats.data() + (o * 2 + k) * 9), part;
+            cv::filter2D(f[k], part, CV_32F, kernel, {-1, -1}, 0, cv::BORDER_CONSTANT);
+            sum += part;
+        }
+        for (int p = 0; p < 20; ++p) EXPECT_NEAR(got.ptr<float>()[o * 20 + p], sum.ptr<float>()[p], 1e-4) << o << " " << p;
+    };
+    std::string why;
+    auto xnn = XnnExecutor::build(g, {1, 2, 4, 5}, {"y"}, why);
+    ASSERT_NE(xnn, nullptr) << why;
+    std::vector<cv::Mat> out = xnn->forward(x);
+    ASSERT_EQ(out.size(), 1u);
+    for (int o = 0; o < 2; ++o) expectY(out[0], o);
+    // The intermediate m and x itself read by the caller too: each keeps its own values.
+    xnn = XnnExecutor::build(g, {1, 2, 4, 5}, {"y", "m", "x"}, why);
+    ASSERT_NE(xnn, nullptr) << why;
+    out = xnn->forward(x);
+    ASSERT_EQ(out.size(), 3u);
+    for (int o = 0; o < 2; ++o) expectY(out[0], o);
+    for (int k = 0; k < 2; ++k)
+        for (int p = 0; p < 20; ++p) EXPECT_EQ(out[1].ptr<float>()[k * 20 + p], 1 - f[k].ptr<float>()[p]);
     EXPECT_EQ(cv::norm(out[2], x, cv::NORM_INF), 0.0);
 }
 
