@@ -19,6 +19,7 @@
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
+#include "nodes/pet_selection.h"
 #include "nodes/qr_code_cue.h"
 #include "nodes/scene_evidence.h"
 #include "nodes/shared_objects.h"
@@ -216,7 +217,7 @@ public:
         const cv::Mat& image = tensor.original.empty() ? tensor.view : tensor.original;
         const SceneEvidence evidence = sceneEvidence(image, memo);
         std::vector<ObjectDetection> objects;
-        if (objects_) objects = sharedObjects(*objects_, image, kMinObjectScore, memo);
+        if (objects_) objects = withoutPetsThatArePersons(sharedObjects(*objects_, image, kMinObjectScore, memo));
         ContentScores content{};
         if (drawing_) {
             content = sharedContent(*drawing_, image, memo);
@@ -242,6 +243,8 @@ public:
                 // Scene evidence tells a sky or a lawn, never with a class's certainty.
                 sceneCue(cue, evidence, v);
                 if (objects_) v *= kSceneClassScale;
+                // Blooms on a drawing are drawn colours as often (wallpapers of warm shapes).
+                if (cue == kFlowers && drawing_) v *= 1 - drawnShare(content);
             }
             scores.push_back(logit(v));
         }
@@ -259,6 +262,7 @@ private:
     // The content classifier's drawings (content_cues.h), in colour and in grey.
     static constexpr const char* kAnime = "drawing_colour";
     static constexpr const char* kSketch = "drawing_grey";
+    static constexpr const char* kFlowers = "flowers";  // scene_evidence.h
     // COCO's animals: bird (14) to giraffe (23).
     static constexpr int kCocoBird = 14, kCocoGiraffe = 23;
     static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md
