@@ -81,7 +81,7 @@ TEST(SceneEvidence, CloseUpsAndBackdropsAreNoScene) {
     ASSERT_TRUE(sceneCue("flowers", measureScene(flower), bloom));
     EXPECT_GE(bloom, 0.3);
     EXPECT_LE(bloom, kFlowerCue);
-    cv::Mat beach = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), blocks({600, 200}, 5, cv::Scalar(20, 120, 200), cv::Scalar(60, 170, 250)));
+    cv::Mat beach = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), blocks({600, 200}, 5, cv::Scalar(0, 80, 160), cv::Scalar(90, 200, 255)));
     ASSERT_TRUE(sceneCue("flowers", measureScene(beach), bloom));
     EXPECT_LT(bloom, 0.1);
 
