@@ -8,6 +8,15 @@
 
 namespace vqfe {
 
+namespace {
+
+// Labels and classes below this were not found: the object detector's boxes under 0.3 are
+// mostly wrong (a mobile phone on the cat), and a scene cue under it lacks its evidence. The
+// blobs keep every value; only the summary leaves them out.
+constexpr float kFoundFloor = 0.3f;
+
+}  // namespace
+
 void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
                   const std::string& error) {
     DecodedBlobs decoded(blobs);
@@ -23,11 +32,13 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
     }
     row.people = decoded.peopleCue();
     for (const auto& [label, score] : decoded.topLabels(3)) {
+        if (score < kFoundFloor) continue;
         char text[160];
         std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
         row.labels += text;
     }
     for (const auto& [label, score] : decoded.extraClasses()) {
+        if (score < kFoundFloor) continue;
         char text[160];
         std::snprintf(text, sizeof text, "%s%s %.2f", row.classes.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
         row.classes += text;

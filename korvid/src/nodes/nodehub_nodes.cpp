@@ -19,6 +19,7 @@
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
+#include "nodes/pet_selection.h"
 #include "nodes/qr_code_cue.h"
 #include "nodes/scene_evidence.h"
 #include "nodes/shared_objects.h"
@@ -217,7 +218,7 @@ public:
         const cv::Mat& image = tensor.original.empty() ? tensor.view : tensor.original;
         const SceneEvidence evidence = sceneEvidence(image, memo);
         std::vector<ObjectDetection> objects;
-        if (objects_) objects = sharedObjects(*objects_, image, kMinObjectScore, memo);
+        if (objects_) objects = withoutPetsThatArePersons(sharedObjects(*objects_, image, kMinObjectScore, memo));
         ContentScores content{};
         if (drawing_) {
             content = sharedContent(*drawing_, image, memo);
@@ -248,6 +249,10 @@ public:
                 // Scene evidence tells a sky or a lawn, never with a class's certainty.
                 sceneCue(cue, evidence, v);
                 if (objects_) v *= kSceneClassScale;
+                // Blooms on a drawing are drawn colours as often (wallpapers of warm shapes), and
+                // beside tableware a red cup or a dish (the coffee sample).
+                if (cue == kFlowers && drawing_) v *= 1 - drawnShare(content);
+                if (cue == kFlowers && std::any_of(objects.begin(), objects.end(), isTableware)) v = 0;
             }
             scores.push_back(logit(v));
         }
@@ -268,6 +273,9 @@ private:
     // The content classifier's drawings (content_cues.h), in colour and in grey.
     static constexpr const char* kAnime = "drawing_colour";
     static constexpr const char* kSketch = "drawing_grey";
+    static constexpr const char* kFlowers = "flowers";  // scene_evidence.h
+    // COCO's bottle (39) to bowl (45), and dining table (60).
+    static bool isTableware(const ObjectDetection& o) { return (o.cocoClass >= 39 && o.cocoClass <= 45) || o.cocoClass == 60; }
     // COCO's animals: bird (14) to giraffe (23).
     static constexpr int kCocoBird = 14, kCocoGiraffe = 23;
     static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md

@@ -8,6 +8,7 @@
 
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/pet_selection.h"
 #include "nodes/shared_objects.h"
 
 namespace kv {
@@ -90,7 +91,8 @@ std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCoun
 std::vector<PetDetection> PetDetector::find(const cv::Mat& bgr, ExecuteMemo* memo, bool faces) const {
     if (!objects_) return cascadeOnly(bgr);
     std::vector<PetDetection> pets;
-    for (const ObjectDetection& o : sharedObjects(*objects_, bgr, kMinPetScore, memo)) {
+    const std::vector<ObjectDetection> all = sharedObjects(*objects_, bgr, kMinPetScore, memo);
+    for (const ObjectDetection& o : withoutPetsThatArePersons(all)) {
         if (o.cocoClass != kCocoCat && o.cocoClass != kCocoDog) continue;
         PetDetection pet;
         pet.type = o.cocoClass == kCocoCat ? 1 : 2;

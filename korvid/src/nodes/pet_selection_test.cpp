@@ -39,5 +39,24 @@ TEST(PetSelection, PetsWithoutBodyAndEmptyBoxesAreKept) {
     EXPECT_EQ(onePetPerAnimal({pet(1, 0.6f, {0, 0, 0, 0}), pet(2, 0.5f, {0, 0, 0, 0})}).size(), 2u);
 }
 
+TEST(PetSelection, APetOnAPersonsBoxIsThePerson) {
+    const auto obj = [](int cls, float score, cv::Rect2f box) { return ObjectDetection{box, cls, score}; };
+    // The astronaut on the Moon: a dog (0.51) on the box of a person (0.43), whatever the
+    // pet's score; the frisbee beside them stays.
+    const std::vector<ObjectDetection> moon = {obj(kCocoDog, 0.51f, {153, 29, 211, 466}), obj(kCocoPerson, 0.43f, {153, 24, 212, 488}),
+                                               obj(34, 0.32f, {20, 20, 30, 30})};
+    const std::vector<ObjectDetection> kept = withoutPetsThatArePersons(moon);
+    ASSERT_EQ(kept.size(), 2u);
+    EXPECT_EQ(kept[0].cocoClass, kCocoPerson);
+    EXPECT_EQ(kept[1].cocoClass, 34);
+    // A cat in someone's arms lies inside the person's box and stays; so does a dog beside a
+    // person, and a pet on a weak person's box (0.3: the detector is not sure of the person).
+    EXPECT_EQ(withoutPetsThatArePersons({obj(kCocoPerson, 0.8f, {0, 0, 400, 600}), obj(kCocoCat, 0.6f, {100, 200, 150, 120})}).size(), 2u);
+    EXPECT_EQ(withoutPetsThatArePersons({obj(kCocoPerson, 0.8f, {0, 0, 200, 600}), obj(kCocoDog, 0.6f, {210, 300, 300, 300})}).size(), 2u);
+    EXPECT_EQ(withoutPetsThatArePersons({obj(kCocoPerson, 0.3f, {0, 0, 200, 400}), obj(kCocoCat, 0.6f, {0, 0, 200, 400})}).size(), 2u);
+    // Empty boxes divide by nothing.
+    EXPECT_EQ(withoutPetsThatArePersons({obj(kCocoPerson, 0.8f, {0, 0, 0, 0}), obj(kCocoCat, 0.6f, {0, 0, 0, 0})}).size(), 2u);
+}
+
 }  // namespace
 }  // namespace kv

@@ -167,6 +167,8 @@ SceneEvidence measureScene(const cv::Mat& input) {
     // background marks a close-up.
     e.greenShare = share((hue >= 30) & (hue <= 90) & (sat >= 50) & (val >= 35) & textured);
     e.blurShare = share(featureless);
+    // Petals: strongly saturated and bright, of any flower colour but green and blue.
+    e.bloomShare = share(((hue <= 34) | (hue >= 135)) & (sat >= 110) & (val >= 120));
 
     e.darkShare = share(val < 50);
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
@@ -214,6 +216,13 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
     else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);
     else if (label == "colourful") value = std::min(kMaxCue, e.colourfulness);
     else if (label == "people") value = 0;
+    else if (label == "flowers") {
+        // A close-up of blooms (0.4 to 0.9 of the image on the calibration flowers); a sky
+        // above it makes it sand, a sunset or a landscape instead.
+        double sky = 0;
+        sceneCue("sky", e, sky);
+        value = kFlowerCue * clamp01((e.bloomShare - 0.2) / 0.4) * (1 - sky / kMaxCue);
+    }
     else return false;
     return true;
 }

@@ -17,6 +17,7 @@
 namespace kv {
 
 constexpr double kMaxCue = 0.85;
+constexpr double kFlowerCue = 0.6;
 
 // The raw measures behind the cues (shares are fractions of the part of the image named).
 struct SceneEvidence {
@@ -29,6 +30,7 @@ struct SceneEvidence {
     double waterShare = 0;     // lower two thirds covered by wide blue regions below the top
     double snowShare = 0;      // lower two thirds covered by wide white regions below the top
     double greenShare = 0;     // the image covered by textured vegetation green
+    double bloomShare = 0;     // the image covered by strong petal colours (red, orange, yellow, pink, purple)
     double blurShare = 0;      // the image that is featureless (the defocused background of a close-up)
     double darkShare = 0;      // the image darker than 50/255
     double flatDarkShare = 0;  // the image dark and without any texture (a drawing's black)
@@ -48,7 +50,9 @@ SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo);
 const std::vector<std::string>& sceneLabelNames();
 
 // The cue of a label from the evidence (people: from the persons, see peopleCue); false when
-// the name is no scene label.
+// the name is no scene label. "flowers" is no scene label but a cue of the classification:
+// blooms filling much of a photo without a sky, at most kFlowerCue (colour alone tells a
+// flower from fruit or fur only so far).
 bool sceneCue(const std::string& label, const SceneEvidence& evidence, double& value);
 
 // The people cue: the best person of the detector that is confirmed (a strong detection, a

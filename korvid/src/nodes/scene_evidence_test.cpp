@@ -75,6 +75,16 @@ TEST(SceneEvidence, CloseUpsAndBackdropsAreNoScene) {
     EXPECT_LT(c["sunset"], 0.2);
     EXPECT_LT(c["sky"], 0.2);
 
+    // The flower's blooms fill much of the frame: a flower, below certainty; the meadow's sky
+    // over sand-coloured ground is none.
+    double bloom = -1;
+    ASSERT_TRUE(sceneCue("flowers", measureScene(flower), bloom));
+    EXPECT_GE(bloom, 0.3);
+    EXPECT_LE(bloom, kFlowerCue);
+    cv::Mat beach = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), blocks({600, 200}, 5, cv::Scalar(0, 80, 160), cv::Scalar(90, 200, 255)));
+    ASSERT_TRUE(sceneCue("flowers", measureScene(beach), bloom));
+    EXPECT_LT(bloom, 0.1);
+
     // A plain blue wall or studio backdrop: blue from top to bottom is no sky and no water.
     const cv::Mat wall(400, 600, CV_8UC3, cv::Scalar(200, 140, 60));
     c = cues(wall);
