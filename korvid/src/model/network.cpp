@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -53,12 +52,16 @@ size_t weightsOf(const cv::dnn::Net& net, const NetworkShape& shape) {
 
 }  // namespace
 
-Network::Network(cv::dnn::Net net, NetworkShape shape, const uint8_t* bytes, size_t size, size_t weightBytes)
-    : net_(std::move(net)),
-      shape_(std::move(shape)),
+Network::Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn)
+    : shape_(std::move(shape)),
       names_(outputNames(shape_)),
-      bytes_(bytes, bytes + size),
-      weightBytes_(weightBytes) {}
+      digest_(digest),
+      xnn_(std::move(xnn)),
+      weightBytes_(xnn_ != nullptr ? xnn_->weightBytes() : weightsOf(net, shape_)) {
+    // Without XNNPACK OpenCV runs the network; with it OpenCV's copy only served the check
+    // at load, and kept as a fallback it would hold its weights and buffers twice over.
+    if (xnn_ == nullptr) net_ = std::move(net);
+}
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -69,14 +72,6 @@ std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     for (cv::Mat& out : outs) out = out.clone();
     return outs;
 }
-
-void Network::accelerate(std::unique_ptr<XnnExecutor> xnn) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    xnn_ = std::move(xnn);
-    net_ = cv::dnn::Net();
-}
-
-size_t Network::weightBytes() const { return xnn_ != nullptr ? xnn_->weightBytes() : weightBytes_; }
 
 namespace {
 
@@ -110,21 +105,21 @@ cv::Mat checkInput(const std::vector<int>& shape) {
     return noise;
 }
 
-// Moves network to XNNPACK when it runs every operator and gives OpenCV's outputs (reference,
-// on checkInput) within the parity bound; otherwise it stays with OpenCV.
-void accelerate(const ModelBlob& blob, Network& network, const std::vector<cv::Mat>& reference) {
+// The network in XNNPACK when it runs every operator and gives OpenCV's outputs (reference,
+// on input) within the parity bound; otherwise null and the network stays with OpenCV.
+std::unique_ptr<XnnExecutor> accelerated(const ModelBlob& blob, const NetworkShape& shape, const cv::Mat& input,
+                                         const std::vector<cv::Mat>& reference) {
     const char* forced = std::getenv("KORVID_NETWORK_RUNTIME");
-    if (forced != nullptr && std::string(forced) == "opencv") return;
-    OnnxGraph graph;
-    std::string why = readOnnxGraph(blob.data, blob.size, graph);
+    if (forced != nullptr && std::string(forced) == "opencv") return nullptr;
     std::unique_ptr<XnnExecutor> xnn;
-    if (why.empty()) {
-        std::vector<std::string> outputs;
-        for (const auto& output : network.shape().outputs) outputs.push_back(output.first);
-        xnn = XnnExecutor::build(graph, network.shape().inputShape, outputs, why);
+    std::string why;
+    {
+        OnnxGraph graph;  // its tensors go once the weights are packed
+        why = readOnnxGraph(blob.data, blob.size, graph);
+        if (why.empty()) xnn = XnnExecutor::build(graph, shape.inputShape, outputNames(shape), why);
     }
     try {
-        if (xnn != nullptr && !agree(xnn->forward(checkInput(network.shape().inputShape)), reference)) {
+        if (xnn != nullptr && !agree(xnn->forward(input), reference)) {
             xnn.reset();
             why = "XNNPACK's outputs differ from OpenCV's";
         }
@@ -132,21 +127,18 @@ void accelerate(const ModelBlob& blob, Network& network, const std::vector<cv::M
         xnn.reset();
         why = std::string("the check does not run: ") + e.what();
     }
-    if (xnn == nullptr) {
-        noteFallback(blob.name, why);
-        return;
-    }
-    network.accelerate(std::move(xnn));
-#ifdef __GLIBC__
-    // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
-    // middle of the heap; without this glibc keeps them, 80 MB over the default networks.
-    malloc_trim(0);
-#endif
+    if (xnn == nullptr) noteFallback(blob.name, why);
+    return xnn;
 }
 
 }  // namespace
 
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape, NetworkRuntime runtime) {
+    return readNetwork(blob, digestOf(blob.data, blob.size), shape, runtime);
+}
+
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape,
+                                     NetworkRuntime runtime) {
     // An ONNX model starts with its IR version (field 1, varint); anything else (cascade
     // XML, parameter files, text) is refused before OpenCV's parser sees it.
     if (blob.data == nullptr || blob.size < 16 || blob.data[0] != 0x08) refuse(blob, "is not an ONNX network");
@@ -163,9 +155,10 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
     if (net.empty()) refuse(blob, "is an empty network");
     net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+    const cv::Mat input = checkInput(shape.inputShape);
     std::vector<cv::Mat> outs;
     try {
-        net.setInput(checkInput(shape.inputShape));
+        net.setInput(input);
         net.forward(outs, outputNames(shape));
     } catch (const cv::Exception& e) {
         refuse(blob, std::string("does not run: ") + e.what());
@@ -176,41 +169,24 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& 
             refuse(blob, "gives output \"" + shape.outputs[i].first + "\" of another shape");
         }
     }
-    const size_t weights = weightsOf(net, shape);
-    auto network = std::make_shared<Network>(std::move(net), shape, blob.data, blob.size, weights);
-    if (runtime == NetworkRuntime::Fastest) accelerate(blob, *network, outs);
+    std::unique_ptr<XnnExecutor> xnn = runtime == NetworkRuntime::Fastest ? accelerated(blob, shape, input, outs) : nullptr;
+    const bool moved = xnn != nullptr;
+    auto network = std::make_shared<Network>(std::move(net), shape, digest, std::move(xnn));
+#ifdef __GLIBC__
+    // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
+    // middle of the heap; without this glibc keeps them, 80 MB over the default networks.
+    if (moved) malloc_trim(0);
+#endif
     return network;
 }
 
 namespace {
 
-// FNV-1a over the size and the first and last kEnd bytes: cheap, and it tells different
-// networks apart in practice; equal fingerprints are settled by comparing the bytes.
-uint64_t fingerprint(const uint8_t* data, size_t size) {
-    constexpr size_t kEnd = 4096;
-    uint64_t h = 0xcbf29ce484222325ULL;
-    auto mix = [&h](const uint8_t* p, size_t n) {
-        for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 0x100000001b3ULL;
-    };
-    const uint64_t length = size;
-    mix(reinterpret_cast<const uint8_t*>(&length), sizeof length);
-    const size_t head = std::min(size, kEnd);
-    mix(data, head);
-    const size_t tail = std::min(size - head, kEnd);
-    mix(data + size - tail, tail);
-    return h;
-}
-
-bool sameBytes(const Network& network, const ModelBlob& blob) {
-    const std::vector<uint8_t>& bytes = network.bytes();
-    return bytes.size() == blob.size && std::memcmp(bytes.data(), blob.data, blob.size) == 0;
-}
-
-// The networks systems of the process hold, by fingerprint and shape; expired ones are
-// dropped whenever a network is added.
+// The networks systems of the process hold, by digest and shape; expired ones are dropped
+// whenever a network is added.
 struct ProcessNetworks {
     std::mutex mutex;
-    std::multimap<std::pair<uint64_t, std::string>, std::weak_ptr<Network>> entries;
+    std::map<std::pair<ContentDigest, std::string>, std::weak_ptr<Network>> entries;
 };
 
 ProcessNetworks& processNetworks() {
@@ -222,19 +198,23 @@ ProcessNetworks& processNetworks() {
 
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
+    return sharedNetwork(blob, digestOf(blob.data, blob.size), shape);
+}
+
+std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape) {
+    if (blob.data == nullptr) refuse(blob, "is empty");
     ProcessNetworks& shared = processNetworks();
-    auto key = std::make_pair(fingerprint(blob.data, blob.size), shapeKey(shape));
+    auto key = std::make_pair(digest, shapeKey(shape));
     // Held while a network is read, so that systems loading the same graph at once read it once.
     std::lock_guard<std::mutex> lock(shared.mutex);
-    auto [first, last] = shared.entries.equal_range(key);
-    for (auto it = first; it != last; ++it) {
-        if (auto network = it->second.lock(); network && sameBytes(*network, blob)) return network;
+    if (auto it = shared.entries.find(key); it != shared.entries.end()) {
+        if (auto network = it->second.lock()) return network;
     }
-    auto network = readNetwork(blob, shape);
+    auto network = readNetwork(blob, digest, shape);
     for (auto it = shared.entries.begin(); it != shared.entries.end();) {
         it = it->second.expired() ? shared.entries.erase(it) : std::next(it);
     }
-    shared.entries.emplace(std::move(key), network);
+    shared.entries[std::move(key)] = network;
     return network;
 }
 
@@ -248,16 +228,15 @@ size_t sharedNetworkCount() {
 
 std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
-    auto key = std::make_pair(fingerprint(blob.data, blob.size), shapeKey(shape));
-    auto [first, last] = entries_.equal_range(key);
-    auto it = std::find_if(first, last, [&blob](const auto& e) { return sameBytes(*e.second.network, blob); });
-    if (it == last) {
-        Entry entry{sharedNetwork(blob, shape), 0, 0};
-        // Without a figure from OpenCV the weights count as much as the bytes again.
-        const size_t bytes = entry.network->bytes().size();
+    const ContentDigest digest = digestOf(blob.data, blob.size);
+    auto key = std::make_pair(digest, shapeKey(shape));
+    auto it = entries_.find(key);
+    if (it == entries_.end()) {
+        Entry entry{sharedNetwork(blob, digest, shape), 0, 0};
+        // Without a figure from the runtime the weights count as much as the file.
         const size_t weights = entry.network->weightBytes();
-        entry.cost = bytes + (weights != 0 ? weights : bytes);
-        it = entries_.emplace(std::move(key), std::move(entry));
+        entry.cost = weights != 0 ? weights : blob.size;
+        it = entries_.emplace(std::move(key), std::move(entry)).first;
         cost_ += it->second.cost;
     }
     it->second.generation = generation_;

@@ -15,6 +15,7 @@
 
 #include <opencv2/dnn.hpp>
 
+#include "model/content_digest.h"
 #include "model/error.h"
 #include "model/model_blob.h"
 #include "model/xnn_executor.h"
@@ -28,7 +29,8 @@ struct NetworkShape {
     std::vector<std::pair<std::string, size_t>> outputs;
 };
 
-// A loaded network, the shape it passed and the bytes it was read from. forward() runs it
+// A loaded network, the shape it passed and the digest of the bytes it was read from (the
+// bytes themselves go back with the graph). forward() runs it
 // on an NCHW float blob and returns the outputs in the shape's order, through XNNPACK where
 // it runs every operator of the network, through OpenCV DNN otherwise. Thread-safe: a
 // network may be shared by the systems of several threads. Both runtimes keep the buffers
@@ -36,27 +38,26 @@ struct NetworkShape {
 // of the outputs, which the next run (of any thread) would otherwise overwrite.
 class Network {
 public:
-    // net has passed its check; weightBytes is what OpenCV reports of its weights.
-    Network(cv::dnn::Net net, NetworkShape shape, const uint8_t* bytes, size_t size, size_t weightBytes);
+    // net has passed its check; with xnn (checked against net) the network runs there and
+    // net is dropped.
+    Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn);
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
-    const std::vector<uint8_t>& bytes() const { return bytes_; }
-    // Runs the network through xnn from now on; OpenCV's copy is dropped.
-    void accelerate(std::unique_ptr<XnnExecutor> xnn);
+    const ContentDigest& digest() const { return digest_; }
     bool accelerated() const { return xnn_ != nullptr; }
-    // Bytes of the weights OpenCV holds (0 when it cannot tell). Its figure for the layer
-    // buffers counts every buffer apart (tens of MB for the face detector) while they are
-    // shared in fact, so it is left out.
-    size_t weightBytes() const;
+    // Bytes of the weights the runtime holds: XNNPACK's, or what OpenCV reports (0 when it
+    // cannot tell). OpenCV's figure for the layer buffers counts every buffer apart (tens of
+    // MB for the face detector) while they are shared in fact, so it is left out.
+    size_t weightBytes() const { return weightBytes_; }
 
 private:
     std::mutex mutex_;  // guards the runs of net_ and xnn_
-    cv::dnn::Net net_;
+    cv::dnn::Net net_;  // empty when xnn_ runs the network
     const NetworkShape shape_;
     const std::vector<std::string> names_;
-    const std::vector<uint8_t> bytes_;
+    const ContentDigest digest_;
+    const std::unique_ptr<XnnExecutor> xnn_;
     const size_t weightBytes_;
-    std::unique_ptr<XnnExecutor> xnn_;  // guarded by mutex_
 };
 
 // Which runtime readNetwork may choose: the fastest that runs the network (XNNPACK, checked
@@ -68,19 +69,22 @@ enum class NetworkRuntime { Fastest, OpenCv };
 // every output of shape with its element count. Throws Error(INVALID_MODEL) otherwise.
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape,
                                      NetworkRuntime runtime = NetworkRuntime::Fastest);
+// The same with the digest of blob's bytes already taken.
+std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape,
+                                     NetworkRuntime runtime = NetworkRuntime::Fastest);
 
 // Networks by content (and shape: the same bytes read for another shape are checked again).
-// A lookup hashes the size and both ends of the bytes, then compares the whole content with
-// the bytes each network keeps: a different network never passes for a cached one,
-// and a reload costs a comparison of the bytes (memory speed) instead of a cryptographic
-// digest of them. Networks stay after a graph that did not use them is loaded, so that an
-// app alternating kinds reads none again; trim() drops the least recently used ones beyond
-// the budget (each counted as its kept bytes plus the weights OpenCV holds). A network not
-// in the cache is taken from the process's networks (sharedNetwork) before it is read.
+// A lookup digests the whole bytes (ContentDigest: size and a keyed 128-bit hash, at memory
+// speed), so a different network never passes for a cached one and no copy of the bytes is
+// kept. Networks stay after a graph that did not use them is loaded, so that an app
+// alternating kinds reads none again; trim() drops the least recently used ones beyond the
+// budget (each counted as the weights its runtime holds, or its file's size when the runtime
+// cannot tell). A network not in the cache is taken from the process's networks
+// (sharedNetwork) before it is read.
 // One system, one thread: the cache itself takes no lock.
 class NetworkCache {
 public:
-    // Holds every default network at once (ten networks, 146 MB counted so) with room to spare.
+    // Holds every default network at once with room to spare.
     static constexpr size_t kDefaultBudget = size_t{256} << 20;
 
     explicit NetworkCache(size_t budget = kDefaultBudget) : budget_(budget) {}
@@ -97,8 +101,8 @@ private:
         size_t cost = 0;
         uint64_t generation = 0;
     };
-    // (fingerprint, shape) -> the entries of equal fingerprint
-    std::multimap<std::pair<uint64_t, std::string>, Entry> entries_;
+    // (digest, shape) -> the network
+    std::map<std::pair<ContentDigest, std::string>, Entry> entries_;
     uint64_t generation_ = 0;
     size_t budget_;
     size_t cost_ = 0;
@@ -107,6 +111,7 @@ private:
 // The network of blob's bytes for shape that a system of this process already holds, or
 // else blob read anew. Thread-safe; the process keeps no network that no system holds.
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape& shape);
+std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape);
 // Networks the process holds (for tests).
 size_t sharedNetworkCount();
 

@@ -30,19 +30,30 @@ TEST(NetworkSharing, SystemsOfAProcessReadEachNetworkOnce) {
         ASSERT_EQ(b->loadGraph(builtinTemplate(8)), NO_ERROR);  // the same three and the descriptor
         ASSERT_EQ(a->loadGraph(builtinTemplate(8)), NO_ERROR);
         EXPECT_EQ(Korvid::networksRead(), before + 4);
-        // Other bytes under the same name are another network, for that system only.
-        std::string changed = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face.model");
+        // Other bytes under the same name are another network, for that system only: one bit
+        // in the middle of the weights, the size and both ends unchanged; then one bit
+        // elsewhere, which must not pass for the first change either.
+        const std::string original = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face.model");
+        std::string changed = original;
         changed[changed.size() / 2] = static_cast<char>(changed[changed.size() / 2] ^ 1);
         a.finder.overrides = {{"qm_face", changed}};
         ASSERT_EQ(a->loadGraph(builtinTemplate(4)), NO_ERROR);
         EXPECT_EQ(Korvid::networksRead(), before + 5);
         ASSERT_EQ(b->loadGraph(builtinTemplate(4)), NO_ERROR);
         EXPECT_EQ(Korvid::networksRead(), before + 5);
+        changed = original;
+        changed[changed.size() * 3 / 4] = static_cast<char>(changed[changed.size() * 3 / 4] ^ 1);
+        b.finder.overrides = {{"qm_face", changed}};
+        ASSERT_EQ(b->loadGraph(builtinTemplate(4)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 6);
+        a.finder.overrides = {{"qm_face", original}};
+        ASSERT_EQ(a->loadGraph(builtinTemplate(4)), NO_ERROR);
+        EXPECT_EQ(Korvid::networksRead(), before + 6) << "the original bytes find the network read first";
     }
     // The process keeps no network that no system holds.
     SystemHarness c;
     ASSERT_EQ(c->loadGraph(builtinTemplate(4)), NO_ERROR);
-    EXPECT_EQ(Korvid::networksRead(), before + 8);
+    EXPECT_EQ(Korvid::networksRead(), before + 9);
 }
 
 // Faces of the face graph with their landmarks, to the last bit.
