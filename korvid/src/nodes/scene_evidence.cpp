@@ -65,42 +65,6 @@ int countPointLights(const cv::Mat& value) {
     return spots;
 }
 
-// Dark marks of a letter's size on bright paper, on a grey copy of at most 512 px, counted
-// when they stand in a line of text: at least two marks of a similar height beside them on
-// the same baseline (grain, fur and foliage make marks too, but not in lines).
-int countGlyphs(const cv::Mat& bgr) {
-    cv::Mat grey;
-    cv::cvtColor(shrinkToFit(bgr, 512), grey, cv::COLOR_BGR2GRAY);
-    if (grey.rows < 16 || grey.cols < 16) return 0;
-    cv::Mat ink, labels, stats, centroids;
-    cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 15, 12);
-    const int n = cv::connectedComponentsWithStats(ink, labels, stats, centroids, 8, CV_32S);
-    std::vector<cv::Rect> marks;
-    for (int i = 1; i < n && marks.size() < 4000; ++i) {
-        const cv::Rect r(stats.at<int>(i, cv::CC_STAT_LEFT), stats.at<int>(i, cv::CC_STAT_TOP), stats.at<int>(i, cv::CC_STAT_WIDTH),
-                         stats.at<int>(i, cv::CC_STAT_HEIGHT));
-        const int area = stats.at<int>(i, cv::CC_STAT_AREA);
-        if (r.height >= 5 && r.height <= 28 && r.width <= 28 && area >= 8 && area <= 0.7 * r.area() + 1) marks.push_back(r);
-    }
-    // Sorted by baseline, a mark's line neighbours are within a few places of it.
-    std::sort(marks.begin(), marks.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.y + a.height < b.y + b.height; });
-    int inLines = 0;
-    for (size_t i = 0; i < marks.size(); ++i) {
-        const cv::Rect& a = marks[i];
-        const int base = a.y + a.height, reach = a.height / 4;
-        int neighbours = 0;
-        size_t from = i;
-        while (from > 0 && base - (marks[from - 1].y + marks[from - 1].height) <= reach) --from;
-        for (size_t j = from; j < marks.size() && (marks[j].y + marks[j].height) - base <= reach; ++j) {
-            const cv::Rect& b = marks[j];
-            if (j == i || b.height * 10 < a.height * 7 || b.height * 7 > a.height * 10) continue;
-            neighbours += std::abs((a.x + a.width / 2) - (b.x + b.width / 2)) <= 3 * a.height;
-        }
-        inLines += neighbours >= 2;
-    }
-    return inLines;
-}
-
 }  // namespace
 
 SceneEvidence measureScene(const cv::Mat& input) {
@@ -173,8 +137,6 @@ SceneEvidence measureScene(const cv::Mat& input) {
     e.darkShare = share(val < 50);
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
     e.pointLights = countPointLights(val);
-    e.pageShare = share((sat < 40) & (val >= 170));
-    e.glyphs = e.pageShare >= 0.25 ? countGlyphs(input) : 0;
 
     const ImageStats stats = computeImageStats(bgr);
     e.entropy = stats.entropy;
@@ -212,7 +174,7 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
         // Flat black is a drawing's background, dark green a forest in shade.
         value = ramp(e.darkShare - e.flatDarkShare, 0.35, 0.7) * clamp01((e.pointLights - 2) / 6.0) * (e.greenShare < 0.1 ? 1.0 : 0.3);
     }
-    else if (label == "document") value = ramp(e.pageShare, 0.25, 0.5) * clamp01((e.glyphs - 40) / 160.0);
+    else if (label == "document") value = 0;  // the words the text reader finds (text_cues.h), not a region
     else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);
     else if (label == "colourful") value = std::min(kMaxCue, e.colourfulness);
     else if (label == "people") value = 0;

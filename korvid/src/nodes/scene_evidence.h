@@ -1,6 +1,6 @@
 // Scene evidence with a sense of place: the regions of an upright photo that make it a sky,
-// a sunset, water, snow, greenery, a night or a document, measured on a copy of at most 256
-// pixels (documents at 512), and the persons of the object detector that something confirms.
+// a sunset, water, snow, greenery or a night, measured on a copy of at most 256 pixels, and
+// the persons of the object detector that something confirms.
 // Every cue lies in 0..kMaxCue: a statistic never claims certainty, and a label without its
 // evidence stays near 0. korvid/README.md gives each measure and its calibration.
 // Pure functions, thread-safe.
@@ -35,8 +35,6 @@ struct SceneEvidence {
     double darkShare = 0;      // the image darker than 50/255
     double flatDarkShare = 0;  // the image dark and without any texture (a drawing's black)
     int pointLights = 0;       // small bright spots (lamps, windows, stars)
-    double pageShare = 0;      // bright unsaturated paper
-    int glyphs = 0;            // dark marks of a letter's size on it (at 512 px)
     double entropy = 0;        // grey histogram entropy, bits / 8
     double colourfulness = 0;  // Hasler-Suesstrunk / 100, clamped to 1
 };
