@@ -65,40 +65,44 @@ int countPointLights(const cv::Mat& value) {
     return spots;
 }
 
-// Dark marks of a letter's size on bright paper, on a grey copy of at most 512 px, counted
-// when they stand in a line of text: at least two marks of a similar height beside them on
-// the same baseline (grain, fur and foliage make marks too, but not in lines).
-int countGlyphs(const cv::Mat& bgr) {
-    cv::Mat grey;
-    cv::cvtColor(shrinkToFit(bgr, 512), grey, cv::COLOR_BGR2GRAY);
-    if (grey.rows < 16 || grey.cols < 16) return 0;
-    cv::Mat ink, labels, stats, centroids;
-    cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 15, 12);
-    const int n = cv::connectedComponentsWithStats(ink, labels, stats, centroids, 8, CV_32S);
-    std::vector<cv::Rect> marks;
-    for (int i = 1; i < n && marks.size() < 4000; ++i) {
-        const cv::Rect r(stats.at<int>(i, cv::CC_STAT_LEFT), stats.at<int>(i, cv::CC_STAT_TOP), stats.at<int>(i, cv::CC_STAT_WIDTH),
-                         stats.at<int>(i, cv::CC_STAT_HEIGHT));
-        const int area = stats.at<int>(i, cv::CC_STAT_AREA);
-        if (r.height >= 5 && r.height <= 28 && r.width <= 28 && area >= 8 && area <= 0.7 * r.area() + 1) marks.push_back(r);
-    }
-    // Sorted by baseline, a mark's line neighbours are within a few places of it.
-    std::sort(marks.begin(), marks.end(), [](const cv::Rect& a, const cv::Rect& b) { return a.y + a.height < b.y + b.height; });
-    int inLines = 0;
-    for (size_t i = 0; i < marks.size(); ++i) {
-        const cv::Rect& a = marks[i];
-        const int base = a.y + a.height, reach = a.height / 4;
-        int neighbours = 0;
-        size_t from = i;
-        while (from > 0 && base - (marks[from - 1].y + marks[from - 1].height) <= reach) --from;
-        for (size_t j = from; j < marks.size() && (marks[j].y + marks[j].height) - base <= reach; ++j) {
-            const cv::Rect& b = marks[j];
-            if (j == i || b.height * 10 < a.height * 7 || b.height * 7 > a.height * 10) continue;
-            neighbours += std::abs((a.x + a.width / 2) - (b.x + b.width / 2)) <= 3 * a.height;
+// The normalised correlation of two float images of one size; 0 when either has a spread
+// of less than 4 (nothing to compare).
+double correlation(const cv::Mat& a, const cv::Mat& b) {
+    cv::Scalar ma, sa, mb, sb;
+    cv::meanStdDev(a, ma, sa);
+    cv::meanStdDev(b, mb, sb);
+    if (sa[0] < 4 || sb[0] < 4) return 0;
+    return cv::mean((a - ma[0]).mul(b - mb[0]))[0] / (sa[0] * sb[0]);
+}
+
+// The best mirror symmetry of grey about a horizontal line between 30 % and 75 % of its
+// height: the correlation of the band above the line with the band below it, flipped (calm
+// water reflects what stands above it: a shore, trees, the sky's gradient). Bands without
+// detail (a spread of less than 4 grey levels) reflect nothing. row: the line found.
+double mirrorSymmetry(const cv::Mat& grey, int& row) {
+    // The vertical edges (a reflection keeps them where they are; a ripple blurs it only
+    // up and down), so that a smooth gradient or a vignette is no mirror.
+    cv::Mat blurred, g;
+    cv::GaussianBlur(grey, blurred, cv::Size(5, 5), 0);
+    cv::Sobel(blurred, g, CV_32F, 1, 0);
+    cv::resize(g, g, cv::Size((g.cols + 1) / 2, g.rows), 0, 0, cv::INTER_AREA);  // rows kept: the line's place
+    g = cv::abs(g);
+    double best = 0;
+    row = 0;
+    const int band = std::max(2, g.rows / 6);
+    for (int h = std::max(band, g.rows * 3 / 10); h + band <= g.rows && h <= g.rows * 3 / 4; ++h) {
+        const cv::Mat upper = g(cv::Rect(0, h - band, g.cols, band)), below = g(cv::Rect(0, h, g.cols, band));
+        cv::Mat above;
+        cv::flip(upper, above, 0);
+        // What a mirror adds over what the band shares with the one above it anyway
+        // (straight vertical edges run through both: a wall's corner, a drawing's shapes).
+        const double ncc = correlation(above, below) - std::max(0.0, correlation(upper, below));
+        if (ncc > best) {
+            best = ncc;
+            row = h;
         }
-        inLines += neighbours >= 2;
     }
-    return inLines;
+    return best;
 }
 
 }  // namespace
@@ -144,6 +148,9 @@ SceneEvidence measureScene(const cv::Mat& input) {
     e.skyShare = blueSky + std::min(blueSky, share((sky & pale)(topHalf)));
     e.skyBottomShare = share(sky(bottomQuarter));
     e.coolSkyShare = share((sky & (blue | pale))(topHalf));
+    e.blueSkyImage = share(sky & blue);
+    // Lit clouds of a sunset are warm but textured, and no smooth region.
+    e.glowShare = share((((hue <= 25) | (hue >= 140)) & (sat >= 50) & (val >= 100))(topHalf));
     e.warmSkyShare = share((sky & warm)(topHalf));
     // Below a sky lies land, water or a town, with detail; below a gradient of a drawing or
     // the blurred background of a close-up lies more of the same.
@@ -170,11 +177,22 @@ SceneEvidence measureScene(const cv::Mat& input) {
     // Petals: strongly saturated and bright, of any flower colour but green and blue.
     e.bloomShare = share(((hue <= 34) | (hue >= 135)) & (sat >= 110) & (val >= 120));
 
+    e.mirror = mirrorSymmetry(grey, e.mirrorRow);
+    if (e.mirror > 0) {
+        // A reflection has the colours of what it mirrors, somewhat darker; trees standing on
+        // a meadow are symmetric about a line too, but the meadow is green under a grey sky.
+        const int band = std::max(2, rows / 6);
+        const cv::Scalar above = cv::mean(bgr(cv::Rect(0, e.mirrorRow - band, cols, band)));
+        const cv::Scalar below = cv::mean(bgr(cv::Rect(0, e.mirrorRow, cols, band)));
+        const double sumAbove = above[0] + above[1] + above[2] + 1, sumBelow = below[0] + below[1] + below[2] + 1;
+        double chroma = 0;
+        for (int c = 0; c < 3; ++c) chroma += std::abs(above[c] / sumAbove - below[c] / sumBelow);
+        const double ratio = sumBelow / sumAbove;
+        if (chroma > 0.15 || ratio < 0.4 || ratio > 1.2) e.mirror = 0;
+    }
     e.darkShare = share(val < 50);
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
     e.pointLights = countPointLights(val);
-    e.pageShare = share((sat < 40) & (val >= 170));
-    e.glyphs = e.pageShare >= 0.25 ? countGlyphs(input) : 0;
 
     const ImageStats stats = computeImageStats(bgr);
     e.entropy = stats.entropy;
@@ -198,21 +216,36 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
     // studio), not a sky.
     const double backdrop = clamp01((e.skyBottomShare - 0.3) / 0.4);
     const double ground = clamp01((e.groundTexture - 0.03) / 0.12);
-    if (label == "sky") value = ramp(e.skyShare, 0.15, 0.55) * (1 - backdrop) * ground;
-    else if (label == "sunset") {
+    // Calm water mirrors what stands above it, under a sky of cool colours (a lake at dusk, in
+    // fog); a drawing's straight shapes are no mirror, their bands are alike anyway.
+    const double mirrorWater = ramp(e.mirror, 0.45, 0.65) * clamp01((e.coolSkyShare - 0.5) / 0.3);
+    // Lit clouds over a detailed ground in shadow (the sky brighter by 0.1 at least): a sunset
+    // with its clouds; a warm close-up has no blue or pale sky beside it, no ground below or
+    // no sky brighter than its bottom.
+    const double glow = e.coolSkyShare >= 0.05
+                            ? ramp(e.glowShare, 0.1, 0.35) * clamp01((e.skyOverGround - 0.1) / 0.1) * clamp01((e.groundTexture - 0.3) / 0.2)
+                            : 0.0;
+    if (label == "sky") {
+        // Above a mirror lies a sky, and a sunset is one; a sky seen from below fills the frame
+        // with blue and has no ground, but clouds or something flying in it (a frame of
+        // featureless blue is a wall).
+        const double fromBelow = ramp(e.blueSkyImage, 0.65, 0.8) * (1 - clamp01((e.blurShare - 0.5) / 0.3));
+        value = std::max({ramp(e.skyShare, 0.15, 0.55) * (1 - backdrop) * ground, fromBelow, mirrorWater, glow});
+    } else if (label == "sunset") {
         // A warm region is a sunset's sky beside some blue or pale sky, or above a dark and
         // detailed ground; alone it is a flower, fur or food as often.
         const bool skyLike = e.coolSkyShare >= 0.02 || e.groundTexture >= 0.4;
         value = skyLike ? ramp(e.warmSkyShare, 0.05, 0.3) * clamp01(e.skyOverGround / 0.2) * (1 - backdrop) * ground : 0.0;
+        value = std::max(value, glow);
     }
-    else if (label == "water") value = ramp(e.waterShare, 0.1, 0.45) * ground;
+    else if (label == "water") value = std::max(ramp(e.waterShare, 0.1, 0.45) * ground, mirrorWater);
     else if (label == "snow") value = ramp(e.snowShare, 0.2, 0.55) * (e.skyShare >= 0.1 ? 1.0 : 0.5);
     else if (label == "greenery") value = ramp(e.greenShare, 0.1, 0.4) * (1 - clamp01((e.blurShare - 0.3) / 0.4));
     else if (label == "night") {
         // Flat black is a drawing's background, dark green a forest in shade.
         value = ramp(e.darkShare - e.flatDarkShare, 0.35, 0.7) * clamp01((e.pointLights - 2) / 6.0) * (e.greenShare < 0.1 ? 1.0 : 0.3);
     }
-    else if (label == "document") value = ramp(e.pageShare, 0.25, 0.5) * clamp01((e.glyphs - 40) / 160.0);
+    else if (label == "document") value = 0;  // the words the text reader finds (text_cues.h), not a region
     else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);
     else if (label == "colourful") value = std::min(kMaxCue, e.colourfulness);
     else if (label == "people") value = 0;

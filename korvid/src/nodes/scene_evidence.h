@@ -1,6 +1,6 @@
 // Scene evidence with a sense of place: the regions of an upright photo that make it a sky,
-// a sunset, water, snow, greenery, a night or a document, measured on a copy of at most 256
-// pixels (documents at 512), and the persons of the object detector that something confirms.
+// a sunset, water, snow, greenery or a night, measured on a copy of at most 256 pixels, and
+// the persons of the object detector that something confirms.
 // Every cue lies in 0..kMaxCue: a statistic never claims certainty, and a label without its
 // evidence stays near 0. korvid/README.md gives each measure and its calibration.
 // Pure functions, thread-safe.
@@ -24,6 +24,8 @@ struct SceneEvidence {
     double skyShare = 0;       // top half covered by a smooth sky-coloured region reaching the top edge
     double skyBottomShare = 0; // bottom quarter covered by that same region (a backdrop, not a sky)
     double coolSkyShare = 0;   // top half covered by the blue or pale part of that region
+    double blueSkyImage = 0;   // the whole image covered by the blue part of that region (a sky seen from below)
+    double glowShare = 0;      // top half in warm glow colours, textured or not (lit clouds)
     double warmSkyShare = 0;   // top half covered by the warm (orange, red, pink) part of that region
     double skyOverGround = 0;  // mean brightness of the sky region minus that of the bottom third
     double groundTexture = 0;  // bottom half outside the sky region that is textured (detail of land)
@@ -32,11 +34,11 @@ struct SceneEvidence {
     double greenShare = 0;     // the image covered by textured vegetation green
     double bloomShare = 0;     // the image covered by strong petal colours (red, orange, yellow, pink, purple)
     double blurShare = 0;      // the image that is featureless (the defocused background of a close-up)
+    double mirror = 0;         // how much a band of vertical edges mirrors the one above a horizontal line
+    int mirrorRow = 0;         // that line, in rows of the 256-pixel copy
     double darkShare = 0;      // the image darker than 50/255
     double flatDarkShare = 0;  // the image dark and without any texture (a drawing's black)
     int pointLights = 0;       // small bright spots (lamps, windows, stars)
-    double pageShare = 0;      // bright unsaturated paper
-    int glyphs = 0;            // dark marks of a letter's size on it (at 512 px)
     double entropy = 0;        // grey histogram entropy, bits / 8
     double colourfulness = 0;  // Hasler-Suesstrunk / 100, clamped to 1
 };
