@@ -162,6 +162,7 @@ private:
             int left, top, right, bottom;
             if (!it->BoundingBox(tesseract::RIL_WORD, &left, &top, &right, &bottom)) continue;
             ++e.words;
+            e.longWords += alnum >= 4;
             e.characters += alnum;
             if (!lineCounted) ++e.lines;
             lineCounted = true;

@@ -13,6 +13,7 @@ struct TextEvidence {
     bool measured = false;  // the engine read the image (false: no engine, no data, or a shape it is never given)
     int words = 0;          // words of at least two letters or digits read with confidence >= kWordConfidence
     int characters = 0;     // letters and digits of those words
+    int longWords = 0;      // those of at least four letters or digits: on foliage or gravel the engine reads short ones ("SS", "AN")
     int lines = 0;          // text lines holding at least one of them
     double coverage = 0;    // share of the image's area covered by their boxes
 };

@@ -51,5 +51,19 @@ TEST(TextCues, PagesScreensAndPicturesWithoutText) {
     EXPECT_GE(textCue(onScreen), 0.5);
 }
 
+// Foliage read as many short confident "words" ("SS", "AN", "LAN") is no text and no page;
+// the same count with words of four letters and more is.
+TEST(TextCues, ShortWordsAloneAreNoText) {
+    TextScene t;
+    t.read = true;
+    t.text = {true, 14, 30, 0, 9, 0.03};
+    EXPECT_EQ(textCue(t), 0);
+    EXPECT_EQ(documentCue(t), 0);
+    t.text.longWords = 10;
+    EXPECT_GT(textCue(t), 0.8);
+    EXPECT_GT(documentCue(t), 0.1);
+}
+
 }  // namespace
 }  // namespace kv
+
