@@ -105,11 +105,13 @@ std::vector<std::pair<std::string, float>> DecodedBlobs::topLabels(size_t n) con
     std::vector<std::pair<std::string, float>> labels;
     if (const auto* scene = get<CSceneRecogBuffer>("scene")) {
         for (size_t i = 0; i < scene->n_m_scenerecoginfo; ++i) {
-            labels.emplace_back(scene->m_scenerecoginfo[i]->name, scene->m_scenerecoginfo[i]->prob);
+            const auto* info = scene->m_scenerecoginfo[i];
+            if (info->satisfied) labels.emplace_back(info->name, info->prob);
         }
     } else if (const auto* v3 = get<CSceneRecogV3Buffer>("scene-v3")) {
         for (size_t i = 0; i < v3->n_m_scenerecogv3info; ++i) {
-            labels.emplace_back(v3->m_scenerecogv3info[i]->name, v3->m_scenerecogv3info[i]->confidence);
+            const auto* info = v3->m_scenerecogv3info[i];
+            if (info->satisfied) labels.emplace_back(info->name, info->confidence);
         }
     } else {
         return topClasses(n, 0);

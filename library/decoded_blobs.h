@@ -38,7 +38,8 @@ public:
     std::optional<float> peopleCue() const;
 
     // Up to n labels with their scores, best first, from scene recognition, then the
-    // third scene generation, then the 208-class classification.
+    // third scene generation (only the labels the analysis says are satisfied: a label
+    // under its threshold was not found), then the 208-class classification.
     std::vector<std::pair<std::string, float>> topLabels(size_t n) const;
 
     // Up to n classes of the 208-class classification with a confidence of at least
