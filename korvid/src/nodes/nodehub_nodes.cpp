@@ -248,6 +248,9 @@ public:
             } else if (cue != "none") {
                 // Scene evidence tells a sky or a lawn, never with a class's certainty.
                 sceneCue(cue, evidence, v);
+                // A cue under the scene labels' threshold did not find its scene (a portrait's
+                // blue backdrop is "sky" 0.33): its class is halved at most, a found one keeps it.
+                v *= 0.5 + 0.5 * std::clamp((v - kSceneWeak) / (kSceneFound - kSceneWeak), 0.0, 1.0);
                 if (objects_) v *= kSceneClassScale;
                 // Blooms on a drawing are drawn colours as often (wallpapers of warm shapes), and
                 // beside tableware a red cup or a dish (the coffee sample).
@@ -281,6 +284,8 @@ private:
     static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md
     static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
     static constexpr double kSceneClassScale = 0.9;  // scene cues (at most 0.85) stay below 0.8
+    static constexpr double kSceneFound = 0.5;  // the scene labels' threshold unless the graph sets one
+    static constexpr double kSceneWeak = 0.25;
 
     std::string layout_, featureName_, scoreName_;
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
