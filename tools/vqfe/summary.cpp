@@ -31,18 +31,17 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
         for (size_t i = 0; i < parts.size(); ++i) row.faceCaptions += (i ? ", " : "") + parts[i];
     }
     row.people = decoded.peopleCue();
-    for (const auto& [label, score] : decoded.topLabels(3)) {
-        if (score < kFoundFloor) continue;
-        char text[160];
-        std::snprintf(text, sizeof text, "%s%s %.2f", row.labels.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
-        row.labels += text;
-    }
-    for (const auto& [label, score] : decoded.extraClasses()) {
-        if (score < kFoundFloor) continue;
-        char text[160];
-        std::snprintf(text, sizeof text, "%s%s %.2f", row.classes.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
-        row.classes += text;
-    }
+    // "name 0.87, name 0.52": the entries that were found, by their display names.
+    auto list = [](const std::vector<std::pair<std::string, float>>& entries, std::string& out) {
+        for (const auto& [label, score] : entries) {
+            if (score < kFoundFloor) continue;
+            char text[160];
+            std::snprintf(text, sizeof text, "%s%s %.2f", out.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
+            out += text;
+        }
+    };
+    list(decoded.topLabels(3), row.labels);
+    list(decoded.extraClasses(), row.classes);
     row.fromStore = fromStore;
     row.milliseconds = milliseconds;
     row.error = error;

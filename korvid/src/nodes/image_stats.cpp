@@ -5,11 +5,11 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "nodes/cue_math.h"
+
 namespace kv {
 
 namespace {
-
-double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
 
 double fraction(const cv::Mat& mask) { return mask.empty() ? 0.0 : cv::countNonZero(mask) / double(mask.total()); }
 

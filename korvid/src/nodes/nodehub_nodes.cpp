@@ -14,6 +14,7 @@
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
 #include "nodes/content_cues.h"
+#include "nodes/cue_math.h"
 #include "nodes/drawing_gate.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
@@ -250,7 +251,7 @@ public:
                 sceneCue(cue, evidence, v);
                 // A cue under the scene labels' threshold did not find its scene (a portrait's
                 // blue backdrop is "sky" 0.33): its class is halved at most, a found one keeps it.
-                v *= 0.5 + 0.5 * std::clamp((v - kSceneWeak) / (kSceneFound - kSceneWeak), 0.0, 1.0);
+                v *= 0.5 + 0.5 * rise(v, kSceneWeak, kSceneFound);
                 if (objects_) v *= kSceneClassScale;
                 // Blooms on a drawing are drawn colours as often (wallpapers of warm shapes), and
                 // beside tableware a red cup or a dish (the coffee sample).

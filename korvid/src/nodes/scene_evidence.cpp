@@ -5,13 +5,12 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "nodes/cue_math.h"
 #include "nodes/image_stats.h"
 
 namespace kv {
 
 namespace {
-
-double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
 
 // 0 at from, kMaxCue at to, linear between.
 double ramp(double v, double from, double to) { return kMaxCue * clamp01((v - from) / (to - from)); }

@@ -13,6 +13,7 @@
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
 #include "nodes/content_cues.h"
+#include "nodes/cue_math.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
@@ -26,8 +27,6 @@ namespace kv {
 using Vantor::AlgorithmType;
 
 namespace {
-
-double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
 
 std::vector<int32_t> typeList(AlgorithmType t) { return {static_cast<int32_t>(t)}; }
 

@@ -6,6 +6,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "nodes/cue_math.h"
 #include "nodes/image_stats.h"
 #include "nodes/scene_evidence.h"
 
@@ -16,11 +17,6 @@ namespace {
 // The pre-test's copy: the text of a screenshot (11 to 13 pixels high at 1300 wide) keeps 4
 // pixels or more.
 constexpr int kMarkSide = 768;
-
-double clamp01(double v) { return std::min(1.0, std::max(0.0, v)); }
-
-// 0 below from, 1 from to on, linear between.
-double rise(double v, double from, double to) { return clamp01((v - from) / (to - from)); }
 
 // Marks of ink (255 in the mask) of a letter's size that stand in a line: four of a similar
 // height on the same baseline within three heights (the inner letters of a word; grain,
