@@ -7,17 +7,13 @@
 #include <set>
 #include <sstream>
 
+#include "testing/packed_message.h"
 #include "tools/vqfe/summary.h"
 
 namespace vqfe {
 namespace {
 
-template <typename Message>
-std::vector<uint8_t> packed(const Message& message) {
-    std::vector<uint8_t> bytes(protobuf_c_message_get_packed_size(&message.base));
-    protobuf_c_message_pack(&message.base, bytes.data());
-    return bytes;
-}
+using vqfe_testing::packed;
 
 // The scene labels: sunset found, people found weakly (under the display floor), sky not found.
 std::vector<uint8_t> sceneBlob() {
