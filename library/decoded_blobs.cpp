@@ -27,9 +27,6 @@ DecodedBlobs::DecodedBlobs(const BlobMap& blobs) {
 
 namespace {
 
-// Shown to people: at least the display floor; a NaN never is.
-bool shown(float score) { return score >= VQFeature::kShownConfidence; }
-
 // Best first, at most n.
 void keepBest(std::vector<std::pair<std::string, float>>& entries, size_t n) {
     std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
@@ -128,6 +125,8 @@ std::vector<std::pair<std::string, float>> DecodedBlobs::topLabels(size_t n) con
     keepBest(labels, n);
     return labels;
 }
+
+bool DecodedBlobs::shown(float score) { return score >= VQFeature::kShownConfidence; }
 
 std::string DecodedBlobs::shownText(const std::pair<std::string, float>& entry) {
     char text[160];

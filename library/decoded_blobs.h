@@ -52,6 +52,9 @@ public:
     // The classes worth showing beside topLabels(3): up to three not already among them.
     std::vector<std::pair<std::string, float>> extraClasses() const;
 
+    // Whether a score is shown: at least VQFeature::kShownConfidence (a NaN never is).
+    static bool shown(float score);
+
     // An entry as shown: display name and score, "one person 0.87".
     static std::string shownText(const std::pair<std::string, float>& entry);
 

@@ -199,7 +199,7 @@ std::vector<std::string> labelLines(const DecodedBlobs& decoded) {
         lines.push_back(DecodedBlobs::shownText(entry));
         people = people || entry.first == "people";
     }
-    if (const auto cue = decoded.peopleCue(); cue && !people) {
+    if (const auto cue = decoded.peopleCue(); cue && !people && DecodedBlobs::shown(*cue)) {
         char text[32];
         std::snprintf(text, sizeof text, "people %.2f", *cue);
         lines.push_back(text);

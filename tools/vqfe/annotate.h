@@ -14,8 +14,9 @@
 
 namespace vqfe {
 
-// The text drawn top left: the labels shown, the people cue when it is not among them, then
-// the classes shown that are not among them; the same entries the summary lists.
+// The text drawn top left: the labels shown, the people cue when it is not among them (and
+// not under the floor the labels have), then the classes shown that are not among them; the
+// same labels and classes the summary lists (it gives the people cue a field of its own).
 std::vector<std::string> labelLines(const DecodedBlobs& decoded);
 
 // Writes <dir>/<file stem>.png (the directory is created when missing). False with
