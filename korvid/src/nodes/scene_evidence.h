@@ -61,6 +61,12 @@ const std::vector<std::string>& sceneLabelNames();
 // most kGalaxyCue (a night sky seen straight up, or a field of stars, is no more).
 bool sceneCue(const std::string& label, const SceneEvidence& evidence, double& value);
 
+// The flower class from the "flowers" cue: blooms on a drawing are drawn colours as often
+// (wallpapers of warm shapes), so the cue is scaled by 1 - drawnShare; beside found tableware
+// (a bottle, glass, cup, cutlery or bowl, or a dining table, of 0.3 or more) they are a red
+// cup or a dish, and the class is 0. objects: the detector's, as the classification keeps them.
+double flowerClassCue(double flowers, double drawnShare, const std::vector<ObjectDetection>& objects);
+
 // The people cue: the best person of the detector that is confirmed (a strong detection, a
 // face-coloured head, or a grey photo where colour cannot tell) scores 0.5 and up; an
 // unconfirmed one stays below 0.35. objects best first; bgr is the image they were found on.

@@ -190,6 +190,21 @@ TEST(SceneEvidence, AGalaxyIsStarsFromTopToBottom) {
     EXPECT_LT(galaxy, 0.1);
 }
 
+TEST(SceneEvidence, FlowersGiveWayToFoundTablewareAndDrawings) {
+    const cv::Rect2f box(10, 10, 100, 100);
+    constexpr int kCup = 41, kBowl = 45, kDiningTable = 60, kBanana = 46;
+    // A red cup or a laid table found beside the blooms: a dish, not a flower.
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kDiningTable, 0.52f}}), 0.0);
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kCup, 0.3f}}), 0.0);
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kBowl, 0.9f}}), 0.0);
+    // A weak table behind a close-up, or fruit, leaves the flower as measured.
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0, {{box, kDiningTable, 0.21f}, {box, kBanana, 0.6f}, {box, kCocoPerson, 0.9f}}), 0.5);
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0, {}), 0.5);
+    // Blooms on a picture the classifier calls drawn count only by the photographic share.
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0.75, {}), 0.125);
+    EXPECT_EQ(flowerClassCue(0.5, 1.5, {}), 0.0);
+}
+
 TEST(SceneEvidence, PeopleNeedAConfirmedPerson) {
     cv::Mat photo(400, 600, CV_8UC3, cv::Scalar(90, 140, 60));
     // A face-coloured head in the top of the box confirms a middling detection.
