@@ -201,12 +201,14 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
     return code;
 }
 
-// glibc raises its mmap threshold each time a mapped block is freed (up to 32 MB), so once
-// a graph has been released the model blocks of the next load land in the heap, and the
-// pages they leave when freed stay resident: a second graph of every kind took the peak of
-// an extract from 360 to 425 MB. Giving those pages back after each node's load keeps the
-// second load at the first one's peak. (A fixed low threshold does too, but then every
-// large temporary of a run is a fresh mapping: GrabCut's graph alone doubled system time.)
+// A released graph and the images run before leave freed pages in the heap that stay
+// resident (glibc raises its mmap threshold each time a mapped block is freed, up to 32 MB,
+// so after the first load even large blocks are heap blocks), and the next load reads its
+// model files on top of them: the second graph of every kind in one process peaked at
+// 425 MB against 360 MB for the first. Handing those pages back before a load keeps it
+// near the first one's peak. (A fixed low mmap threshold does too, but then every large
+// temporary of a run is a fresh mapping, and trimming before every image as well costs
+// 30 to 40 ms an image in page faults.)
 void OpenAlgorithmSystem::returnFreedMemory() {
 #if defined(__GLIBC__)
     malloc_trim(0);
