@@ -67,6 +67,7 @@ private:
     void acquireModels(LoadedNode& node, ModelSet& models);
     // Hands the node's model blocks back to the finder (reported as released).
     void releaseModels(LoadedNode& node);
+    static void returnFreedMemory();  // freed heap pages back to the system (glibc only)
     void keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const Vantor::VantorAlgorithmModel& model);
     bool nodeProduces(const LoadedNode& node, int32_t type) const;
     // Indices of the nodes an execute of type must run (every node for -1).
