@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -31,6 +32,14 @@ namespace {
 void reportNodeTime(const std::string& name, const char* type, std::chrono::steady_clock::time_point start) {
     const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
     std::fprintf(stderr, "korvid node %s (%s): %.2f ms\n", name.c_str(), type, spent.count());
+}
+
+// Processor time of the calling thread, ms: a load is timed by what it costs, not by how
+// long it waited for a core.
+double threadCpuMs() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
 }  // namespace
@@ -87,50 +96,73 @@ VantorErrorCode OpenAlgorithmSystem::setResourceFinder(const VantorResourceFinde
     return NO_ERROR;
 }
 
-// A delivered model: reported, released with the graph, handed to the node under key.
-void OpenAlgorithmSystem::keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const VantorAlgorithmModel& model) {
-    VantorAlgorithmModelEvent event;
-    event.modelName = model.name;
-    event.type = MODEL_EVENT_LOADED;
-    finder_->reportEvent(event);
-    node.models.push_back(model);  // capacity reserved: nothing delivered is lost to an allocation failure
-    models[key] = ModelBlob{model.name, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), &networks_};
+namespace {
+
+// The model names a node asks the finder for: those its parameters name, then its own
+// defaults under keys the parameters leave unnamed.
+std::vector<std::pair<std::string, std::string>> wantedModels(const NodeParams& params, const Node* node) {
+    std::vector<std::pair<std::string, std::string>> wanted;
+    std::map<std::string, std::string> named;
+    for (const auto& [key, value] : params.strings) {
+        if (isModelParameter(key)) named.emplace(key, value);
+    }
+    wanted.assign(named.begin(), named.end());
+    if (node == nullptr) return wanted;
+    for (const auto& [key, name] : node->defaultModels()) {
+        if (!named.count(key)) wanted.emplace_back(key, name);
+    }
+    return wanted;
 }
 
-void OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models) {
-    size_t wanted = 0;
-    for (const auto& [key, value] : node.params.strings) wanted += isModelParameter(key) ? 1 : 0;
-    const std::map<std::string, std::string> defaults = node.node != nullptr ? node.node->defaultModels() : std::map<std::string, std::string>();
-    node.models.reserve(wanted + defaults.size());
-    for (const auto& [key, value] : node.params.strings) {
-        if (!isModelParameter(key)) continue;
-        if (finder_ == nullptr) throw Error(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
-        VantorAlgorithmModel model;
-        model.name = value;
-        bool found = finder_->findResource(model);
+}  // namespace
+
+// The block of model name for this load: asked of the finder by the first node that names
+// it and kept, reported once, for the later nodes that name it too, so that a graph whose
+// nodes share a model (seven face nodes, two pet nodes) reads and digests it once per load.
+// Null when the finder cannot deliver it.
+const VantorAlgorithmModel* OpenAlgorithmSystem::deliverModel(const std::string& name, size_t users) {
+    if (auto it = delivered_.find(name); it != delivered_.end()) return &it->second.model;
+    VantorAlgorithmModel model;
+    model.name = name;
+    if (!finder_->findResource(model) || model.data == nullptr) {
+        if (model.data != nullptr) finder_->releaseResource(model);
+        return nullptr;
+    }
+    try {
+        auto it = delivered_.emplace(name, DeliveredModel{model, users}).first;
         VantorAlgorithmModelEvent event;
-        event.modelName = value;
-        if (!found || model.data == nullptr) {
-            if (model.data != nullptr) finder_->releaseResource(model);
+        event.modelName = name;
+        event.type = MODEL_EVENT_LOADED;
+        finder_->reportEvent(event);
+        return &it->second.model;
+    } catch (const std::bad_alloc&) {
+        finder_->releaseResource(model);  // nothing delivered is lost to an allocation failure
+        throw;
+    }
+}
+
+void OpenAlgorithmSystem::acquireModels(LoadedNode& node, ModelSet& models, const std::map<std::string, size_t>& users) {
+    const std::vector<std::pair<std::string, std::string>> wanted = wantedModels(node.params, node.node.get());
+    node.models.reserve(wanted.size());
+    for (const auto& [key, name] : wanted) {
+        if (finder_ == nullptr) {
+            if (node.params.strings.count(key)) throw Error(INVALID_RES_FINDER, "graph names models but no resource finder is installed");
+            continue;
+        }
+        const VantorAlgorithmModel* model = deliverModel(name, users.at(name));
+        if (model == nullptr) {
+            // The node's own defaults may be missing: the graph named nothing, so nothing it
+            // named is missing when the finder cannot deliver one.
+            if (!node.params.strings.count(key)) continue;
+            VantorAlgorithmModelEvent event;
+            event.modelName = name;
             event.type = MODEL_EVENT_LOAD_FAILED;
             event.code = INVALID_MODEL;
             finder_->reportEvent(event);
-            throw Error(INVALID_MODEL, "model \"" + value + "\" of node \"" + node.name + "\" not found");
+            throw Error(INVALID_MODEL, "model \"" + name + "\" of node \"" + node.name + "\" not found");
         }
-        keepModel(node, models, key, model);
-    }
-    // The node's own defaults under keys the graph left unnamed: the graph named nothing, so
-    // nothing it named is missing when the finder cannot deliver one.
-    if (finder_ == nullptr) return;
-    for (const auto& [key, name] : defaults) {
-        if (models.count(key)) continue;
-        VantorAlgorithmModel model;
-        model.name = name;
-        if (!finder_->findResource(model) || model.data == nullptr) {
-            if (model.data != nullptr) finder_->releaseResource(model);
-            continue;
-        }
-        keepModel(node, models, key, model);
+        node.models.push_back(name);
+        models[key] = ModelBlob{model->name, static_cast<const uint8_t*>(model->data), static_cast<size_t>(model->size), &networks_};
     }
 }
 
@@ -148,10 +180,18 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         nodes_.push_back(std::move(n));
     }
 
+    const bool timing = std::getenv("KORVID_NODE_TIMES") != nullptr;
+    const double graphStart = timing ? threadCpuMs() : 0;
+    // How many nodes name each model, so that a shared block goes back after its last one.
+    std::map<std::string, size_t> users;
     for (LoadedNode& n : nodes_) {
         if (n.type->create != nullptr) n.node = n.type->create();
+        for (const auto& wanted : wantedModels(n.params, n.node.get())) ++users[wanted.second];
+    }
+    for (LoadedNode& n : nodes_) {
+        const double start = timing ? threadCpuMs() : 0;
         ModelSet models;
-        acquireModels(n, models);
+        acquireModels(n, models, users);
         if (n.node == nullptr) {
             releaseModels(n);
             continue;
@@ -169,7 +209,9 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         // model blocks go back to the finder now rather than with the graph: a graph of every
         // kind would otherwise hold some 180 MB of file copies it never reads again.
         releaseModels(n);
+        if (timing) std::fprintf(stderr, "korvid load %s (%s): %.2f ms processor\n", n.name.c_str(), n.type->name, threadCpuMs() - start);
     }
+    if (timing) std::fprintf(stderr, "korvid load graph: %.2f ms processor\n", threadCpuMs() - graphStart);
 }
 
 VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
@@ -215,14 +257,21 @@ void OpenAlgorithmSystem::returnFreedMemory() {
 #endif
 }
 
+void OpenAlgorithmSystem::releaseModel(VantorAlgorithmModel& model) {
+    if (finder_ == nullptr) return;
+    finder_->releaseResource(model);
+    VantorAlgorithmModelEvent event;
+    event.modelName = model.name;
+    event.type = MODEL_EVENT_RELEASED;
+    finder_->reportEvent(event);
+}
+
 void OpenAlgorithmSystem::releaseModels(LoadedNode& node) {
-    for (VantorAlgorithmModel& m : node.models) {
-        if (finder_ == nullptr) continue;
-        finder_->releaseResource(m);
-        VantorAlgorithmModelEvent event;
-        event.modelName = m.name;
-        event.type = MODEL_EVENT_RELEASED;
-        finder_->reportEvent(event);
+    for (const std::string& name : node.models) {
+        auto it = delivered_.find(name);
+        if (it == delivered_.end() || --it->second.usersLeft > 0) continue;
+        releaseModel(it->second.model);
+        delivered_.erase(it);
     }
     node.models.clear();
 }
@@ -231,8 +280,11 @@ void OpenAlgorithmSystem::releaseGraph() {
     for (LoadedNode& n : nodes_) {
         n.output.reset();
         n.node.reset();
-        releaseModels(n);  // those of a load that failed half way
+        n.models.clear();
     }
+    // The blocks of a load that failed half way.
+    for (auto& [name, delivered] : delivered_) releaseModel(delivered.model);
+    delivered_.clear();
     nodes_.clear();
     loadError_ = NO_ERROR;
 }

@@ -9,6 +9,7 @@
 // tests (Korvid/Diagnostics.h).
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,19 +57,26 @@ private:
         std::unique_ptr<Node> node;            // null for the image producer
         std::vector<int> slotSources;          // node index feeding each slot, -1 if none
         std::vector<std::string> upstreamTypes;
-        std::vector<Vantor::VantorAlgorithmModel> models;
+        std::vector<std::string> models;  // names of the delivered models the node holds
         std::unique_ptr<NodeOutput> output;
+    };
+    struct DeliveredModel {
+        Vantor::VantorAlgorithmModel model;
+        size_t usersLeft = 0;  // nodes of the load still to load with it
     };
 
     Vantor::VantorErrorCode initFromText(const char* data, size_t length);
     Vantor::VantorErrorCode fail(Vantor::VantorErrorCode code, const std::string& message);
     // Both throw Error; what they acquired stays in nodes_ for releaseGraph.
     void buildGraph(const std::string& graphJson);
-    void acquireModels(LoadedNode& node, ModelSet& models);
-    // Hands the node's model blocks back to the finder (reported as released).
+    // users: how many nodes of the graph name each model.
+    void acquireModels(LoadedNode& node, ModelSet& models, const std::map<std::string, size_t>& users);
+    const Vantor::VantorAlgorithmModel* deliverModel(const std::string& name, size_t users);
+    // Lets go of the node's models; a block goes back to the finder (reported as released)
+    // once no later node of the load names it.
     void releaseModels(LoadedNode& node);
+    void releaseModel(Vantor::VantorAlgorithmModel& model);
     static void returnFreedMemory();  // freed heap pages back to the system (glibc only)
-    void keepModel(LoadedNode& node, ModelSet& models, const std::string& key, const Vantor::VantorAlgorithmModel& model);
     bool nodeProduces(const LoadedNode& node, int32_t type) const;
     // Indices of the nodes an execute of type must run (every node for -1).
     std::vector<bool> nodesToRun(int32_t type) const;
@@ -79,6 +87,7 @@ private:
     FrameworkConfig config_;
     Vantor::VantorResourceFinder* finder_ = nullptr;
     std::vector<LoadedNode> nodes_;  // dependency order
+    std::map<std::string, DeliveredModel> delivered_;  // blocks of the current load, by model name
     Vantor::VantorErrorCode loadError_ = Vantor::NO_ERROR;
     std::string lastError_;
     uint64_t executeCount_ = 0;
