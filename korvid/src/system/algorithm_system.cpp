@@ -6,10 +6,6 @@
 #include <new>
 #include <stdexcept>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
 #include <opencv2/core/ocl.hpp>
 #include <opencv2/core/utility.hpp>
 
@@ -210,7 +206,6 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
 
 VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
     releaseGraph();
-    returnFreedMemory();
     VantorErrorCode code;
     if (!initialized_) {
         code = fail(NOT_INIT, "loadGraph before a successful initialise");
@@ -235,23 +230,6 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
         lastError_.clear();
     }
     return code;
-}
-
-// A released graph and the images run before leave freed pages in the heap that stay
-// resident (glibc raises its mmap threshold each time a mapped block is freed, up to 32 MB,
-// so after the first load even large blocks are heap blocks), and the next load reads its
-// model files on top of them: the second graph of every kind in one process peaked at
-// 425 MB against 360 MB for the first. Handing those pages back before a load keeps it
-// near the first one's peak. (A fixed low mmap threshold does too, but then every large
-// temporary of a run is a fresh mapping, and trimming before every image as well costs
-// 30 to 40 ms an image in page faults.) Only a heap with much lying free is trimmed: an app
-// that loads a small graph per request would otherwise hand back and fault in the same pages
-// on every call (a JNI soak of small requests ran 9 times slower).
-void OpenAlgorithmSystem::returnFreedMemory() {
-#if defined(__GLIBC__)
-    constexpr size_t kWorthTrimming = 64u << 20;
-    if (mallinfo2().fordblks >= kWorthTrimming) malloc_trim(0);
-#endif
 }
 
 void OpenAlgorithmSystem::releaseModel(VantorAlgorithmModel& model) {
