@@ -164,8 +164,10 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
                                                                   outcome->image.buffer));
     }
     // The framework releases and reloads the graph whenever a request carries its text, so
-    // only requests until one has run carry it (a load that failed is tried again).
+    // only requests until one has run carry it (a load that failed is tried again). Only a
+    // framework run saves a result (answers from the cache do not): a save proves the graph.
     const std::string graph = graphLoaded_ ? std::string() : graph_;
+    const size_t savedBefore = batchStore_->resultsSaved();
     if (isSingleKindRequest(setup_)) {
         const Kind& kind = setup_.kinds.front();
         auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph), true, error);
@@ -173,9 +175,8 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
             batch[i]->keepAlive.push_back(results[i]);
             batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
             batch[i]->produced = results[i]->result != nullptr || kind.number == 9;
-            // A blob comes only from a run (kind 9 has none: its graph is sent every time).
-            if (results[i]->result != nullptr) graphLoaded_ = true;
         }
+        if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
         return;
     }
     auto results = extractor_->extractFeatures(multiInput(setup_, resources, graph), true, error);
@@ -183,7 +184,6 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
         auto multi = results[i];
         batch[i]->keepAlive.push_back(multi);
         batch[i]->produced = multi->resultCount() > 0;
-        if (batch[i]->produced) graphLoaded_ = true;
         for (const Kind& kind : setup_.kinds) {
             auto item = kind.stringType.empty()
                             ? multi->getResultItem(static_cast<Vantor::AlgorithmType>(kind.number))
@@ -191,6 +191,7 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
             if (item) batch[i]->blobs[kind.name] = {item->data, item->size};
         }
     }
+    if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
 }
 
 }  // namespace vqfe

@@ -187,19 +187,23 @@ TEST_F(BatchRunnerTest, LaterBatchesKeepTheGraphAndStoreUnderItsKeys) {
 }
 
 TEST_F(BatchRunnerTest, ABatchThatRanNothingSendsTheGraphAgain) {
-    AnalysisSetup setup{{}, "models", "framework.json"};
-    setup.kinds.push_back(*parseKind("33"));
-    BatchRunner runner(setup, "{g}", nullptr);
-    auto& system = factory.latest();
-    for (const std::vector<int>& widths : {std::vector<int>{VQFeature::FakeAlgorithmSystem::kFailingWidth},
-                                           std::vector<int>{100}, std::vector<int>{200}}) {
-        std::vector<ImageOutcome> outcomes;
-        for (int w : widths) outcomes.push_back(pictureOfWidth(w));
-        auto batch = pointers(outcomes);
-        runner.run(batch);
+    // Expressions (9) have no blob, but a run still saves their result.
+    for (const std::string kind : {"33", "9"}) {
+        AnalysisSetup setup{{}, "models", "framework.json"};
+        setup.kinds.push_back(*parseKind(kind));
+        BatchRunner runner(setup, "{g}", nullptr);
+        auto& system = factory.latest();
+        for (const std::vector<int>& widths : {std::vector<int>{VQFeature::FakeAlgorithmSystem::kFailingWidth},
+                                               std::vector<int>{100}, std::vector<int>{200}}) {
+            std::vector<ImageOutcome> outcomes;
+            for (int w : widths) outcomes.push_back(pictureOfWidth(w));
+            auto batch = pointers(outcomes);
+            runner.run(batch);
+        }
+        // The first request ran nothing, so the second carried the graph again; the third did not.
+        EXPECT_EQ(system.graphs, (std::vector<std::string>{"{g}", "{g}"})) << kind;
+        EXPECT_EQ(system.executes, 3) << kind;
     }
-    // The first request ran nothing, so the second carried the graph again; the third did not.
-    EXPECT_EQ(system.graphs, (std::vector<std::string>{"{g}", "{g}"}));
 }
 
 }  // namespace

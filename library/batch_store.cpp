@@ -68,6 +68,7 @@ void BatchStore::save(const std::vector<std::shared_ptr<VQFeature::Result>>& res
 
 void BatchStore::save(const std::shared_ptr<VQFeature::Result>& result) {
     if (!result) return;
+    ++saved_;
     result->algorithmKey = storedKey(result->algorithmKey);
     touch(result->assetId);
     if (index_ == nullptr) {

@@ -37,6 +37,8 @@ public:
     const std::map<std::string, Clock::time_point>& firstSeen() const { return firstSeen_; }
     // Drops the records of an image that produced nothing: it is not recorded.
     void forget(const std::string& assetId) { records_.erase(assetId); }
+    // How many results the extractor has saved so far: each comes from a framework run.
+    size_t resultsSaved() const { return saved_; }
     // Writes what is pending and the records not yet written.
     void finish();
 
@@ -57,6 +59,7 @@ private:
     std::shared_ptr<VQFeature::CacheAdapter> inner_;
     VQFeature::StoreIndex* index_;
     std::map<std::string, std::string> aliases_;
+    size_t saved_ = 0;
     std::multimap<std::string, VQFeature::ImageRecord> records_;  // by asset id; written ones removed
     std::map<std::string, Clock::time_point> firstSeen_;
     std::string current_;
