@@ -200,8 +200,9 @@ public final class Analyzer implements AutoCloseable {
    * the caches for every kind are returned without running; otherwise all kinds run and
    * their answers are cached.
    *
-   * <p>Failures of the image (an unusable size or format, fewer bytes than width, height
-   * and format need, a framework error) are reported in {@link Analysis#status()}; kinds
+   * <p>Failures of the image (an unusable size or format, a width, height or length of 0,
+   * fewer bytes than width, height and format need, a framework error) are reported in
+   * {@link Analysis#status()} and nothing of them is cached; kinds
    * without an answer are absent from the analysis. A kind the framework found nothing
    * of (no pet in the photo, say) is reported with code 204 ("Vantor Result is NULL",
    * {@link ErrorCode#UNKNOWN}) naming the kinds, and is cached as such.
@@ -301,7 +302,10 @@ public final class Analyzer implements AutoCloseable {
     resources.add(new Resource(assetId, "", image));
     try (MultiAlgorithmInput request = new MultiAlgorithmInput(resources, graph, types, names)) {
       Analysis cached = fromCache(assetId, wanted);
-      return cached != null ? cached : run(assetId, request, wanted);
+      if (cached != null) return cached;
+      Status empty = emptyImage(image);
+      if (empty != null) return new Analysis(assetId, empty, Analysis.Source.RUN, new LinkedHashMap<>());
+      return run(assetId, request, wanted);
     } finally {
       resources.delete();
       types.delete();
@@ -372,6 +376,15 @@ public final class Analyzer implements AutoCloseable {
       }
     }
     return new Analysis(assetId, nothing.isEmpty() ? Status.OK : noResult(nothing), source, answers);
+  }
+
+  // The engine skips an image of width, height or length 0 without a word; here that is
+  // a failure of the image, and nothing is cached (a later call with the pixels runs).
+  private static Status emptyImage(ImageBuffer image) {
+    BigInteger length = image.getLength();
+    if (image.getWidth() != 0 && image.getHeight() != 0 && length != null && length.signum() != 0) return null;
+    return new Status(ErrorCode.INVALID_FORMAT.code(), "no pixels to analyse: the image is " + image.getWidth() + "x"
+        + image.getHeight() + " with a length of " + length + " bytes (ImagePixels sets the length)");
   }
 
   // As a single-kind run reports a kind the framework found nothing of.

@@ -131,6 +131,22 @@ class AnalyzerTest {
     assertEquals(ErrorCode.INVALID_FORMAT, bad.status().error());
     assertTrue(bad.status().message().contains("image data holds 100 bytes, 1228800 needed"), bad.status().message());
     assertTrue(bad.answers().isEmpty());
+    // No pixels (0 x 0, or a forgotten setLength): a failure of the image, not "no face
+    // here", and not cached: the same id with its pixels runs.
+    Analysis empty = analyzer.analyze("later", 0, 0, new byte[0], Kind.FACE);
+    assertEquals(ErrorCode.INVALID_FORMAT, empty.status().error());
+    assertTrue(empty.status().message().startsWith("no pixels to analyse: the image is 0x0"), empty.status().message());
+    assertTrue(empty.answers().isEmpty());
+    try (ImageBuffer noLength = new ImageBuffer()) {
+      noLength.setWidth(2);
+      noLength.setHeight(2);
+      noLength.setData(new byte[16]);
+      assertEquals(ErrorCode.INVALID_FORMAT, analyzer.analyze("later", noLength, Kind.FACE).status().error());
+    }
+    Analysis later = analyzer.analyze("later", astronaut, Kind.FACE);
+    assertEquals(Analysis.Source.RUN, later.source());
+    assertTrue(later.status().ok(), later.status().toString());
+    assertTrue(later.get(Kind.FACE).getMFaceBaseInfosCount() > 0);
     assertThrows(IllegalArgumentException.class, () -> analyzer.analyze("a", astronaut));
     assertThrows(NullPointerException.class, () -> analyzer.analyze("a", (ImageBuffer) null, Kind.FACE));
     assertThrows(NullPointerException.class, () -> analyzer.analyze("a", astronaut, Kind.FACE, null));
