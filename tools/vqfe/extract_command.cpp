@@ -18,13 +18,14 @@
 #include "encoding/message_json.h"
 #include "extractor/extractor.h"
 #include "library/batch_runner.h"
-#include "tools/vqfe/batch_claims.h"
+#include "library/image_io.h"
 #include "library/job_threads.h"
 #include "tools/vqfe/annotate.h"
-#include "vantor/graph_merge.h"
-#include "library/image_io.h"
+#include "tools/vqfe/batch_claims.h"
+#include "tools/vqfe/interruption.h"
 #include "tools/vqfe/progress.h"
 #include "tools/vqfe/summary.h"
+#include "vantor/graph_merge.h"
 #include "vantor/vantor_system.h"
 
 namespace vqfe {
@@ -130,12 +131,14 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
         }
     }
 
+    Interruption interruption;
     Progress progress(files.size());
     Summary summary;
+    size_t done = 0;
     std::mutex outputMutex;
     BatchClaims claims(files.size(), jobs);
     auto work = [&](BatchRunner& worker) {
-        for (size_t first = 0, last = 0; claims.next(&first, &last);) {
+        for (size_t first = 0, last = 0; !Interruption::requested() && claims.next(&first, &last);) {
             std::vector<ImageOutcome> outcomes;
             outcomes.reserve(last - first);
             for (size_t i = first; i < last; ++i) {
@@ -146,6 +149,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                     printFailure(files[i], error, out);
                     summary.addFailure(files[i], error);
                     progress.advance();
+                    ++done;
                     continue;
                 }
                 outcomes.emplace_back();
@@ -168,6 +172,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
                             outcome.error.second);
                 progress.advance();
+                ++done;
             }
         }
     };
@@ -181,6 +186,11 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     if (options.summary) {
         summary.print(err, seconds);
         printWhereThingsAre(options, err);
+    }
+    if (Interruption::requested()) {
+        err << "vqfe extract: interrupted: " << done << " of " << files.size() << " images done"
+            << (options.storePath.empty() ? "\n" : "; the store keeps their results: run the same command again to go on\n");
+        return 130;
     }
     return 0;
 }

@@ -8,6 +8,7 @@
 #include "encoding/message_json.h"
 #include "library/photo_library.h"
 #include "tools/vqfe/report.h"
+#include "tools/vqfe/usage.h"
 
 namespace vqfe {
 namespace {
@@ -62,11 +63,6 @@ const char* const kReportUsage =
     "page per photo with its results. It needs no server and loads nothing from outside\n"
     "DIR. DIR must be new, empty or an earlier report.\n"
     "  --pictures DIR   annotated pictures of 'vqfe extract --draw DIR', shown on photo pages\n";
-
-int usageError(const std::string& message, const char* usage) {
-    std::cerr << "vqfe: " << message << "\n" << usage;
-    return 2;
-}
 
 std::string boxJson(const std::array<float, 4>& box) {
     char text[96];

@@ -19,6 +19,7 @@
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
 #include "tools/vqfe/library_cli.h"
+#include "tools/vqfe/usage.h"
 #include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
@@ -26,24 +27,25 @@
 namespace {
 
 using vqfe::Kind;
+using vqfe::usageError;
 
 const char* const kUsage =
     "usage: vqfe <command> [options]\n"
     "\n"
     "commands:\n"
-    "  extract   analyse photos and print one JSON object per image and kind\n"
-    "  score     print the image-quality score of photos\n"
-    "  graph     print the built-in graph of a kind\n"
-    "  models    print the default model list\n"
-    "  show      decode a stored result blob to JSON\n"
-    "  enqueue   queue photos as jobs in a PostgreSQL store for workers on any machine\n"
-    "  work      run queued jobs (any number of workers, on any number of machines)\n"
-    "  status    print the jobs of a PostgreSQL store by state\n"
-    "  people    group the faces of a store into persons; name and merge them\n"
+    "  extract     analyse photos and print one JSON object per image and kind\n"
+    "  score       print the image-quality score of photos\n"
+    "  graph       print the built-in graph of a kind\n"
+    "  models      print the default model list\n"
+    "  show        decode a stored result blob to JSON\n"
+    "  enqueue     queue photos as jobs in a PostgreSQL store for workers on any machine\n"
+    "  work        run queued jobs (any number of workers, on any number of machines)\n"
+    "  status      print the jobs of a PostgreSQL store by state\n"
+    "  people      group the faces of a store into persons; name and merge them\n"
     "  duplicates  print groups of copies of the same photo in a store\n"
-    "  search    print the photos of a store with labels, a person, a number of faces\n"
-    "  report    write a static HTML report of a store\n"
-    "  reindex   build the index of a store written before it kept one\n"
+    "  search      print the photos of a store with labels, a person, a number of faces\n"
+    "  report      write a static HTML report of a store\n"
+    "  reindex     build the index of a store written before it kept one\n"
     "\n"
     "Run 'vqfe <command> --help' for the options of a command.\n";
 
@@ -61,7 +63,7 @@ const char* const kExtractUsage =
     "  --graph FILE    run this graph instead of the built-in one(s)\n"
     "  --models DIR    model directory (default: the build's models/)\n"
     "  --framework-config FILE  framework configuration (default: the build's framework.json)\n"
-    "  --store FILE    keep results in this SQLite store and answer from it next time;\n"
+    "  --store FILE|URI  keep results in this SQLite store and answer from it next time;\n"
     "                  a postgresql:// connection URI uses that PostgreSQL store instead\n"
     "  --draw DIR      write a PNG per image with what was found drawn on it\n"
     "  --jobs N        run N extractors side by side, each with its own framework on one\n"
@@ -104,11 +106,6 @@ bool wantsHelp(const std::vector<std::string>& args) {
         if (arg == "--help" || arg == "-h") return true;
     }
     return false;
-}
-
-int usageError(const std::string& message, const char* usage) {
-    std::cerr << "vqfe: " << message << "\n" << usage;
-    return 2;
 }
 
 std::string kindList() {
@@ -159,7 +156,7 @@ int extractCommand(const std::vector<std::string>& args) {
         } else if (arg == "--framework-config") {
             if (!value(options.frameworkConfig)) return usageError("--framework-config needs a file", usage.c_str());
         } else if (arg == "--store") {
-            if (!value(options.storePath)) return usageError("--store needs a file", usage.c_str());
+            if (!value(options.storePath)) return usageError("--store needs a file or URI", usage.c_str());
         } else if (arg == "--draw") {
             if (!value(options.drawDir)) return usageError("--draw needs a directory", usage.c_str());
         } else if (arg == "--jobs") {
