@@ -13,6 +13,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "encoding/display_names.h"
+#include "library/decoded_blobs.h"
 #include "library/duplicates.h"
 
 namespace vqfe {
@@ -153,10 +155,16 @@ private:
         for (const auto& face : snapshot_.faces) {
             if (photos_.count(face.assetId)) photos_[face.assetId].faces.push_back(&face);
         }
+        // Labels by their display names (a scene label and a class may share one: "sky"),
+        // and only those the summary and the pictures show too.
         for (const auto& label : snapshot_.labels) {
-            if (!photos_.count(label.assetId)) continue;
-            photos_[label.assetId].labels.emplace_back(label.name, label.score);
-            labelPhotos_[label.name].push_back(label.assetId);
+            if (!photos_.count(label.assetId) || !DecodedBlobs::shown(label.score)) continue;
+            const std::string name = VQFeature::displayName(label.name);
+            auto& labels = photos_[label.assetId].labels;
+            auto same = std::find_if(labels.begin(), labels.end(), [&](const auto& known) { return known.first == name; });
+            if (same == labels.end()) labels.emplace_back(name, label.score);
+            else same->second = std::max(same->second, label.score);
+            labelPhotos_[name].push_back(label.assetId);
         }
         for (const auto& person : snapshot_.persons) personNames_[person.id] = person.name;
     }
@@ -258,6 +266,7 @@ private:
             std::snprintf(text, sizeof text, " %.2f", score);
             body += "<a href=\"" + labelPage(name) + "\">" + escaped(name) + "</a>" + text + "; ";
         }
+        if (labels.empty()) body += "none found";
         body += "</td></tr></table>\n";
         for (const auto* found : {&duplicates_, &similar_}) {
             for (const auto& group : *found) {
