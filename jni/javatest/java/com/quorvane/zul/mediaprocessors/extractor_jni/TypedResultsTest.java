@@ -91,5 +91,14 @@ class TypedResultsTest {
     assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(AlgorithmType.FaceExpression));
     assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(-1));
     assertSame(C_NHClassificationBuffer.class, ResultMessages.messageType(130));
+    // A null argument is named, not a NullPointerException from deep inside.
+    assertEquals("result must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.parse((Result) null)).getMessage());
+    assertEquals("kind must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.messageType((AlgorithmType) null)).getMessage());
+    assertEquals("blob must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.parse(4, null)).getMessage());
+    assertEquals("type must not be null", assertThrows(NullPointerException.class,
+        () -> ResultMessages.parse(new Result("asset", "key", AlgorithmType.Face), null)).getMessage());
   }
 }
