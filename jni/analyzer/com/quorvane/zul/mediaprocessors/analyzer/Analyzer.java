@@ -203,9 +203,11 @@ public final class Analyzer implements AutoCloseable {
    * <p>Failures of the image (an unusable size or format, a width, height or length of 0,
    * fewer bytes than width, height and format need, a framework error) are reported in
    * {@link Analysis#status()} and nothing of them is cached; kinds
-   * without an answer are absent from the analysis. A kind the framework found nothing
-   * of (no pet in the photo, say) is reported with code 204 ("Vantor Result is NULL",
-   * {@link ErrorCode#UNKNOWN}) naming the kinds, and is cached as such.
+   * without an answer are absent from the analysis. A kind the analysis found nothing of
+   * (no pet in the photo, say) is an answer like any other, with empty lists (no pet
+   * faces), and is cached. A kind the run gave no output for at all is reported with
+   * code 204 ("Vantor Result is NULL", {@link ErrorCode#UNKNOWN}) naming the kinds, and
+   * runs again next time.
    *
    * @param assetId the image's id, the first half of its cache keys
    * @param image the pixels (for example from ImagePixels); its length must be set
@@ -349,11 +351,10 @@ public final class Analyzer implements AutoCloseable {
     }
   }
 
-  // Every kind's answer from the caches, or null when one is missing. A kind cached
-  // without blob is one the framework found nothing of in this image.
+  // Every kind's answer from the caches, or null when one is missing. An answer cached
+  // without blob bytes is an empty message: an empty message packs to no bytes.
   private Analysis fromCache(String assetId, List<Kind<?>> wanted) {
     Map<Kind<?>, Message> answers = new LinkedHashMap<>();
-    List<Kind<?>> nothing = new ArrayList<>();
     Analysis.Source source = Analysis.Source.MEMORY;
     for (Kind<?> kind : wanted) {
       String key = keyOf(kind);
@@ -364,18 +365,14 @@ public final class Analyzer implements AutoCloseable {
       if (hit == null) return null;  // evicted meanwhile by another thread
       try {
         byte[] blob = ResultMessages.blobOf(hit);
-        if (blob == null) {
-          nothing.add(kind);
-          continue;
-        }
-        Message answer = parse(kind, blob);
+        Message answer = parse(kind, blob == null ? new byte[0] : blob);
         if (answer == null) return null;  // a stored answer that no longer parses is run again
         answers.put(kind, answer);
       } finally {
         hit.delete();
       }
     }
-    return new Analysis(assetId, nothing.isEmpty() ? Status.OK : noResult(nothing), source, answers);
+    return new Analysis(assetId, Status.OK, source, answers);
   }
 
   // The engine skips an image of width, height or length 0 without a word; here that is
@@ -419,18 +416,19 @@ public final class Analyzer implements AutoCloseable {
       if (error.getFirst() != 0) {
         status = new Status(error.getFirst(), error.getSecond());
       } else if (!missing.isEmpty()) {
-        // The graph produces every kind asked for, so a missing output means nothing of
-        // that kind in this image: cached as such, so it is not run for again.
-        for (Kind<?> kind : missing) remember(assetId, kind, null);
+        // The graph produces every kind asked for; a kind without output is reported and
+        // not cached (an empty cached answer reads back as an empty message).
         status = noResult(missing);
       }
       return new Analysis(assetId, status, Analysis.Source.RUN, answers);
     }
   }
 
+  // The item's blob; no bytes is an empty message (no pet faces, say), not a missing one.
   private static byte[] bytesOf(MultiResult.ResultItem item) {
     BigInteger size = item.getSize();
-    if (size.signum() <= 0 || size.bitLength() > 31) return null;
+    if (size.signum() == 0) return new byte[0];
+    if (size.signum() < 0 || size.bitLength() > 31) return null;
     byte[] bytes = new byte[size.intValue()];
     item.memcpyStructResult(bytes);
     return bytes;

@@ -139,15 +139,18 @@ public final class ResultMessages {
   }
 
   /**
-   * Parses the blob of one item of a several-kind result. The item keeps its blob.
+   * Parses the blob of one item of a several-kind result. The item keeps its blob. An
+   * item is its kind's output, so an item of size 0 is the empty message (the kind found
+   * nothing, no pet faces say: an empty message packs to no bytes).
    *
    * @param item an item of a {@link MultiResult}
-   * @return the message, or null when the item holds no blob
+   * @return the message
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    */
   public static Message parse(MultiResult.ResultItem item) throws InvalidProtocolBufferException {
     Objects.requireNonNull(item, "item must not be null");
-    byte[] blob = toBytes(item.getSize(), item::memcpyStructResult);
+    BigInteger size = item.getSize();
+    byte[] blob = size.signum() == 0 ? new byte[0] : toBytes(size, item::memcpyStructResult);
     if (blob == null) return null;
     String stringKind = item.getStringType();
     return stringKind.isEmpty() ? parse(item.getType().swigValue(), blob) : parse(stringKind, blob);
@@ -159,7 +162,7 @@ public final class ResultMessages {
    * @param item an item of a {@link MultiResult}
    * @param type the message class the caller expects
    * @param <T> the message class
-   * @return the message, or null when the item holds no blob
+   * @return the message (the empty message for an item of size 0)
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    * @throws IllegalArgumentException when the item's kind produces other messages
    */

@@ -11,6 +11,7 @@ import com.google.protobuf.Message;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttribute;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttributeBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FacePetDetectBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.ResultMessages;
 import com.quorvane.zul.mediaprocessors.jnitest.TestHooks;
@@ -70,9 +71,14 @@ class TypedResultsTest {
       VecAlgorithmType kinds = new VecAlgorithmType();
       kinds.add(AlgorithmType.Face);
       kinds.add(AlgorithmType.NHClassification);
+      kinds.add(AlgorithmType.FacePetDetect);
       MultiAlgorithmInput request = new MultiAlgorithmInput(photos,
-          CoverUtil.getAlgorithmConf(AlgorithmType.NHClassification), kinds, new VecString());
+          MPFeatureExtractor.severalKindGraph(kinds, new VecString()), kinds, new VecString());
       MultiResult multi = extractor.extractFeatures(request, false).get(0);
+      // No pet in the astronaut: an item of size 0, the empty message, not "no answer".
+      MultiResult.ResultItem pets = multi.getResultItem(AlgorithmType.FacePetDetect);
+      assertEquals(BigInteger.ZERO, pets.getSize());
+      assertEquals(0, ResultMessages.parse(pets, C_FacePetDetectBuffer.class).getMFacePetInfosCount());
       MultiResult.ResultItem classes = multi.getResultItem(AlgorithmType.NHClassification);
       C_NHClassificationBuffer typed = ResultMessages.parse(classes, C_NHClassificationBuffer.class);
       assertTrue(typed.getSerializedSize() > 0);
