@@ -23,6 +23,7 @@
 #include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
+#include "vantor/vantor_system.h"
 
 namespace {
 
@@ -83,7 +84,7 @@ const char* const kScoreUsage =
 const char* const kGraphUsage =
     "usage: vqfe graph KIND\n"
     "\n"
-    "Prints the built-in graph of a kind (by number or name).\n";
+    "Prints the built-in graph of a kind (by number or name, as 'vqfe extract --help' lists them).\n";
 
 const char* const kModelsUsage =
     "usage: vqfe models\n"
@@ -201,8 +202,17 @@ int scoreCommand(const std::vector<std::string>& args) {
     }
     int status = 0;
     for (const auto& image : images) {
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(image, ec)) {
+            std::cerr << "vqfe score: " << image << ": " << (std::filesystem::exists(image, ec) ? "not a file" : "no such file")
+                      << "\n";
+            status = 1;
+            continue;
+        }
         if (int code = scorer.scoreImage(image, 0, 0); code != 0) {
-            std::cerr << "vqfe score: " << image << ": cannot score (code " << code << ")\n";
+            std::cerr << "vqfe score: " << image << ": cannot score ("
+                      << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(code)) << ", code " << code
+                      << (code == 8 ? ": not a JPEG or PNG image it can read" : "") << ")\n";
             status = 1;
             continue;
         }
@@ -216,6 +226,9 @@ int graphCommand(const std::vector<std::string>& args) {
     if (wantsHelp(args)) return std::cout << kGraphUsage, 0;
     if (args.size() != 1) return usageError("graph takes one kind", kGraphUsage);
     auto kind = vqfe::parseKind(args[0]);
+    char* end = nullptr;
+    std::strtol(args[0].c_str(), &end, 10);
+    if (!kind && (args[0].empty() || *end != '\0')) return usageError("unknown kind '" + args[0] + "'", kGraphUsage);
     const int number = kind ? kind->templateKind : std::atoi(args[0].c_str());
     const std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(number));
     if (graph.empty()) {
