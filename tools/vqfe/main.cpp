@@ -72,8 +72,11 @@ const char* const kExtractUsage =
     "  --summary       print a human summary on standard error at the end\n"
     "  --verbose       show the library's own diagnostic lines on standard error\n"
     "\n"
+    "Ctrl-C stops the run after the images in hand (their results are printed and stored;\n"
+    "run the same command again to go on); a second Ctrl-C stops it at once.\n"
+    "\n"
     "Exit status: 0 when every image was looked at (per-image errors are in the output),\n"
-    "1 when nothing could run, 2 for a usage error.\n";
+    "1 when nothing could run, 2 for a usage error, 130 when Ctrl-C stopped the run.\n";
 
 const char* const kScoreUsage =
     "usage: vqfe score [--model FILE] IMAGE...\n"
