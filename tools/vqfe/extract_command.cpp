@@ -106,6 +106,15 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
         err << "vqfe extract: no images to analyse\n";
         return 1;
     }
+    if (!options.drawDir.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(options.drawDir, ec);
+        if (!std::filesystem::is_directory(options.drawDir)) {
+            err << "vqfe extract: --draw " << options.drawDir << ": cannot make a directory there"
+                << (ec ? " (" + ec.message() + ")" : "") << "\n";
+            return 1;
+        }
+    }
     std::shared_ptr<CacheAdapter> store;
     std::string graph;
     try {

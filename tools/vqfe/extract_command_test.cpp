@@ -197,6 +197,13 @@ TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
     EXPECT_NE(lines[2].find("\"m_faceBaseInfos\":[{"), std::string::npos) << lines[2];
     EXPECT_NE(err.find("no such file or directory: " + dir_ + "/missing.png"), std::string::npos) << err;
 
+    // Pictures into a file: refused before anything runs, not one error per image.
+    options_.drawDir = notImage;
+    EXPECT_EQ(run(&out, &err), 1);
+    EXPECT_NE(err.find("vqfe extract: --draw " + notImage + ": cannot make a directory there"), std::string::npos) << err;
+    EXPECT_TRUE(out.empty()) << out;
+    options_.drawDir.clear();
+
     const std::string empty = dir_ + "/empty";
     ASSERT_EQ(mkdir(empty.c_str(), 0755), 0);
     options_.inputs = {empty};
