@@ -192,6 +192,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     for (auto& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     out.flush();
+    progress.finish();
     if (options.summary) {
         summary.print(err, seconds);
         printWhereThingsAre(options, err);
