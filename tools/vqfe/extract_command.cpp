@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -81,6 +82,19 @@ void printWhereThingsAre(const ExtractOptions& options, std::ostream& err) {
         << " also vqfe people, duplicates, search)\n";
 }
 
+// The files in their order, each once: a photo named twice (or also through its folder)
+// is analysed and printed once.
+std::vector<std::string> withoutRepeats(const std::vector<std::string>& files) {
+    std::vector<std::string> kept;
+    std::set<std::string> seen;
+    for (const auto& file : files) {
+        std::error_code ec;
+        const std::filesystem::path canonical = std::filesystem::weakly_canonical(file, ec);
+        if (seen.insert(ec ? file : canonical.string()).second) kept.push_back(file);
+    }
+    return kept;
+}
+
 }  // namespace
 
 std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile) {
@@ -100,7 +114,7 @@ std::string requestGraph(const std::vector<Kind>& kinds, const std::string& grap
 
 int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err) {
     std::vector<std::string> problems;
-    const std::vector<std::string> files = collectImages(options.inputs, &problems);
+    const std::vector<std::string> files = withoutRepeats(collectImages(options.inputs, &problems));
     for (const auto& problem : problems) err << "vqfe extract: " << problem << "\n";
     if (files.empty()) {
         err << "vqfe extract: no images to analyse\n";

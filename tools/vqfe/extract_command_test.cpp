@@ -176,7 +176,8 @@ TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
     std::ofstream(notImage) << "not a picture";
     const std::string unreadable = "/proc/self/mem";  // exists, but reading it from the start fails
     options_.kinds = {*parseKind("face")};
-    options_.inputs = {notImage, unreadable, "samples/astronaut.jpg", dir_ + "/missing.png"};
+    // The astronaut named twice, once through another path: analysed and printed once.
+    options_.inputs = {notImage, unreadable, "samples/astronaut.jpg", dir_ + "/missing.png", "samples/../samples/astronaut.jpg"};
     options_.summary = true;
     std::string out, err;
     ASSERT_EQ(run(&out, &err), 0) << err;
