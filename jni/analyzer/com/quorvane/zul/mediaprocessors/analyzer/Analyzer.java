@@ -384,9 +384,9 @@ public final class Analyzer implements AutoCloseable {
         + image.getHeight() + " with a length of " + length + " bytes (ImagePixels sets the length)");
   }
 
-  // As a single-kind run reports a kind the framework found nothing of.
+  // As a single-kind run reports a kind the framework gave no output for.
   private static Status noResult(List<Kind<?>> kinds) {
-    return new Status(NO_RESULT, "Vantor Result is NULL: nothing of " + kinds + " in this image");
+    return new Status(NO_RESULT, "Vantor Result is NULL: no output for " + kinds);
   }
 
   private Analysis run(String assetId, MultiAlgorithmInput request, List<Kind<?>> wanted) {
