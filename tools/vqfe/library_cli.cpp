@@ -10,6 +10,7 @@
 #include "encoding/display_names.h"
 #include "encoding/message_json.h"
 #include "library/photo_library.h"
+#include "tools/vqfe/counted.h"
 #include "tools/vqfe/report.h"
 #include "tools/vqfe/usage.h"
 
@@ -74,10 +75,6 @@ std::string boxJson(const std::array<float, 4>& box) {
     return text;
 }
 
-std::string count(size_t n, const char* one, const char* many) {
-    return std::to_string(n) + " " + (n == 1 ? one : many);
-}
-
 // Why a store gives no persons: faces found, but no descriptors to compare them by.
 void explainNoPeople(PhotoLibrary& library) {
     const VQFeature::IndexSnapshot snapshot = library.index().snapshot(false);
@@ -87,7 +84,7 @@ void explainNoPeople(PhotoLibrary& library) {
         if (image.faces > 0) faces += static_cast<size_t>(image.faces), ++photos;
     }
     std::cerr << "vqfe people: no face descriptors in the store"
-              << (faces ? " (it has " + count(faces, "face", "faces") + " in " + count(photos, "photo", "photos") + ")" : "")
+              << (faces ? " (it has " + counted(faces, "face", "faces") + " in " + counted(photos, "photo", "photos") + ")" : "")
               << "; persons come from the face-verify kind: vqfe extract --kind face-verify --store "
               << library.store() << " PHOTOS\n";
 }
@@ -106,7 +103,7 @@ void printPeople(const std::vector<Person>& people, bool json) {
             continue;
         }
         std::cout << "person " << person.id << (person.name.empty() ? "" : " (" + person.name + ")") << ": "
-                  << person.faces.size() << (person.faces.size() == 1 ? " face\n" : " faces\n");
+                  << counted(person.faces.size(), "face", "faces") << "\n";
         for (const PersonFace& face : person.faces) std::cout << "  " << face.image << "\n";
     }
 }
@@ -114,8 +111,8 @@ void printPeople(const std::vector<Person>& people, bool json) {
 int peopleCommand(PhotoLibrary& library, const std::vector<std::string>& words, bool json) {
     if (words.empty()) {
         const PeopleUpdate update = library.updatePeople();
-        std::cerr << "vqfe people: " << count(update.newFaces, "new face", "new faces") << ": " << update.joined
-                  << " joined known persons, " << count(update.newPersons, "new person", "new persons") << "\n";
+        std::cerr << "vqfe people: " << counted(update.newFaces, "new face", "new faces") << ": " << update.joined
+                  << " joined known persons, " << counted(update.newPersons, "new person", "new persons") << "\n";
         const std::vector<Person> people = library.people();
         if (people.empty()) explainNoPeople(library);
         printPeople(people, json);

@@ -85,6 +85,10 @@ check_report() {
   # Labels by their display names, and none the summary would not show (the cup's flower
   # class at 0.13): a class cat_c1_c2 is "cat".
   grep -q '>cat</a>' "$report/index.html" || fail "the index does not list the label cat"
+  # Counts in the right number: the astronaut's person has "1 face", the coffee cups are "1 group".
+  grep -q ', 1 group of copies' "$report/index.html" && grep -q ', 1 face</a>' "$report/index.html" &&
+    ! grep -q ' 1 faces\| 1 groups' "$report/index.html" || fail "counts in the wrong number"
+  [[ "$("$vqfe" people --store "$work/results.db" 2>/dev/null | grep -c ': 1 face$')" -ge 1 ]] || fail "people: '1 face'"
   if grep -l '_c1_c2\|>flower</a>' "$report"/*.html; then fail "a label by its system name or under the shown floor"; fi
   python3 - "$report" <<'EOF' || fail "the report names a file outside itself or a missing one"
 import os, re, sys

@@ -16,6 +16,7 @@
 #include "encoding/display_names.h"
 #include "library/decoded_blobs.h"
 #include "library/duplicates.h"
+#include "tools/vqfe/counted.h"
 
 namespace vqfe {
 namespace {
@@ -305,8 +306,9 @@ private:
     }
 
     void writeIndex() {
-        std::string body = "<p>" + std::to_string(photos_.size()) + " photos, " + std::to_string(people_.size()) +
-                           " people, " + std::to_string(duplicates_.size()) + " groups of copies. Store: " +
+        std::string body = "<p>" + counted(photos_.size(), "photo", "photos") + ", " +
+                           counted(people_.size(), "person", "people") + ", " +
+                           counted(duplicates_.size(), "group", "groups") + " of copies. Store: " +
                            escaped(library_.store()) + "</p>\n<h2>People</h2>\n<div class=\"grid\">";
         for (const Person& person : people_) {
             body += "<div class=\"card face\"><a href=\"" + personPage(person.id) + "\">";
@@ -316,7 +318,7 @@ private:
                     break;
                 }
             }
-            body += escaped(personTitle(person.id)) + ", " + std::to_string(person.faces.size()) + " faces</a></div>";
+            body += escaped(personTitle(person.id)) + ", " + counted(person.faces.size(), "face", "faces") + "</a></div>";
         }
         body += "</div>\n<h2>Copies of the same photo</h2>\n" + groups(duplicates_);
         body += "<h2>Labels</h2>\n<table><tr><th>Label</th><th>Photos</th></tr>";
