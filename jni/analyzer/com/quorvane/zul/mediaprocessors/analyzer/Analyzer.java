@@ -159,8 +159,9 @@ public final class Analyzer implements AutoCloseable {
      * Checks the settings, opens the store and initialises the framework.
      *
      * @return the analyser
-     * @throws IllegalArgumentException naming the path when the model directory or the
-     *     configuration file does not exist, or a setting is missing
+     * @throws IllegalArgumentException naming the path when the model directory, the
+     *     configuration file or the SQLite store's directory does not exist, or a setting
+     *     is missing
      * @throws IllegalStateException when the framework refuses to initialise (with its
      *     error name and code)
      * @throws RuntimeException when the SQLite store cannot be opened (naming the file)
@@ -177,6 +178,12 @@ public final class Analyzer implements AutoCloseable {
         }
       } else {
         AssetManagerHolderJNI.setAssetManager(assetManager);
+      }
+      if (sqlitePath != null) {
+        File folder = new File(sqlitePath).getAbsoluteFile().getParentFile();
+        if (folder == null || !folder.isDirectory()) {
+          throw new IllegalArgumentException("the SQLite store's directory does not exist: " + folder);
+        }
       }
       CacheAdapter persistent = sqlitePath != null ? new SqliteCache(sqlitePath) : store;
       TieredCache tiered = new TieredCache(memoryCacheSize, persistent);

@@ -51,6 +51,9 @@ class AnalyzerTest {
         () -> builder().frameworkConfig(tmp.resolve("missing.json").toString()).build());
     assertEquals("framework configuration does not exist: " + tmp.resolve("missing.json"), e.getMessage());
     assertThrows(IllegalArgumentException.class, () -> Analyzer.builder().frameworkConfig("x").build());
+    e = assertThrows(IllegalArgumentException.class,
+        () -> builder().sqliteStore(tmp.resolve("no/such/folder/answers.db").toString()).build());
+    assertEquals("the SQLite store's directory does not exist: " + tmp.resolve("no/such/folder"), e.getMessage());
     assertThrows(IllegalArgumentException.class, () -> builder().memoryCacheSize(0));
     assertThrows(NullPointerException.class, () -> builder().modelDirectory(null));
   }
