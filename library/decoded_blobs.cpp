@@ -99,10 +99,15 @@ std::vector<std::pair<std::string, float>> DecodedBlobs::topClasses(size_t n) co
 }
 
 std::vector<std::pair<std::string, float>> DecodedBlobs::extraClasses() const {
+    // By display name: the class 2584_sky is not shown again beside the scene label sky.
     const auto labels = topLabels(3);
     std::vector<std::pair<std::string, float>> classes;
     for (const auto& entry : topClasses(3)) {
-        if (std::find(labels.begin(), labels.end(), entry) == labels.end()) classes.push_back(entry);
+        const std::string name = VQFeature::displayName(entry.first);
+        if (std::none_of(labels.begin(), labels.end(),
+                         [&](const auto& label) { return VQFeature::displayName(label.first) == name; })) {
+            classes.push_back(entry);
+        }
     }
     return classes;
 }

@@ -49,7 +49,8 @@ public:
     // Up to n classes of the 208-class classification, best first.
     std::vector<std::pair<std::string, float>> topClasses(size_t n) const;
 
-    // The classes worth showing beside topLabels(3): up to three not already among them.
+    // The classes worth showing beside topLabels(3): up to three whose display names are
+    // not already among theirs.
     std::vector<std::pair<std::string, float>> extraClasses() const;
 
     // Whether a score is shown: at least VQFeature::kShownConfidence (a NaN never is).

@@ -29,21 +29,22 @@ std::vector<uint8_t> sceneBlob() {
     return packed(buffer);
 }
 
-// Classes: a cat at 0.7, a mobile phone under the floor, a damaged (NaN) one, a dog at 0.3.
+// Classes: a cat at 0.7, a mobile phone under the floor, a damaged (NaN) one, a dog at 0.3,
+// and the class 2568_Sunset at 0.8, shown as "sunset" like the scene label.
 std::vector<uint8_t> classificationBlob() {
-    char cat[] = "cat", phone[] = "mobile_phone", broken[] = "broken", dog[] = "dog";
-    char* labels[] = {cat, phone, broken, dog};
-    int32_t ids[] = {0, 1, 2, 3};
-    float confidences[] = {0.7f, 0.29f, NAN, 0.3f};
+    char cat[] = "cat", phone[] = "mobile_phone", broken[] = "broken", dog[] = "dog", sunset[] = "2568_Sunset";
+    char* labels[] = {cat, phone, broken, dog, sunset};
+    int32_t ids[] = {0, 1, 2, 3, 4};
+    float confidences[] = {0.7f, 0.29f, NAN, 0.3f, 0.8f};
     CNHClassificationInfo info = C__NHCLASSIFICATION_INFO__INIT;
-    info.n_id = info.n_confidence = 4;
+    info.n_id = info.n_confidence = 5;
     info.id = ids;
     info.confidence = confidences;
     CNHClassificationInfo* infos[] = {&info};
     CNHClassificationBuffer buffer = C__NHCLASSIFICATION_BUFFER__INIT;
     buffer.n_m_classificationinfos = 1;
     buffer.m_classificationinfos = infos;
-    buffer.n_m_labels = 4;
+    buffer.n_m_labels = 5;
     buffer.m_labels = labels;
     return packed(buffer);
 }
@@ -78,9 +79,10 @@ TEST(Annotate, PictureAndSummaryShowTheSameLabels) {
         const std::set<std::string> drawn(lines.begin(), lines.end());
         EXPECT_EQ(drawn.size(), lines.size());
         EXPECT_EQ(drawn, shown) << line;
-        // Under the floor, not satisfied or NaN: in neither.
+        // Under the floor, not satisfied or NaN: in neither. A class shown under the name
+        // of a label already shown is not shown twice ("sunset 0.91" and "sunset 0.80").
         const std::set<std::string> expected = withScene ? std::set<std::string>{"sunset 0.91", "cat 0.70", "dog 0.30"}
-                                                         : std::set<std::string>{"cat 0.70", "dog 0.30"};
+                                                         : std::set<std::string>{"sunset 0.80", "cat 0.70", "dog 0.30"};
         EXPECT_EQ(shown, expected) << line;
         EXPECT_EQ(line.find("nan"), std::string::npos) << line;
         // The summary's people cue is a field of its own: it keeps its value.

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -18,13 +19,14 @@
 #include "encoding/message_json.h"
 #include "extractor/extractor.h"
 #include "library/batch_runner.h"
-#include "tools/vqfe/batch_claims.h"
+#include "library/image_io.h"
 #include "library/job_threads.h"
 #include "tools/vqfe/annotate.h"
-#include "vantor/graph_merge.h"
-#include "library/image_io.h"
+#include "tools/vqfe/batch_claims.h"
+#include "tools/vqfe/interruption.h"
 #include "tools/vqfe/progress.h"
 #include "tools/vqfe/summary.h"
+#include "vantor/graph_merge.h"
 #include "vantor/vantor_system.h"
 
 namespace vqfe {
@@ -80,6 +82,19 @@ void printWhereThingsAre(const ExtractOptions& options, std::ostream& err) {
         << " also vqfe people, duplicates, search)\n";
 }
 
+// The files in their order, each once: a photo named twice (or also through its folder)
+// is analysed and printed once.
+std::vector<std::string> withoutRepeats(const std::vector<std::string>& files) {
+    std::vector<std::string> kept;
+    std::set<std::string> seen;
+    for (const auto& file : files) {
+        std::error_code ec;
+        const std::filesystem::path canonical = std::filesystem::weakly_canonical(file, ec);
+        if (seen.insert(ec ? file : canonical.string()).second) kept.push_back(file);
+    }
+    return kept;
+}
+
 }  // namespace
 
 std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile) {
@@ -99,11 +114,20 @@ std::string requestGraph(const std::vector<Kind>& kinds, const std::string& grap
 
 int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err) {
     std::vector<std::string> problems;
-    const std::vector<std::string> files = collectImages(options.inputs, &problems);
+    const std::vector<std::string> files = withoutRepeats(collectImages(options.inputs, &problems));
     for (const auto& problem : problems) err << "vqfe extract: " << problem << "\n";
     if (files.empty()) {
         err << "vqfe extract: no images to analyse\n";
         return 1;
+    }
+    if (!options.drawDir.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(options.drawDir, ec);
+        if (!std::filesystem::is_directory(options.drawDir)) {
+            err << "vqfe extract: --draw " << options.drawDir << ": cannot make a directory there"
+                << (ec ? " (" + ec.message() + ")" : "") << "\n";
+            return 1;
+        }
     }
     std::shared_ptr<CacheAdapter> store;
     std::string graph;
@@ -130,12 +154,14 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
         }
     }
 
+    Interruption interruption;
     Progress progress(files.size());
     Summary summary;
+    size_t done = 0;
     std::mutex outputMutex;
     BatchClaims claims(files.size(), jobs);
     auto work = [&](BatchRunner& worker) {
-        for (size_t first = 0, last = 0; claims.next(&first, &last);) {
+        for (size_t first = 0, last = 0; !Interruption::requested() && claims.next(&first, &last);) {
             std::vector<ImageOutcome> outcomes;
             outcomes.reserve(last - first);
             for (size_t i = first; i < last; ++i) {
@@ -146,6 +172,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                     printFailure(files[i], error, out);
                     summary.addFailure(files[i], error);
                     progress.advance();
+                    ++done;
                     continue;
                 }
                 outcomes.emplace_back();
@@ -168,6 +195,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
                             outcome.error.second);
                 progress.advance();
+                ++done;
             }
         }
     };
@@ -178,9 +206,15 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     for (auto& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     out.flush();
+    progress.finish();
     if (options.summary) {
         summary.print(err, seconds);
         printWhereThingsAre(options, err);
+    }
+    if (Interruption::requested()) {
+        err << "vqfe extract: interrupted: " << done << " of " << files.size() << " images done"
+            << (options.storePath.empty() ? "\n" : "; the store keeps their results: run the same command again to go on\n");
+        return 130;
     }
     return 0;
 }

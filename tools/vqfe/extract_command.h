@@ -29,7 +29,8 @@ struct ExtractOptions {
 std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile = "");
 
 // Returns the process exit code: 0 when every image was processed (per-image failures
-// included, they are reported in the output), 1 when nothing could run, 2 for usage.
+// included, they are reported in the output), 1 when nothing could run, 2 for usage,
+// 130 when SIGINT or SIGTERM stopped the run after the images in hand (Interruption).
 int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace vqfe

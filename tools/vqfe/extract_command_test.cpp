@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <cctype>
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -175,9 +176,21 @@ TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
     std::ofstream(notImage) << "not a picture";
     const std::string unreadable = "/proc/self/mem";  // exists, but reading it from the start fails
     options_.kinds = {*parseKind("face")};
-    options_.inputs = {notImage, unreadable, "samples/astronaut.jpg", dir_ + "/missing.png"};
+    // The astronaut named twice, once through another path: analysed and printed once.
+    options_.inputs = {notImage, unreadable, "samples/astronaut.jpg", dir_ + "/missing.png", "samples/../samples/astronaut.jpg"};
+    options_.summary = true;
     std::string out, err;
     ASSERT_EQ(run(&out, &err), 0) << err;
+    // The summary says which files failed, not that they ran.
+    for (const auto& line : linesOf(err)) {
+        if (line.rfind("notes.jpg ", 0) == 0) {
+            EXPECT_NE(line.find(" failed "), std::string::npos) << line;
+            EXPECT_EQ(line.find(" ran "), std::string::npos) << line;
+            EXPECT_NE(line.find("error: " + notImage + " is not a JPEG or PNG image"), std::string::npos) << line;
+        }
+    }
+    EXPECT_NE(err.find("3 images in "), std::string::npos) << err;
+    EXPECT_NE(err.find(", 2 with errors"), std::string::npos) << err;
     const auto lines = linesOf(out);
     ASSERT_EQ(lines.size(), 3u) << out;
     EXPECT_NE(lines[0].find("is not a JPEG or PNG image"), std::string::npos) << lines[0];
@@ -185,11 +198,57 @@ TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
     EXPECT_NE(lines[2].find("\"m_faceBaseInfos\":[{"), std::string::npos) << lines[2];
     EXPECT_NE(err.find("no such file or directory: " + dir_ + "/missing.png"), std::string::npos) << err;
 
+    // Pictures into a file: refused before anything runs, not one error per image.
+    options_.drawDir = notImage;
+    EXPECT_EQ(run(&out, &err), 1);
+    EXPECT_NE(err.find("vqfe extract: --draw " + notImage + ": cannot make a directory there"), std::string::npos) << err;
+    EXPECT_TRUE(out.empty()) << out;
+    options_.drawDir.clear();
+
     const std::string empty = dir_ + "/empty";
     ASSERT_EQ(mkdir(empty.c_str(), 0755), 0);
     options_.inputs = {empty};
     EXPECT_EQ(run(&out, &err), 1);
     EXPECT_NE(err.find("no JPEG or PNG images in " + empty), std::string::npos) << err;
+}
+
+// Raises SIGINT when the first line of output is written, as Ctrl-C would.
+class InterruptingBuffer : public std::stringbuf {
+protected:
+    std::streamsize xsputn(const char* data, std::streamsize n) override {
+        if (!raised_) raised_ = (std::raise(SIGINT), true);
+        return std::stringbuf::xsputn(data, n);
+    }
+
+private:
+    bool raised_ = false;
+};
+
+TEST_F(ExtractCommandTest, CtrlCFinishesTheImagesInHandAndTheRerunGoesOn) {
+    // 20 photos: one job takes them as a batch of 16, then 4.
+    for (int i = 0; i < 20; ++i) {
+        std::ifstream in("samples/rocket.jpg", std::ios::binary);
+        std::ofstream photo(dir_ + "/photo" + std::to_string(100 + i) + ".jpg", std::ios::binary);
+        photo << in.rdbuf() << i;  // bytes after the picture's end: another digest, the same pixels
+    }
+    options_.kinds = {*parseKind("scene")};
+    options_.storePath = dir_ + "/results.db";
+    options_.inputs = {dir_};
+    InterruptingBuffer buffer;
+    std::ostream out(&buffer);
+    std::ostringstream err;
+    EXPECT_EQ(runExtract(options_, out, err), 130);
+    EXPECT_EQ(linesOf(buffer.str()).size(), 16u) << buffer.str();
+    EXPECT_NE(err.str().find("vqfe extract: interrupted: 16 of 20 images done; the store keeps their results"),
+              std::string::npos) << err.str();
+    // The handler is gone after the run: the next run is not interrupted and finds the 16 in the store.
+    std::string again, errors;
+    ASSERT_EQ(run(&again, &errors), 0) << errors;
+    const auto lines = linesOf(again);
+    ASSERT_EQ(lines.size(), 20u);
+    size_t fromStore = 0;
+    for (const auto& line : lines) fromStore += line.find("\"store\":true") != std::string::npos;
+    EXPECT_EQ(fromStore, 16u);
 }
 
 TEST_F(ExtractCommandTest, CorruptStoreIsRefusedAndKeptAsItWas) {

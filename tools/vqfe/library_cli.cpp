@@ -1,13 +1,18 @@
 #include "tools/vqfe/library_cli.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <set>
 
 #include "cache/store_index.h"
+#include "encoding/display_names.h"
 #include "encoding/message_json.h"
 #include "library/photo_library.h"
+#include "tools/vqfe/counted.h"
 #include "tools/vqfe/report.h"
+#include "tools/vqfe/usage.h"
 
 namespace vqfe {
 namespace {
@@ -43,7 +48,8 @@ const char* const kSearchUsage =
     "\n"
     "Prints the images that match every condition, one path per line, best first (the\n"
     "higher the labels' scores and the more faces of the person, the earlier).\n"
-    "  --label NAME      a scene label or class over its threshold (\"people\", \"sunset\", ...)\n"
+    "  --label NAME      a scene label or class over its threshold, by its name in the\n"
+    "                    results or its display name (\"people\", \"sunset\", \"cat\", \"one person\")\n"
     "  --person ID|NAME  a person of 'vqfe people'\n"
     "  --min-faces N     at least N faces\n";
 
@@ -63,15 +69,24 @@ const char* const kReportUsage =
     "DIR. DIR must be new, empty or an earlier report.\n"
     "  --pictures DIR   annotated pictures of 'vqfe extract --draw DIR', shown on photo pages\n";
 
-int usageError(const std::string& message, const char* usage) {
-    std::cerr << "vqfe: " << message << "\n" << usage;
-    return 2;
-}
-
 std::string boxJson(const std::array<float, 4>& box) {
     char text[96];
     std::snprintf(text, sizeof text, "[%.4f, %.4f, %.4f, %.4f]", box[0], box[1], box[2], box[3]);
     return text;
+}
+
+// Why a store gives no persons: faces found, but no descriptors to compare them by.
+void explainNoPeople(PhotoLibrary& library) {
+    const VQFeature::IndexSnapshot snapshot = library.index().snapshot(false);
+    if (!snapshot.faces.empty()) return;
+    size_t faces = 0, photos = 0;
+    for (const auto& image : snapshot.images) {
+        if (image.faces > 0) faces += static_cast<size_t>(image.faces), ++photos;
+    }
+    std::cerr << "vqfe people: no face descriptors in the store"
+              << (faces ? " (it has " + counted(faces, "face", "faces") + " in " + counted(photos, "photo", "photos") + ")" : "")
+              << "; persons come from the face-verify kind: vqfe extract --kind face-verify --store "
+              << library.store() << " PHOTOS\n";
 }
 
 void printPeople(const std::vector<Person>& people, bool json) {
@@ -88,7 +103,7 @@ void printPeople(const std::vector<Person>& people, bool json) {
             continue;
         }
         std::cout << "person " << person.id << (person.name.empty() ? "" : " (" + person.name + ")") << ": "
-                  << person.faces.size() << (person.faces.size() == 1 ? " face\n" : " faces\n");
+                  << counted(person.faces.size(), "face", "faces") << "\n";
         for (const PersonFace& face : person.faces) std::cout << "  " << face.image << "\n";
     }
 }
@@ -96,9 +111,11 @@ void printPeople(const std::vector<Person>& people, bool json) {
 int peopleCommand(PhotoLibrary& library, const std::vector<std::string>& words, bool json) {
     if (words.empty()) {
         const PeopleUpdate update = library.updatePeople();
-        std::cerr << "vqfe people: " << update.newFaces << " new faces: " << update.joined
-                  << " joined known persons, " << update.newPersons << " new persons\n";
-        printPeople(library.people(), json);
+        std::cerr << "vqfe people: " << counted(update.newFaces, "new face", "new faces") << ": " << update.joined
+                  << " joined known persons, " << counted(update.newPersons, "new person", "new persons") << "\n";
+        const std::vector<Person> people = library.people();
+        if (people.empty()) explainNoPeople(library);
+        printPeople(people, json);
         return 0;
     }
     if (words[0] == "name" && words.size() == 3) {
@@ -117,9 +134,25 @@ int peopleCommand(PhotoLibrary& library, const std::vector<std::string>& words, 
     return usageError("people takes 'name ID NAME' or 'merge ID ID'", kPeopleUsage);
 }
 
+bool isPeopleAction(const std::vector<std::string>& words) {
+    return words.empty() || ((words[0] == "name" || words[0] == "merge") && words.size() == 3);
+}
+
 int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     bool first = true;
-    for (const auto& group : library.duplicates(similar)) {
+    const auto groups = library.duplicates(similar);
+    if (groups.empty()) {
+        const auto images = library.index().snapshot(false).images;
+        if (std::none_of(images.begin(), images.end(), [](const VQFeature::IndexedImage& image) { return image.hash.has_value(); })) {
+            std::cerr << "vqfe duplicates: no photo of the store has a perceptual hash, so only identical files are"
+                         " found; the similarity kind gives it: vqfe extract --kind similarity --kind classification"
+                         " --store "
+                      << library.store() << " PHOTOS\n";
+        } else {
+            std::cerr << "vqfe duplicates: no copies found\n";
+        }
+    }
+    for (const auto& group : groups) {
         if (json) {
             std::string line = "[";
             for (size_t i = 0; i < group.size(); ++i) line += (i ? ", " : "") + VQFeature::jsonQuoted(group[i]);
@@ -130,6 +163,25 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
         first = false;
         for (const auto& path : group) std::cout << path << "\n";
     }
+    return 0;
+}
+
+// Says why a search found nothing: a label no analysis gives and the store does not hold
+// is a usage error (status 2); otherwise no photo matches (status 0).
+int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels) {
+    std::set<std::string> stored;
+    for (const auto& label : library.index().snapshot(false).labels) stored.insert(label.name);
+    for (const auto& label : labels) {
+        const bool known = !VQFeature::labelsNamed(label).empty() || VQFeature::displayName(label) != label;
+        const auto names = labelNames(label);
+        if (known || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); })) {
+            continue;
+        }
+        std::cerr << "vqfe search: unknown label '" << label << "': give a scene label (sky, sunset, people, ...) or"
+                     " a class (cat, one person, ...) by its name in the results or its display name\n";
+        return 2;
+    }
+    std::cerr << "vqfe search: no photo matches\n";
     return 0;
 }
 
@@ -187,6 +239,9 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
         }
     }
     if (store.empty()) return usageError("--store is needed", usage);
+    if (command == "people" && !isPeopleAction(words)) {
+        return usageError("people takes 'name ID NAME' or 'merge ID ID'", usage);
+    }
     if (command == "report" && out.empty()) return usageError("--out is needed", usage);
     try {
         PhotoLibrary library(store, command == "reindex");
@@ -205,7 +260,9 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
             return 0;
         }
         const long long id = person.empty() ? 0 : library.person(person);
-        for (const auto& path : library.search(labels, id, minFaces)) std::cout << path << "\n";
+        const auto found = library.search(labels, id, minFaces);
+        for (const auto& path : found) std::cout << path << "\n";
+        if (found.empty()) return explainNoMatch(library, labels);
         return 0;
     } catch (const VQFeature::UnknownPerson& e) {
         std::cerr << "vqfe " << command << ": " << e.what() << "\n";

@@ -58,6 +58,15 @@ EOF
   # A label by its display name: "cat" is the class cat_c1_c2.
   "$vqfe" search --store "$store" --label cat >"$work/found.txt" || fail "search by display name"
   [[ "$(xargs -n1 basename <"$work/found.txt")" == "chelsea.jpg" ]] || fail "search --label cat: $(cat "$work/found.txt")"
+  # A label no analysis gives is a usage error that says what a label is; a known one
+  # that no photo has is an empty answer that says so.
+  status=0
+  "$vqfe" search --store "$store" --label "no such label" >"$work/found.txt" 2>"$work/err.txt" || status=$?
+  [[ $status -eq 2 ]] && grep -q "unknown label 'no such label': give a scene label" "$work/err.txt" ||
+    fail "search for an unknown label gave $status: $(cat "$work/err.txt")"
+  "$vqfe" search --store "$store" --label giraffe >"$work/found.txt" 2>"$work/err.txt" || fail "search --label giraffe"
+  [[ ! -s "$work/found.txt" ]] && grep -q "no photo matches" "$work/err.txt" ||
+    fail "search --label giraffe: $(cat "$work/found.txt" "$work/err.txt")"
 }
 
 check_report() {
@@ -73,6 +82,14 @@ check_report() {
     grep -q "</html>" "$work/dom.html" || fail "$page did not load"
   done
   grep -q "Grace Hopper" "$report/index.html" || fail "the index does not show the named person"
+  # Labels by their display names, and none the summary would not show (the cup's flower
+  # class at 0.13): a class cat_c1_c2 is "cat".
+  grep -q '>cat</a>' "$report/index.html" || fail "the index does not list the label cat"
+  # Counts in the right number: the astronaut's person has "1 face", the coffee cups are "1 group".
+  grep -q ', 1 group of copies' "$report/index.html" && grep -q ', 1 face</a>' "$report/index.html" &&
+    ! grep -q ' 1 faces\| 1 groups' "$report/index.html" || fail "counts in the wrong number"
+  [[ "$("$vqfe" people --store "$work/results.db" 2>/dev/null | grep -c ': 1 face$')" -ge 1 ]] || fail "people: '1 face'"
+  if grep -l '_c1_c2\|>flower</a>' "$report"/*.html; then fail "a label by its system name or under the shown floor"; fi
   python3 - "$report" <<'EOF' || fail "the report names a file outside itself or a missing one"
 import os, re, sys
 root = os.path.realpath(sys.argv[1])
@@ -89,6 +106,15 @@ EOF
 }
 
 check_store "$work/results.db"
+# A store of faces without descriptors gives no persons and says which kind gives them;
+# one without perceptual hashes says which kind finds copies.
+"$vqfe" extract --kind face --store "$work/faces.db" "$work/photos/astronaut.jpg" >/dev/null 2>&1 || fail "extract face"
+"$vqfe" people --store "$work/faces.db" >"$work/people.txt" 2>"$work/err.txt" || fail "people without descriptors"
+[[ ! -s "$work/people.txt" ]] && grep -q "no face descriptors in the store (it has 1 face in 1 photo); persons come from the face-verify kind" "$work/err.txt" ||
+  fail "people without descriptors: $(cat "$work/people.txt" "$work/err.txt")"
+grep -q "^vqfe people: 0 new faces: 0 joined known persons, 0 new persons$" "$work/err.txt" || fail "people counts: $(cat "$work/err.txt")"
+"$vqfe" duplicates --store "$work/faces.db" 2>"$work/err.txt" >/dev/null || fail "duplicates without hashes"
+grep -q "no photo of the store has a perceptual hash" "$work/err.txt" || fail "duplicates without hashes: $(cat "$work/err.txt")"
 "$vqfe" report --store "$work/results.db" --out "$work/report" --pictures "$work/pictures" 2>/dev/null ||
   fail "report"
 ls "$work/report"/person-*.html "$work/report"/photo-*.html "$work/report"/label-*.html >/dev/null ||

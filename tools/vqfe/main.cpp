@@ -19,31 +19,34 @@
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
 #include "tools/vqfe/library_cli.h"
+#include "tools/vqfe/usage.h"
 #include "tools/vqfe/work_cli.h"
 #include "vantor/cover_util.h"
 #include "vantor/image_scorer.h"
+#include "vantor/vantor_system.h"
 
 namespace {
 
 using vqfe::Kind;
+using vqfe::usageError;
 
 const char* const kUsage =
     "usage: vqfe <command> [options]\n"
     "\n"
     "commands:\n"
-    "  extract   analyse photos and print one JSON object per image and kind\n"
-    "  score     print the image-quality score of photos\n"
-    "  graph     print the built-in graph of a kind\n"
-    "  models    print the default model list\n"
-    "  show      decode a stored result blob to JSON\n"
-    "  enqueue   queue photos as jobs in a PostgreSQL store for workers on any machine\n"
-    "  work      run queued jobs (any number of workers, on any number of machines)\n"
-    "  status    print the jobs of a PostgreSQL store by state\n"
-    "  people    group the faces of a store into persons; name and merge them\n"
+    "  extract     analyse photos and print one JSON object per image and kind\n"
+    "  score       print the image-quality score of photos\n"
+    "  graph       print the built-in graph of a kind\n"
+    "  models      print the default model list\n"
+    "  show        decode a stored result blob to JSON\n"
+    "  enqueue     queue photos as jobs in a PostgreSQL store for workers on any machine\n"
+    "  work        run queued jobs (any number of workers, on any number of machines)\n"
+    "  status      print the jobs of a PostgreSQL store by state\n"
+    "  people      group the faces of a store into persons; name and merge them\n"
     "  duplicates  print groups of copies of the same photo in a store\n"
-    "  search    print the photos of a store with labels, a person, a number of faces\n"
-    "  report    write a static HTML report of a store\n"
-    "  reindex   build the index of a store written before it kept one\n"
+    "  search      print the photos of a store with labels, a person, a number of faces\n"
+    "  report      write a static HTML report of a store\n"
+    "  reindex     build the index of a store written before it kept one\n"
     "\n"
     "Run 'vqfe <command> --help' for the options of a command.\n";
 
@@ -61,7 +64,7 @@ const char* const kExtractUsage =
     "  --graph FILE    run this graph instead of the built-in one(s)\n"
     "  --models DIR    model directory (default: the build's models/)\n"
     "  --framework-config FILE  framework configuration (default: the build's framework.json)\n"
-    "  --store FILE    keep results in this SQLite store and answer from it next time;\n"
+    "  --store FILE|URI  keep results in this SQLite store and answer from it next time;\n"
     "                  a postgresql:// connection URI uses that PostgreSQL store instead\n"
     "  --draw DIR      write a PNG per image with what was found drawn on it\n"
     "  --jobs N        run N extractors side by side, each with its own framework on one\n"
@@ -69,8 +72,11 @@ const char* const kExtractUsage =
     "  --summary       print a human summary on standard error at the end\n"
     "  --verbose       show the library's own diagnostic lines on standard error\n"
     "\n"
+    "Ctrl-C stops the run after the images in hand (their results are printed and stored;\n"
+    "run the same command again to go on); a second Ctrl-C stops it at once.\n"
+    "\n"
     "Exit status: 0 when every image was looked at (per-image errors are in the output),\n"
-    "1 when nothing could run, 2 for a usage error.\n";
+    "1 when nothing could run, 2 for a usage error, 130 when Ctrl-C stopped the run.\n";
 
 const char* const kScoreUsage =
     "usage: vqfe score [--model FILE] IMAGE...\n"
@@ -81,7 +87,7 @@ const char* const kScoreUsage =
 const char* const kGraphUsage =
     "usage: vqfe graph KIND\n"
     "\n"
-    "Prints the built-in graph of a kind (by number or name).\n";
+    "Prints the built-in graph of a kind (by number or name, as 'vqfe extract --help' lists them).\n";
 
 const char* const kModelsUsage =
     "usage: vqfe models\n"
@@ -104,11 +110,6 @@ bool wantsHelp(const std::vector<std::string>& args) {
         if (arg == "--help" || arg == "-h") return true;
     }
     return false;
-}
-
-int usageError(const std::string& message, const char* usage) {
-    std::cerr << "vqfe: " << message << "\n" << usage;
-    return 2;
 }
 
 std::string kindList() {
@@ -159,7 +160,7 @@ int extractCommand(const std::vector<std::string>& args) {
         } else if (arg == "--framework-config") {
             if (!value(options.frameworkConfig)) return usageError("--framework-config needs a file", usage.c_str());
         } else if (arg == "--store") {
-            if (!value(options.storePath)) return usageError("--store needs a file", usage.c_str());
+            if (!value(options.storePath)) return usageError("--store needs a file or URI", usage.c_str());
         } else if (arg == "--draw") {
             if (!value(options.drawDir)) return usageError("--draw needs a directory", usage.c_str());
         } else if (arg == "--jobs") {
@@ -204,8 +205,17 @@ int scoreCommand(const std::vector<std::string>& args) {
     }
     int status = 0;
     for (const auto& image : images) {
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(image, ec)) {
+            std::cerr << "vqfe score: " << image << ": " << (std::filesystem::exists(image, ec) ? "not a file" : "no such file")
+                      << "\n";
+            status = 1;
+            continue;
+        }
         if (int code = scorer.scoreImage(image, 0, 0); code != 0) {
-            std::cerr << "vqfe score: " << image << ": cannot score (code " << code << ")\n";
+            std::cerr << "vqfe score: " << image << ": cannot score ("
+                      << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(code)) << ", code " << code
+                      << (code == 8 ? ": not a JPEG or PNG image it can read" : "") << ")\n";
             status = 1;
             continue;
         }
@@ -219,6 +229,9 @@ int graphCommand(const std::vector<std::string>& args) {
     if (wantsHelp(args)) return std::cout << kGraphUsage, 0;
     if (args.size() != 1) return usageError("graph takes one kind", kGraphUsage);
     auto kind = vqfe::parseKind(args[0]);
+    char* end = nullptr;
+    std::strtol(args[0].c_str(), &end, 10);
+    if (!kind && (args[0].empty() || *end != '\0')) return usageError("unknown kind '" + args[0] + "'", kGraphUsage);
     const int number = kind ? kind->templateKind : std::atoi(args[0].c_str());
     const std::string graph = VQFeature::CoverUtil::getAlgorithmConf(static_cast<Vantor::AlgorithmType>(number));
     if (graph.empty()) {

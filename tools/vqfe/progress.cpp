@@ -6,16 +6,24 @@
 
 namespace vqfe {
 
-Progress::Progress(size_t total) : total_(total), enabled_(total > 5 && isatty(STDERR_FILENO)) {}
+Progress::Progress(size_t total) : Progress(total, stderr, total > 5 && isatty(STDERR_FILENO)) {}
 
-Progress::~Progress() {
-    if (enabled_) std::fputs("\n", stderr);
+Progress::Progress(size_t total, FILE* out, bool enabled) : total_(total), out_(out), enabled_(enabled) {}
+
+Progress::~Progress() { finish(); }
+
+void Progress::finish() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!enabled_ || finished_) return;
+    finished_ = true;
+    std::fputs("\n", out_);
+    std::fflush(out_);
 }
 
 void Progress::advance() {
     std::lock_guard<std::mutex> lock(mutex_);
     ++done_;
-    if (!enabled_) return;
+    if (!enabled_ || finished_) return;
     const auto now = std::chrono::steady_clock::now();
     if (done_ < total_ && now - lastDraw_ < std::chrono::milliseconds(100)) return;
     lastDraw_ = now;
@@ -30,8 +38,8 @@ void Progress::draw() {
     char bar[kWidth + 1];
     for (int i = 0; i < kWidth; ++i) bar[i] = i < filled ? '#' : '.';
     bar[kWidth] = '\0';
-    std::fprintf(stderr, "\r[%s] %zu/%zu  %.1f images/s", bar, done_, total_, rate);
-    std::fflush(stderr);
+    std::fprintf(out_, "\r[%s] %zu/%zu  %.1f images/s", bar, done_, total_, rate);
+    std::fflush(out_);
 }
 
 }  // namespace vqfe

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <mutex>
 
 namespace vqfe {
@@ -10,15 +11,21 @@ namespace vqfe {
 class Progress {
 public:
     explicit Progress(size_t total);
+    // Draws on out when enabled (tests).
+    Progress(size_t total, FILE* out, bool enabled);
     ~Progress();
     void advance();  // one item done
+    // Ends the bar's line, so what is printed next starts a line of its own. Once.
+    void finish();
 
 private:
     void draw();
 
     size_t total_;
     size_t done_ = 0;
+    FILE* out_;
     bool enabled_;
+    bool finished_ = false;
     std::mutex mutex_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point lastDraw_{};

@@ -13,7 +13,10 @@
 #include <set>
 #include <stdexcept>
 
+#include "encoding/display_names.h"
+#include "library/decoded_blobs.h"
 #include "library/duplicates.h"
+#include "tools/vqfe/counted.h"
 
 namespace vqfe {
 namespace {
@@ -153,10 +156,16 @@ private:
         for (const auto& face : snapshot_.faces) {
             if (photos_.count(face.assetId)) photos_[face.assetId].faces.push_back(&face);
         }
+        // Labels by their display names (a scene label and a class may share one: "sky"),
+        // and only those the summary and the pictures show too.
         for (const auto& label : snapshot_.labels) {
-            if (!photos_.count(label.assetId)) continue;
-            photos_[label.assetId].labels.emplace_back(label.name, label.score);
-            labelPhotos_[label.name].push_back(label.assetId);
+            if (!photos_.count(label.assetId) || !DecodedBlobs::shown(label.score)) continue;
+            const std::string name = VQFeature::displayName(label.name);
+            auto& labels = photos_[label.assetId].labels;
+            auto same = std::find_if(labels.begin(), labels.end(), [&](const auto& known) { return known.first == name; });
+            if (same == labels.end()) labels.emplace_back(name, label.score);
+            else same->second = std::max(same->second, label.score);
+            labelPhotos_[name].push_back(label.assetId);
         }
         for (const auto& person : snapshot_.persons) personNames_[person.id] = person.name;
     }
@@ -258,6 +267,7 @@ private:
             std::snprintf(text, sizeof text, " %.2f", score);
             body += "<a href=\"" + labelPage(name) + "\">" + escaped(name) + "</a>" + text + "; ";
         }
+        if (labels.empty()) body += "none found";
         body += "</td></tr></table>\n";
         for (const auto* found : {&duplicates_, &similar_}) {
             for (const auto& group : *found) {
@@ -296,8 +306,9 @@ private:
     }
 
     void writeIndex() {
-        std::string body = "<p>" + std::to_string(photos_.size()) + " photos, " + std::to_string(people_.size()) +
-                           " people, " + std::to_string(duplicates_.size()) + " groups of copies. Store: " +
+        std::string body = "<p>" + counted(photos_.size(), "photo", "photos") + ", " +
+                           counted(people_.size(), "person", "people") + ", " +
+                           counted(duplicates_.size(), "group", "groups") + " of copies. Store: " +
                            escaped(library_.store()) + "</p>\n<h2>People</h2>\n<div class=\"grid\">";
         for (const Person& person : people_) {
             body += "<div class=\"card face\"><a href=\"" + personPage(person.id) + "\">";
@@ -307,7 +318,7 @@ private:
                     break;
                 }
             }
-            body += escaped(personTitle(person.id)) + ", " + std::to_string(person.faces.size()) + " faces</a></div>";
+            body += escaped(personTitle(person.id)) + ", " + counted(person.faces.size(), "face", "faces") + "</a></div>";
         }
         body += "</div>\n<h2>Copies of the same photo</h2>\n" + groups(duplicates_);
         body += "<h2>Labels</h2>\n<table><tr><th>Label</th><th>Photos</th></tr>";

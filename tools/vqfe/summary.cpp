@@ -36,6 +36,7 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
 void Summary::addFailure(const std::string& path, const std::string& error) {
     Row row;
     row.path = path;
+    row.read = false;
     row.error = error;
     std::lock_guard<std::mutex> lock(mutex_);
     rows_.push_back(row);
@@ -48,8 +49,13 @@ void Summary::print(std::ostream& out, double seconds) const {
     int fromStore = 0, failed = 0;
     for (const Row& row : rows) {
         char line[512];
-        std::snprintf(line, sizeof line, "%-28s %9.1f ms  %-6s", std::filesystem::path(row.path).filename().c_str(),
-                      row.milliseconds, row.fromStore ? "store" : "ran");
+        const std::string name = std::filesystem::path(row.path).filename().string();
+        if (row.read) {
+            std::snprintf(line, sizeof line, "%-28s %9.1f ms  %-6s", name.c_str(), row.milliseconds,
+                          row.fromStore ? "store" : "ran");
+        } else {
+            std::snprintf(line, sizeof line, "%-28s %12s  %-6s", name.c_str(), "", "failed");
+        }
         out << line;
         if (row.faces >= 0) out << "  faces: " << row.faces;
         if (!row.faceCaptions.empty()) out << " (" << row.faceCaptions << ")";

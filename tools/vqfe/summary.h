@@ -30,6 +30,7 @@ private:
         std::optional<float> people;
         std::string classes;  // the classification's, when the labels are the scenes'
         std::string labels;
+        bool read = true;  // false: the file could not be read as an image
         bool fromStore = false;
         double milliseconds = 0;
         std::string error;

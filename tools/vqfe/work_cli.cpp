@@ -7,6 +7,7 @@
 #include "library/work_command.h"
 #include "tools/vqfe/extract_command.h"
 #include "tools/vqfe/fd_output.h"
+#include "tools/vqfe/usage.h"
 
 namespace vqfe {
 namespace {
@@ -47,11 +48,6 @@ const char* const kStatusUsage =
     "\n"
     "Prints the jobs by state and the throughput, one 'name: value' per line: pending,\n"
     "leased, done, failed, and throughput (jobs done per second over the last minute).\n";
-
-int usageError(const std::string& message, const char* usage) {
-    std::cerr << "vqfe: " << message << "\n" << usage;
-    return 2;
-}
 
 bool number(const std::string& text, int low, int high, int* into) {
     char* end = nullptr;

@@ -159,8 +159,9 @@ public final class Analyzer implements AutoCloseable {
      * Checks the settings, opens the store and initialises the framework.
      *
      * @return the analyser
-     * @throws IllegalArgumentException naming the path when the model directory or the
-     *     configuration file does not exist, or a setting is missing
+     * @throws IllegalArgumentException naming the path when the model directory, the
+     *     configuration file or the SQLite store's directory does not exist, or a setting
+     *     is missing
      * @throws IllegalStateException when the framework refuses to initialise (with its
      *     error name and code)
      * @throws RuntimeException when the SQLite store cannot be opened (naming the file)
@@ -177,6 +178,12 @@ public final class Analyzer implements AutoCloseable {
         }
       } else {
         AssetManagerHolderJNI.setAssetManager(assetManager);
+      }
+      if (sqlitePath != null) {
+        File folder = new File(sqlitePath).getAbsoluteFile().getParentFile();
+        if (folder == null || !folder.isDirectory()) {
+          throw new IllegalArgumentException("the SQLite store's directory does not exist: " + folder);
+        }
       }
       CacheAdapter persistent = sqlitePath != null ? new SqliteCache(sqlitePath) : store;
       TieredCache tiered = new TieredCache(memoryCacheSize, persistent);
@@ -200,11 +207,14 @@ public final class Analyzer implements AutoCloseable {
    * the caches for every kind are returned without running; otherwise all kinds run and
    * their answers are cached.
    *
-   * <p>Failures of the image (an unusable size or format, fewer bytes than width, height
-   * and format need, a framework error) are reported in {@link Analysis#status()}; kinds
-   * without an answer are absent from the analysis. A kind the framework found nothing
-   * of (no pet in the photo, say) is reported with code 204 ("Vantor Result is NULL",
-   * {@link ErrorCode#UNKNOWN}) naming the kinds, and is cached as such.
+   * <p>Failures of the image (an unusable size or format, a width, height or length of 0,
+   * fewer bytes than width, height and format need, a framework error) are reported in
+   * {@link Analysis#status()} and nothing of them is cached; kinds
+   * without an answer are absent from the analysis. A kind the analysis found nothing of
+   * (no pet in the photo, say) is an answer like any other, with empty lists (no pet
+   * faces), and is cached. A kind the run gave no output for at all is reported with
+   * code 204 ("Vantor Result is NULL", {@link ErrorCode#UNKNOWN}) naming the kinds, and
+   * runs again next time.
    *
    * @param assetId the image's id, the first half of its cache keys
    * @param image the pixels (for example from ImagePixels); its length must be set
@@ -301,7 +311,10 @@ public final class Analyzer implements AutoCloseable {
     resources.add(new Resource(assetId, "", image));
     try (MultiAlgorithmInput request = new MultiAlgorithmInput(resources, graph, types, names)) {
       Analysis cached = fromCache(assetId, wanted);
-      return cached != null ? cached : run(assetId, request, wanted);
+      if (cached != null) return cached;
+      Status empty = emptyImage(image);
+      if (empty != null) return new Analysis(assetId, empty, Analysis.Source.RUN, new LinkedHashMap<>());
+      return run(assetId, request, wanted);
     } finally {
       resources.delete();
       types.delete();
@@ -345,11 +358,10 @@ public final class Analyzer implements AutoCloseable {
     }
   }
 
-  // Every kind's answer from the caches, or null when one is missing. A kind cached
-  // without blob is one the framework found nothing of in this image.
+  // Every kind's answer from the caches, or null when one is missing. An answer cached
+  // without blob bytes is an empty message: an empty message packs to no bytes.
   private Analysis fromCache(String assetId, List<Kind<?>> wanted) {
     Map<Kind<?>, Message> answers = new LinkedHashMap<>();
-    List<Kind<?>> nothing = new ArrayList<>();
     Analysis.Source source = Analysis.Source.MEMORY;
     for (Kind<?> kind : wanted) {
       String key = keyOf(kind);
@@ -360,23 +372,28 @@ public final class Analyzer implements AutoCloseable {
       if (hit == null) return null;  // evicted meanwhile by another thread
       try {
         byte[] blob = ResultMessages.blobOf(hit);
-        if (blob == null) {
-          nothing.add(kind);
-          continue;
-        }
-        Message answer = parse(kind, blob);
+        Message answer = parse(kind, blob == null ? new byte[0] : blob);
         if (answer == null) return null;  // a stored answer that no longer parses is run again
         answers.put(kind, answer);
       } finally {
         hit.delete();
       }
     }
-    return new Analysis(assetId, nothing.isEmpty() ? Status.OK : noResult(nothing), source, answers);
+    return new Analysis(assetId, Status.OK, source, answers);
   }
 
-  // As a single-kind run reports a kind the framework found nothing of.
+  // The engine skips an image of width, height or length 0 without a word; here that is
+  // a failure of the image, and nothing is cached (a later call with the pixels runs).
+  private static Status emptyImage(ImageBuffer image) {
+    BigInteger length = image.getLength();
+    if (image.getWidth() != 0 && image.getHeight() != 0 && length != null && length.signum() != 0) return null;
+    return new Status(ErrorCode.INVALID_FORMAT.code(), "no pixels to analyse: the image is " + image.getWidth() + "x"
+        + image.getHeight() + " with a length of " + length + " bytes (ImagePixels sets the length)");
+  }
+
+  // As a single-kind run reports a kind the framework gave no output for.
   private static Status noResult(List<Kind<?>> kinds) {
-    return new Status(NO_RESULT, "Vantor Result is NULL: nothing of " + kinds + " in this image");
+    return new Status(NO_RESULT, "Vantor Result is NULL: no output for " + kinds);
   }
 
   private Analysis run(String assetId, MultiAlgorithmInput request, List<Kind<?>> wanted) {
@@ -406,18 +423,19 @@ public final class Analyzer implements AutoCloseable {
       if (error.getFirst() != 0) {
         status = new Status(error.getFirst(), error.getSecond());
       } else if (!missing.isEmpty()) {
-        // The graph produces every kind asked for, so a missing output means nothing of
-        // that kind in this image: cached as such, so it is not run for again.
-        for (Kind<?> kind : missing) remember(assetId, kind, null);
+        // The graph produces every kind asked for; a kind without output is reported and
+        // not cached (an empty cached answer reads back as an empty message).
         status = noResult(missing);
       }
       return new Analysis(assetId, status, Analysis.Source.RUN, answers);
     }
   }
 
+  // The item's blob; no bytes is an empty message (no pet faces, say), not a missing one.
   private static byte[] bytesOf(MultiResult.ResultItem item) {
     BigInteger size = item.getSize();
-    if (size.signum() <= 0 || size.bitLength() > 31) return null;
+    if (size.signum() == 0) return new byte[0];
+    if (size.signum() < 0 || size.bitLength() > 31) return null;
     byte[] bytes = new byte[size.intValue()];
     item.memcpyStructResult(bytes);
     return bytes;

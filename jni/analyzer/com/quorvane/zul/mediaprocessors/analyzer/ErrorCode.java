@@ -26,7 +26,7 @@ public enum ErrorCode {
   /** 9: an internal error of the framework, or a call from inside a run of the same extractor. */
   INTERNAL_ERROR(9),
   /**
-   * Any other code: 204 (the run found nothing of a kind), 500 (an exception in the
+   * Any other code: 204 (the run gave no output for a kind), 500 (an exception in the
    * framework), -1 (no configuration asset).
    */
   UNKNOWN(-1);

@@ -3,6 +3,7 @@ package com.quorvane.zul.mediaprocessors.extractor_jni;
 import java.awt.image.BufferedImage;
 import java.math.BigInteger;
 import java.nio.ByteBuffer;
+import java.util.Objects;
 
 /**
  * Fills {@link ImageBuffer}s from the pixel forms Java code holds: a desktop
@@ -48,8 +49,10 @@ public final class ImagePixels {
    * @param image the decoded image, for example from {@code ImageIO.read}
    * @return a new RGBA8888 buffer; close it (or hand it to a {@link Resource} and close
    *     that) when done
+   * @throws NullPointerException when image is null
    */
   public static ImageBuffer fromBufferedImage(BufferedImage image) {
+    Objects.requireNonNull(image, "image is null (ImageIO.read returns null for a file it cannot decode)");
     return filled(imageToRgba(image), image.getWidth(), image.getHeight());
   }
 
@@ -68,8 +71,10 @@ public final class ImagePixels {
    * @param height rows, at least 1
    * @return a new RGBA8888 buffer
    * @throws IllegalArgumentException when the array holds fewer than width x height pixels
+   * @throws NullPointerException when argb is null
    */
   public static ImageBuffer fromArgb(int[] argb, int width, int height) {
+    Objects.requireNonNull(argb, "argb must not be null");
     return filled(argbToRgba(argb, width, height), width, height);
   }
 
@@ -101,8 +106,11 @@ public final class ImagePixels {
    * @param order the byte order of each pixel's channels
    * @return a new RGBA8888 buffer
    * @throws IllegalArgumentException when the stride is too small or the buffer too short
+   * @throws NullPointerException when pixels or order is null
    */
   public static ImageBuffer fromBytes(ByteBuffer pixels, int width, int height, int rowStride, ChannelOrder order) {
+    Objects.requireNonNull(pixels, "pixels must not be null");
+    Objects.requireNonNull(order, "order must not be null");
     return filled(bytesToRgba(pixels, width, height, rowStride, order), width, height);
   }
 

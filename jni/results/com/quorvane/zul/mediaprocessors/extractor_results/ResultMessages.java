@@ -6,6 +6,7 @@ import com.quorvane.zul.mediaprocessors.extractor_jni.AlgorithmType;
 import com.quorvane.zul.mediaprocessors.extractor_jni.MultiResult;
 import com.quorvane.zul.mediaprocessors.extractor_jni.Result;
 import java.math.BigInteger;
+import java.util.Objects;
 
 /**
  * Reads result blobs as typed messages: which message each algorithm kind produces, and
@@ -24,7 +25,8 @@ import java.math.BigInteger;
  * {@link C_NHClassificationBuffer} too. FaceExpression and the whole-graph kind -1
  * produce no blob.
  *
- * <p>Stateless and safe from any thread; the {@code Result} or item itself is not.
+ * <p>Stateless and safe from any thread; the {@code Result} or item itself is not. A
+ * null argument throws {@link NullPointerException} naming it.
  */
 public final class ResultMessages {
   private ResultMessages() {}
@@ -48,7 +50,7 @@ public final class ResultMessages {
    * @throws IllegalArgumentException for a kind that produces no blob
    */
   public static Class<? extends Message> messageType(AlgorithmType kind) {
-    return messageType(kind.swigValue());
+    return messageType(requireKind(kind).swigValue());
   }
 
   /**
@@ -74,7 +76,7 @@ public final class ResultMessages {
    * @throws IllegalArgumentException for a kind that produces no blob
    */
   public static Message parse(int kind, byte[] blob) throws InvalidProtocolBufferException {
-    return messageOf(kind).getParserForType().parseFrom(blob);
+    return messageOf(kind).getParserForType().parseFrom(requireBlob(blob));
   }
 
   /**
@@ -87,7 +89,7 @@ public final class ResultMessages {
    * @throws IllegalArgumentException for a kind that produces no blob
    */
   public static Message parse(AlgorithmType kind, byte[] blob) throws InvalidProtocolBufferException {
-    return parse(kind.swigValue(), blob);
+    return parse(requireKind(kind).swigValue(), blob);
   }
 
   /**
@@ -101,7 +103,7 @@ public final class ResultMessages {
   public static C_NHClassificationBuffer parse(String stringKind, byte[] blob)
       throws InvalidProtocolBufferException {
     requireStringKind(stringKind);
-    return C_NHClassificationBuffer.parseFrom(blob);
+    return C_NHClassificationBuffer.parseFrom(requireBlob(blob));
   }
 
   /**
@@ -131,19 +133,24 @@ public final class ResultMessages {
    * @throws IllegalArgumentException when the result's kind produces other messages
    */
   public static <T extends Message> T parse(Result result, Class<T> type) throws InvalidProtocolBufferException {
+    Objects.requireNonNull(type, "type must not be null");
     return expect(parse(result), type, result.getAlgorithmStringType().isEmpty()
         ? messageType(result.getAlgorithmType()) : C_NHClassificationBuffer.class);
   }
 
   /**
-   * Parses the blob of one item of a several-kind result. The item keeps its blob.
+   * Parses the blob of one item of a several-kind result. The item keeps its blob. An
+   * item is its kind's output, so an item of size 0 is the empty message (the kind found
+   * nothing, no pet faces say: an empty message packs to no bytes).
    *
    * @param item an item of a {@link MultiResult}
-   * @return the message, or null when the item holds no blob
+   * @return the message
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    */
   public static Message parse(MultiResult.ResultItem item) throws InvalidProtocolBufferException {
-    byte[] blob = toBytes(item.getSize(), item::memcpyStructResult);
+    Objects.requireNonNull(item, "item must not be null");
+    BigInteger size = item.getSize();
+    byte[] blob = size.signum() == 0 ? new byte[0] : toBytes(size, item::memcpyStructResult);
     if (blob == null) return null;
     String stringKind = item.getStringType();
     return stringKind.isEmpty() ? parse(item.getType().swigValue(), blob) : parse(stringKind, blob);
@@ -155,12 +162,13 @@ public final class ResultMessages {
    * @param item an item of a {@link MultiResult}
    * @param type the message class the caller expects
    * @param <T> the message class
-   * @return the message, or null when the item holds no blob
+   * @return the message (the empty message for an item of size 0)
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    * @throws IllegalArgumentException when the item's kind produces other messages
    */
   public static <T extends Message> T parse(MultiResult.ResultItem item, Class<T> type)
       throws InvalidProtocolBufferException {
+    Objects.requireNonNull(type, "type must not be null");
     return expect(parse(item), type, item.getStringType().isEmpty()
         ? messageType(item.getType()) : C_NHClassificationBuffer.class);
   }
@@ -172,6 +180,7 @@ public final class ResultMessages {
    * @return the blob, or null when the result holds none
    */
   public static byte[] blobOf(Result result) {
+    Objects.requireNonNull(result, "result must not be null");
     return toBytes(result.getResultLength(), result::memcpyStructResult);
   }
 
@@ -192,6 +201,14 @@ public final class ResultMessages {
           + type.getSimpleName());
     }
     return type.cast(message);
+  }
+
+  private static AlgorithmType requireKind(AlgorithmType kind) {
+    return Objects.requireNonNull(kind, "kind must not be null");
+  }
+
+  private static byte[] requireBlob(byte[] blob) {
+    return Objects.requireNonNull(blob, "blob must not be null");
   }
 
   private static void requireStringKind(String stringKind) {

@@ -45,6 +45,10 @@ class ImagePixelsTest {
     }
     assertThrows(IllegalArgumentException.class, () -> ImagePixels.fromArgb(ARGB, 3, 2));
     assertThrows(IllegalArgumentException.class, () -> ImagePixels.fromArgb(ARGB, 0, 2));
+    // ImageIO.read gives null for a file it cannot decode: the message says so.
+    NullPointerException noImage = assertThrows(NullPointerException.class, () -> ImagePixels.fromBufferedImage(null));
+    assertEquals("image is null (ImageIO.read returns null for a file it cannot decode)", noImage.getMessage());
+    assertThrows(NullPointerException.class, () -> ImagePixels.fromArgb(null, 1, 1));
   }
 
   @Test

@@ -11,6 +11,7 @@ import com.google.protobuf.Message;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttribute;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceAttributeBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FacePetDetectBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.ResultMessages;
 import com.quorvane.zul.mediaprocessors.jnitest.TestHooks;
@@ -70,9 +71,14 @@ class TypedResultsTest {
       VecAlgorithmType kinds = new VecAlgorithmType();
       kinds.add(AlgorithmType.Face);
       kinds.add(AlgorithmType.NHClassification);
+      kinds.add(AlgorithmType.FacePetDetect);
       MultiAlgorithmInput request = new MultiAlgorithmInput(photos,
-          CoverUtil.getAlgorithmConf(AlgorithmType.NHClassification), kinds, new VecString());
+          MPFeatureExtractor.severalKindGraph(kinds, new VecString()), kinds, new VecString());
       MultiResult multi = extractor.extractFeatures(request, false).get(0);
+      // No pet in the astronaut: an item of size 0, the empty message, not "no answer".
+      MultiResult.ResultItem pets = multi.getResultItem(AlgorithmType.FacePetDetect);
+      assertEquals(BigInteger.ZERO, pets.getSize());
+      assertEquals(0, ResultMessages.parse(pets, C_FacePetDetectBuffer.class).getMFacePetInfosCount());
       MultiResult.ResultItem classes = multi.getResultItem(AlgorithmType.NHClassification);
       C_NHClassificationBuffer typed = ResultMessages.parse(classes, C_NHClassificationBuffer.class);
       assertTrue(typed.getSerializedSize() > 0);
@@ -91,5 +97,14 @@ class TypedResultsTest {
     assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(AlgorithmType.FaceExpression));
     assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(-1));
     assertSame(C_NHClassificationBuffer.class, ResultMessages.messageType(130));
+    // A null argument is named, not a NullPointerException from deep inside.
+    assertEquals("result must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.parse((Result) null)).getMessage());
+    assertEquals("kind must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.messageType((AlgorithmType) null)).getMessage());
+    assertEquals("blob must not be null",
+        assertThrows(NullPointerException.class, () -> ResultMessages.parse(4, null)).getMessage());
+    assertEquals("type must not be null", assertThrows(NullPointerException.class,
+        () -> ResultMessages.parse(new Result("asset", "key", AlgorithmType.Face), null)).getMessage());
   }
 }
