@@ -137,9 +137,9 @@ cv::Mat neighbourWeights(const cv::Mat& image) {
         beta = 1.f / (2 * beta / (4 * image.cols * image.rows - 3 * image.cols - 3 * image.rows + 2));
     }
     const double scale[4] = {kGamma, kGamma / std::sqrt(2.0f), kGamma, kGamma / std::sqrt(2.0f)};
-    weights.forEach<cv::Vec4d>([&](cv::Vec4d& w, const int*) {
-        for (int k = 0; k < 4; ++k) w[k] = scale[k] * std::exp(-beta * w[k]);
-    });
+    for (auto w = weights.begin<cv::Vec4d>(); w != weights.end<cv::Vec4d>(); ++w) {
+        for (int k = 0; k < 4; ++k) (*w)[k] = scale[k] * std::exp(-beta * (*w)[k]);
+    }
     return weights;
 }
 
