@@ -1,9 +1,9 @@
 // Why a copy of OpenCV's GrabCut and not a call to cv::grabCut (docs/performance.md,
-// "GrabCut: cv::grabCut on a crop"): cv::grabCut builds its graph over every pixel, 13 to 18 %
-// slower on the matting seeds; on a crop of the undecided band it learns its colour models and its edge
-// scale (beta, from the mean colour difference of the crop, 0.12 to 0.87 of the image's)
-// from the crop alone, and most masks collapse (mean IoU 0.24 to 0.45 with these, padded
-// with fixed pixels or not; exact models with a crop's beta 0.68 and slower than this).
+// "GrabCut: cv::grabCut on a crop"): cv::grabCut builds its graph over every pixel, 13 to
+// 18 % slower on the matting seeds; on a crop of the undecided band it learns its colour
+// models and its edge scale (beta, from the mean colour difference of the crop, 0.12 to 0.87
+// of the image's) from the crop alone, and most masks collapse (mean IoU 0.24 to 0.45 with
+// these, padded with fixed pixels or not; exact models with a crop's beta 0.68, and slower).
 #include "nodes/grab_cut.h"
 
 #include <cmath>
