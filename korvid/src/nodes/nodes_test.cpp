@@ -137,6 +137,26 @@ TEST(Nodes, NodesOfOneGraphDoNotDisturbEachOther) {
     ASSERT_TRUE(c300Too->infos[0] && c300->infos[0]);
     EXPECT_TRUE(std::equal(c300Too->infos[0]->confidence.begin(), c300Too->infos[0]->confidence.end(), c300->infos[0]->confidence.begin(),
                            c300->infos[0]->confidence.end()));
+
+    // Saliency and matting find the salient region once per image: each gives what it gives alone.
+    SystemHarness salientAlone, mattingAlone, salientAndMatting;
+    auto* salient = run<VantorBuffer>(salientAlone, 60, "coffee.jpg");
+    auto* matting = run<MattingBuffer>(mattingAlone, 12, "coffee.jpg");
+    ASSERT_TRUE(salient != nullptr && matting != nullptr && salient->infos.size() == 1);
+    std::string regions = builtinTemplate(60);
+    regions.insert(regions.find(input) + input.size(), R"({"name":"matting_0","type":"matting","config":{"keyMaps":{}}},)");
+    regions.insert(regions.find(R"("links":[)") + 9, R"({"fromNode":"input_0","fromIndex":0,"toNode":"matting_0","toIndex":0},)");
+    ASSERT_EQ(salientAndMatting.run(regions, "coffee.jpg", -1), NO_ERROR) << salientAndMatting->getLastErrorMessage();
+    auto* salientToo = static_cast<VantorBuffer*>(salientAndMatting->getResult(AlgorithmType::SaliencySeg));
+    auto* mattingToo = static_cast<MattingBuffer*>(salientAndMatting->getResult(AlgorithmType::Matting));
+    ASSERT_TRUE(salientToo != nullptr && mattingToo != nullptr && salientToo->infos.size() == 1);
+    const auto& one = static_cast<const SaliencySegInfo&>(*salient->infos[0]);
+    const auto& two = static_cast<const SaliencySegInfo&>(*salientToo->infos[0]);
+    EXPECT_EQ(two.bboxWidth, one.bboxWidth);
+    EXPECT_TRUE(std::equal(two.alpha.begin(), two.alpha.end(), one.alpha.begin(), one.alpha.end()));
+    const MattingResult& byItself = *matting->result;
+    EXPECT_GT(std::count(byItself.mask.begin(), byItself.mask.end(), 255), 0);
+    EXPECT_TRUE(std::equal(mattingToo->result->mask.begin(), mattingToo->result->mask.end(), byItself.mask.begin(), byItself.mask.end()));
 }
 
 TEST(Nodes, VerificationClusteringAndAttributes) {

@@ -6,6 +6,7 @@
 // says what each field holds.
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
@@ -14,6 +15,7 @@
 #include "Vantor/SegmentationBuffers.h"
 #include "dnn/person_segmenter.h"
 #include "dnn/pose_estimator.h"
+#include "graph/execute_memo.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
 #include "nodes/drawing_gate.h"
@@ -76,6 +78,14 @@ SalientRegion salientRegion(const cv::Mat& small) {
     return s;
 }
 
+// The salient region of `small` (the input image `bgr` shrunk), computed once per execute for
+// the saliency and matting nodes.
+SalientRegion sharedSalientRegion(const cv::Mat& bgr, const cv::Mat& small, ExecuteMemo* memo) {
+    if (!memo) return salientRegion(small);
+    const std::string key = "salient:" + std::to_string(small.cols) + 'x' + std::to_string(small.rows) + '@' + imageIdentity(bgr);
+    return memo->get<SalientRegion>(key, [&] { return salientRegion(small); });
+}
+
 // GrabCut (nodes/grab_cut.h) stops early once an iteration after the first changes fewer
 // than 1 in `settled` pixels: pets' masks at 0.1% (30 ms of its 100 ms, the same mask on
 // the pet photos), the salient region's at 0.2% checked after the second iteration only
@@ -103,7 +113,7 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat small = shrinkToFit(bgr, side_);
-        SalientRegion s = salientRegion(small);
+        const SalientRegion s = sharedSalientRegion(bgr, small, memo);
         Glintcore::SharePtr<Vantor::SaliencySegInfo> info(new Vantor::SaliencySegInfo());
         info->valid = !s.box.empty();
         info->realW = float(bgr.cols);
@@ -139,8 +149,7 @@ private:
 // GrabCut seeded from saliency: the border is background, the salient region probable
 // foreground, the rest of its (10% enlarged) box probable background. No salient region:
 // an empty mask.
-cv::Mat salientGrabCut(const cv::Mat& small, int iterations) {
-    SalientRegion s = salientRegion(small);
+cv::Mat salientGrabCut(const cv::Mat& small, const SalientRegion& s, int iterations) {
     if (s.box.empty()) return cv::Mat::zeros(small.size(), CV_8U);
     cv::Mat seed(small.size(), CV_8U, cv::Scalar(cv::GC_BGD));
     const int dx = s.box.width / 10 + 1, dy = s.box.height / 10 + 1;
@@ -220,7 +229,7 @@ public:
                                             [](const ObjectDetection& o) { return o.cocoClass == kCocoPerson && o.score >= kMinPersonScore; });
             if (person) mask = personMask(persons_->segment(bgr), objects, bgr.size(), small.size());
         }
-        if (mask.empty()) mask = salientGrabCut(small, iterations);
+        if (mask.empty()) mask = salientGrabCut(small, sharedSalientRegion(bgr, small, memo), iterations);
         auto out = std::make_unique<BufferOutput<Vantor::MattingBuffer>>(typeList(AlgorithmType::Matting));
         Glintcore::SharePtr<Vantor::MattingResult> result(new Vantor::MattingResult());
         result->width = small.cols;
