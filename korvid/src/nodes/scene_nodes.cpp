@@ -226,9 +226,14 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         auto out = std::make_unique<BufferOutput<Vantor::PornClsBuffer>>(typeList(AlgorithmType::PornCls));
-        // Without a detector nothing contradicts the network: its values stand.
-        const bool personSeen = !objects_ || sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) >= kConfirmedPeople;
-        out->buffer->confidence = sensitiveConfidence(sharedContent(*classifier_, bgr, memo), sexyWeight_, personSeen);
+        const ContentScores scores = sharedContent(*classifier_, bgr, memo);
+        const float withPerson = sensitiveConfidence(scores, sexyWeight_, true);
+        const float alone = sensitiveConfidence(scores, sexyWeight_, false);
+        // The detector (and MoveNet) run only when a person would change the answer; without
+        // a detector nothing contradicts the network and its values stand.
+        const bool personSeen = alone >= withPerson - kNegligible || !objects_ ||
+                                sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) >= kConfirmedPeople;
+        out->buffer->confidence = personSeen ? withPerson : alone;
         out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
         return out;
     }
@@ -241,6 +246,7 @@ private:
     std::unique_ptr<ContentClassifier> classifier_;
     std::unique_ptr<ObjectDetector> objects_;
     std::unique_ptr<PoseEstimator> bodies_;
+    static constexpr float kNegligible = 0.01f;
     double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;
 };
