@@ -3,26 +3,22 @@
 
 #include <vector>
 
+#include "testing/packed_message.h"
 #include "vqfe_results.pb-c.h"
 
 namespace {
 
-template <typename Message>
-std::vector<uint8_t> pack(const Message& message) {
-    std::vector<uint8_t> bytes(protobuf_c_message_get_packed_size(&message.base));
-    EXPECT_EQ(protobuf_c_message_pack(&message.base, bytes.data()), bytes.size());
-    return bytes;
-}
+using vqfe_testing::packed;
 
 TEST(WireSchemaTest, RequiredZeroFieldsAndEmptyStringsAreWritten) {
     CFaceBuffer face = C__FACE_BUFFER__INIT;
-    EXPECT_EQ(pack(face), (std::vector<uint8_t>{0x38, 0x00, 0x40, 0x00}));  // m_width, m_height
+    EXPECT_EQ(packed(face), (std::vector<uint8_t>{0x38, 0x00, 0x40, 0x00}));  // m_width, m_height
 
     CSceneRecogInfo info = C__SCENE_RECOG_INFO__INIT;
     char empty[] = "";
     info.name = empty;
     // prob (fixed32 0), satisfied (false), name (zero length)
-    EXPECT_EQ(pack(info), (std::vector<uint8_t>{0x0d, 0, 0, 0, 0, 0x10, 0x00, 0x1a, 0x00}));
+    EXPECT_EQ(packed(info), (std::vector<uint8_t>{0x0d, 0, 0, 0, 0, 0x10, 0x00, 0x1a, 0x00}));
 }
 
 TEST(WireSchemaTest, RepeatedScalarsAreUnpackedButPackedInputIsAccepted) {
@@ -30,10 +26,10 @@ TEST(WireSchemaTest, RepeatedScalarsAreUnpackedButPackedInputIsAccepted) {
     CIntArray array = C__INT_ARRAY__INIT;
     array.n_i = 3;
     array.i = values;
-    EXPECT_EQ(pack(array), (std::vector<uint8_t>{0x08, 0x01, 0x08, 0x02, 0x08, 0xac, 0x02}));
+    EXPECT_EQ(packed(array), (std::vector<uint8_t>{0x08, 0x01, 0x08, 0x02, 0x08, 0xac, 0x02}));
 
-    const uint8_t packed[] = {0x0a, 0x04, 0x01, 0x02, 0xac, 0x02};
-    CIntArray* decoded = c__int_array__unpack(nullptr, sizeof packed, packed);
+    const uint8_t packedInput[] = {0x0a, 0x04, 0x01, 0x02, 0xac, 0x02};
+    CIntArray* decoded = c__int_array__unpack(nullptr, sizeof packedInput, packedInput);
     ASSERT_NE(decoded, nullptr);
     ASSERT_EQ(decoded->n_i, 3u);
     EXPECT_EQ(decoded->i[2], 300);

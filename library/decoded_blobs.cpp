@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "encoding/display_names.h"
 #include "encoding/message_json.h"
 #include "library/kinds.h"
 
@@ -25,6 +26,12 @@ DecodedBlobs::DecodedBlobs(const BlobMap& blobs) {
 }
 
 namespace {
+
+// Best first, at most n.
+void keepBest(std::vector<std::pair<std::string, float>>& entries, size_t n) {
+    std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    if (entries.size() > n) entries.resize(n);
+}
 
 // The expression types in the emotion network's class order.
 const char* const kExpressions[] = {"angry", "disgust", "fear", "happy", "sad", "surprise", "neutral"};
@@ -75,27 +82,26 @@ std::optional<float> DecodedBlobs::peopleCue() const {
     return std::nullopt;
 }
 
-std::vector<std::pair<std::string, float>> DecodedBlobs::topClasses(size_t n, float minimum) const {
+std::vector<std::pair<std::string, float>> DecodedBlobs::topClasses(size_t n) const {
     std::vector<std::pair<std::string, float>> labels;
     const auto* classes = get<CNHClassificationBuffer>("classification");
     if (classes == nullptr || classes->n_m_classificationinfos == 0) return labels;
     const CNHClassificationInfo* info = classes->m_classificationinfos[0];
     for (size_t i = 0; i < info->n_id && i < info->n_confidence; ++i) {
-        if (info->confidence[i] < minimum) continue;
+        if (!shown(info->confidence[i])) continue;
         const int id = info->id[i];
         const std::string label =
             id >= 0 && static_cast<size_t>(id) < classes->n_m_labels ? classes->m_labels[id] : "class " + std::to_string(id);
         labels.emplace_back(label, info->confidence[i]);
     }
-    std::stable_sort(labels.begin(), labels.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
-    if (labels.size() > n) labels.resize(n);
+    keepBest(labels, n);
     return labels;
 }
 
 std::vector<std::pair<std::string, float>> DecodedBlobs::extraClasses() const {
     const auto labels = topLabels(3);
     std::vector<std::pair<std::string, float>> classes;
-    for (const auto& entry : topClasses(3, 0.05f)) {
+    for (const auto& entry : topClasses(3)) {
         if (std::find(labels.begin(), labels.end(), entry) == labels.end()) classes.push_back(entry);
     }
     return classes;
@@ -106,19 +112,26 @@ std::vector<std::pair<std::string, float>> DecodedBlobs::topLabels(size_t n) con
     if (const auto* scene = get<CSceneRecogBuffer>("scene")) {
         for (size_t i = 0; i < scene->n_m_scenerecoginfo; ++i) {
             const auto* info = scene->m_scenerecoginfo[i];
-            if (info->satisfied) labels.emplace_back(info->name, info->prob);
+            if (info->satisfied && shown(info->prob)) labels.emplace_back(info->name, info->prob);
         }
     } else if (const auto* v3 = get<CSceneRecogV3Buffer>("scene-v3")) {
         for (size_t i = 0; i < v3->n_m_scenerecogv3info; ++i) {
             const auto* info = v3->m_scenerecogv3info[i];
-            if (info->satisfied) labels.emplace_back(info->name, info->confidence);
+            if (info->satisfied && shown(info->confidence)) labels.emplace_back(info->name, info->confidence);
         }
     } else {
-        return topClasses(n, 0);
+        return topClasses(n);
     }
-    std::stable_sort(labels.begin(), labels.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
-    if (labels.size() > n) labels.resize(n);
+    keepBest(labels, n);
     return labels;
+}
+
+bool DecodedBlobs::shown(float score) { return score >= VQFeature::kShownConfidence; }
+
+std::string DecodedBlobs::shownText(const std::pair<std::string, float>& entry) {
+    char text[160];
+    std::snprintf(text, sizeof text, "%s %.2f", VQFeature::displayName(entry.first).c_str(), entry.second);
+    return text;
 }
 
 }  // namespace vqfe

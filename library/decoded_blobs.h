@@ -37,18 +37,26 @@ public:
     // when one of them ran.
     std::optional<float> peopleCue() const;
 
+    // What the summary and the pictures show of an image's labels. Only labels and classes
+    // of at least VQFeature::kShownConfidence are listed (a NaN never is): under it they were
+    // not found. The blobs keep every value.
+
     // Up to n labels with their scores, best first, from scene recognition, then the
     // third scene generation (only the labels the analysis says are satisfied: a label
     // under its threshold was not found), then the 208-class classification.
     std::vector<std::pair<std::string, float>> topLabels(size_t n) const;
 
-    // Up to n classes of the 208-class classification with a confidence of at least
-    // minimum, best first.
-    std::vector<std::pair<std::string, float>> topClasses(size_t n, float minimum) const;
+    // Up to n classes of the 208-class classification, best first.
+    std::vector<std::pair<std::string, float>> topClasses(size_t n) const;
 
-    // The classes worth showing beside topLabels(3): up to three of 0.05 or more that are
-    // not already among those labels.
+    // The classes worth showing beside topLabels(3): up to three not already among them.
     std::vector<std::pair<std::string, float>> extraClasses() const;
+
+    // Whether a score is shown: at least VQFeature::kShownConfidence (a NaN never is).
+    static bool shown(float score);
+
+    // An entry as shown: display name and score, "one person 0.87".
+    static std::string shownText(const std::pair<std::string, float>& entry);
 
 private:
     template <typename T>

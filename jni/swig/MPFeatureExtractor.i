@@ -87,4 +87,5 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %include "jni/string_utils.h"
 %include "vantor/cover_util.h"
 %include "vantor/graph_merge.h"
+%rename(shownConfidence) VQFeature::kShownConfidence;
 %include "encoding/display_names.h"

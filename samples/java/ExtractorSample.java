@@ -58,7 +58,7 @@ public final class ExtractorSample {
         String name = photo.getFileName().toString();
         System.out.println(name + ": " + analysis.status() + ", answered by " + analysis.source());
         System.out.println(name + " faces: " + faces(analysis.get(Kind.FACE)));
-        System.out.println(name + " classes: " + TopClass.of(analysis.get(Kind.CLASSIFICATION), 3));
+        System.out.println(name + " classes: " + TopClass.shown(analysis.get(Kind.CLASSIFICATION), 3));
         C_SkeletonBuffer skeletons = analysis.get(Kind.SKELETON);
         System.out.println(name + " skeletons: " + (skeletons == null ? "none" : skeletons.getMSkeletonInfosCount() + " person(s)"));
       }

@@ -11,8 +11,6 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "encoding/display_names.h"
-
 namespace vqfe {
 namespace {
 
@@ -192,28 +190,23 @@ std::string petCaption(const CFacePetInfo& pet) {
     return text;
 }
 
-// The top labels, the people cue when it is not among them, then the classes not among them.
+}  // namespace
+
 std::vector<std::string> labelLines(const DecodedBlobs& decoded) {
     std::vector<std::string> lines;
     bool people = false;
-    char text[160];
-    for (const auto& [label, score] : decoded.topLabels(3)) {
-        std::snprintf(text, sizeof text, "%s %.2f", VQFeature::displayName(label).c_str(), score);
-        lines.push_back(text);
-        people = people || label == "people";
+    for (const auto& entry : decoded.topLabels(3)) {
+        lines.push_back(DecodedBlobs::shownText(entry));
+        people = people || entry.first == "people";
     }
-    if (const auto cue = decoded.peopleCue(); cue && !people) {
+    if (const auto cue = decoded.peopleCue(); cue && !people && DecodedBlobs::shown(*cue)) {
+        char text[32];
         std::snprintf(text, sizeof text, "people %.2f", *cue);
         lines.push_back(text);
     }
-    for (const auto& [label, score] : decoded.extraClasses()) {
-        std::snprintf(text, sizeof text, "%s %.2f", VQFeature::displayName(label).c_str(), score);
-        lines.push_back(text);
-    }
+    for (const auto& entry : decoded.extraClasses()) lines.push_back(DecodedBlobs::shownText(entry));
     return lines;
 }
-
-}  // namespace
 
 bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::string& dir, std::string* error) {
     const auto& buffer = *image.buffer;

@@ -7,11 +7,17 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "library/decoded_blobs.h"
 #include "library/image_io.h"
 
 namespace vqfe {
+
+// The text drawn top left: the labels shown, the people cue when it is not among them (and
+// not under the floor the labels have), then the classes shown that are not among them; the
+// same labels and classes the summary lists (it gives the people cue a field of its own).
+std::vector<std::string> labelLines(const DecodedBlobs& decoded);
 
 // Writes <dir>/<file stem>.png (the directory is created when missing). False with
 // *error set when the picture cannot be written.

@@ -4,18 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "encoding/display_names.h"
-
 namespace vqfe {
-
-namespace {
-
-// Labels and classes below this were not found: the object detector's boxes under 0.3 are
-// mostly wrong (a mobile phone on the cat), and a scene cue under it lacks its evidence. The
-// blobs keep every value; only the summary leaves them out.
-constexpr float kFoundFloor = 0.3f;
-
-}  // namespace
 
 void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
                   const std::string& error) {
@@ -31,14 +20,9 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
         for (size_t i = 0; i < parts.size(); ++i) row.faceCaptions += (i ? ", " : "") + parts[i];
     }
     row.people = decoded.peopleCue();
-    // "name 0.87, name 0.52": the entries that were found, by their display names.
+    // "name 0.87, name 0.52": the entries shown, by their display names.
     auto list = [](const std::vector<std::pair<std::string, float>>& entries, std::string& out) {
-        for (const auto& [label, score] : entries) {
-            if (score < kFoundFloor) continue;
-            char text[160];
-            std::snprintf(text, sizeof text, "%s%s %.2f", out.empty() ? "" : ", ", VQFeature::displayName(label).c_str(), score);
-            out += text;
-        }
+        for (const auto& entry : entries) out += (out.empty() ? "" : ", ") + DecodedBlobs::shownText(entry);
     };
     list(decoded.topLabels(3), row.labels);
     list(decoded.extraClasses(), row.classes);

@@ -70,9 +70,18 @@ std::string tessdataFolder() {
 }
 
 // Debian's Tesseract runs parts of its network on 4 OpenMP threads, whose waiting spins
-// cost three times the work on a busy machine; the calling thread asks for no nested
-// parallelism while it reads (OpenMP's own setting, restored after). Weak: resolved from
-// the libgomp that libtesseract loads, absent (and skipped) without one.
+// cost three times the work on a busy machine. Its parallel loops name their thread count
+// (num_threads), which overrides omp_set_num_threads; only no active level (max-active-levels
+// 0) keeps them on the calling thread. Weak: resolved from the libgomp that libtesseract
+// loads, absent (and skipped) without one.
+//
+// Where the setting lives: OpenMP 5.1 made max-active-levels per data environment, so it is
+// the calling thread's own; libgomp 12 (Debian 12) and LLVM's libomp keep it per thread (a
+// thread beside the reader keeps its value, text_reader_test). Under OpenMP 5.0 and earlier
+// it was one value per device: then the reads' save, set and restore still never interleave,
+// as they happen under the engine's lock, and only OpenMP regions started elsewhere during a
+// read would run on one thread. The destructor puts back what was there on every way out of
+// Recognize: a return (also at the deadline) or an exception.
 class OneOpenMpThread {
 public:
     OneOpenMpThread() {

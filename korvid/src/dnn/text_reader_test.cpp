@@ -2,10 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
+
+// OpenMP's own setting, from the runtime Tesseract loads (absent without one).
+extern "C" {
+__attribute__((weak)) void omp_set_max_active_levels(int);
+__attribute__((weak)) int omp_get_max_active_levels(void);
+}
 
 namespace kv {
 namespace {
@@ -61,6 +69,40 @@ TEST(TextReader, ThreadsReadAsAlone) {
         EXPECT_EQ(e.lines, alone.lines);
         EXPECT_EQ(e.coverage, alone.coverage);
     }
+}
+
+// A read turns OpenMP's parallelism off for the reading thread only: each reader gets its own
+// setting back, also when readers wait for each other, and a thread that does not read keeps
+// its own throughout.
+TEST(TextReader, OpenMpSettingIsTheReadersOwnAndComesBack) {
+    if (!textReaderAvailable()) GTEST_SKIP() << "built without Tesseract or its English data";
+    if (omp_get_max_active_levels == nullptr || omp_set_max_active_levels == nullptr) GTEST_SKIP() << "no OpenMP runtime";
+    const cv::Mat page = renderedPage(cv::Size(700, 260), 0.9);
+    std::atomic<int> reading{3};
+    int lowestBeside = -1;
+    std::thread beside([&] {
+        omp_set_max_active_levels(2);
+        int lowest = omp_get_max_active_levels();
+        while (reading > 0) {
+            lowest = std::min(lowest, omp_get_max_active_levels());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        lowestBeside = lowest;
+    });
+    std::vector<int> after(3, -1);
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&, i] {
+            omp_set_max_active_levels(i + 3);
+            EXPECT_TRUE(readText(page).measured);
+            after[i] = omp_get_max_active_levels();
+            --reading;
+        });
+    }
+    for (std::thread& t : readers) t.join();
+    beside.join();
+    EXPECT_EQ(after, (std::vector<int>{3, 4, 5}));
+    EXPECT_EQ(lowestBeside, 2);
 }
 
 // Shapes the engine is never given come back unread; large or thin ones are read scaled.

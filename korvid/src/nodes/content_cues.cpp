@@ -1,15 +1,14 @@
 #include "nodes/content_cues.h"
 
-#include <algorithm>
+#include "nodes/cue_math.h"
 
 namespace kv {
 
 namespace {
 
-double clamp01(double v) { return std::clamp(v, 0.0, 1.0); }
-
-// Colourfulness below 0.15 is a pencil or ink drawing; above 0.3 a coloured one.
-double colourShare(double colourfulness) { return clamp01((colourfulness - 0.15) / 0.15); }
+// Colourfulness below 0.15 is a pencil or ink drawing; above 0.3 a coloured one. rise and
+// clamp01 take a NaN to 0: an unmeasured colourfulness is neither, a NaN probability no drawing.
+constexpr double kInk = 0.15, kColour = 0.3;
 
 // The network's drawing class covers every drawn picture (digital art, paintings, comics);
 // anime and sketches are kinds of it, so the labels stay below 0.8: abstract wallpapers reach
@@ -23,11 +22,11 @@ float sensitiveConfidence(const ContentScores& s, double sexyWeight) {
 }
 
 double animeCue(const ContentScores& s, double colourfulness) {
-    return kDrawingLabelScale * drawnShare(s) * colourShare(colourfulness);
+    return kDrawingLabelScale * clamp01(drawnShare(s)) * rise(colourfulness, kInk, kColour);
 }
 
 double sketchCue(const ContentScores& s, double colourfulness) {
-    return kDrawingLabelScale * drawnShare(s) * (1 - colourShare(colourfulness));
+    return kDrawingLabelScale * clamp01(drawnShare(s)) * rise(colourfulness, kColour, kInk);
 }
 
 bool standsOnPicture(const ContentScores& s, float detectionScore, float strongScore) {

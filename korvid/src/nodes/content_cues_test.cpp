@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace kv {
 namespace {
 
@@ -44,6 +46,21 @@ TEST(ContentCues, DetectionsOnDrawings) {
     EXPECT_TRUE(standsOnPicture(painting, 0.6f, 0.6f));    // a strong one stands
     EXPECT_TRUE(standsOnPicture(photo, 0.36f, 0.6f));      // on a photo every detection stands
     EXPECT_FALSE(standsOnPicture(scores(0.3f, 0.2f, 0.5f, 0, 0), 0.4f, 0.6f));  // hentai is drawn too
+}
+
+// A NaN from the network or the colour measure is no measurement: never a confident label.
+TEST(ContentCues, NaNIsNothing) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const ContentScores broken = scores(nan, nan, nan, nan, nan), drawn = scores(0.9f, 0.05f, 0.05f, 0, 0);
+    EXPECT_EQ(sensitiveConfidence(broken, 0.3), 0.f);
+    EXPECT_EQ(sensitiveConfidence(scores(0, 0, 0, nan, 0.9f), 0.3), 0.f);
+    for (const double colourfulness : {0.05, 0.5, double(nan)}) {
+        EXPECT_EQ(animeCue(broken, colourfulness), 0.0) << colourfulness;
+        EXPECT_EQ(sketchCue(broken, colourfulness), 0.0) << colourfulness;
+    }
+    EXPECT_EQ(animeCue(drawn, nan), 0.0);
+    EXPECT_EQ(sketchCue(drawn, nan), 0.0);
+    EXPECT_FALSE(standsOnPicture(broken, 0.5f, 0.6f));  // only a strong detection stands
 }
 
 }  // namespace

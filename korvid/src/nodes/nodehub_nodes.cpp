@@ -253,10 +253,7 @@ public:
                 // blue backdrop is "sky" 0.33): its class is halved at most, a found one keeps it.
                 v *= 0.5 + 0.5 * rise(v, kSceneWeak, kSceneFound);
                 if (objects_) v *= kSceneClassScale;
-                // Blooms on a drawing are drawn colours as often (wallpapers of warm shapes), and
-                // beside tableware a red cup or a dish (the coffee sample).
-                if (cue == kFlowers && drawing_) v *= 1 - drawnShare(content);
-                if (cue == kFlowers && std::any_of(objects.begin(), objects.end(), isTableware)) v = 0;
+                if (cue == kFlowers) v = flowerClassCue(v, drawing_ ? drawnShare(content) : 0.0, objects);
             }
             scores.push_back(logit(v));
         }
@@ -278,8 +275,6 @@ private:
     static constexpr const char* kAnime = "drawing_colour";
     static constexpr const char* kSketch = "drawing_grey";
     static constexpr const char* kFlowers = "flowers";  // scene_evidence.h
-    // COCO's bottle (39) to bowl (45), and dining table (60).
-    static bool isTableware(const ObjectDetection& o) { return (o.cocoClass >= 39 && o.cocoClass <= 45) || o.cocoClass == 60; }
     // COCO's animals: bird (14) to giraffe (23).
     static constexpr int kCocoBird = 14, kCocoGiraffe = 23;
     static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md

@@ -51,15 +51,19 @@ cv::Mat wideComponents(const cv::Mat& mask, double minWidth) {
 }
 
 // Small bright spots in dark surroundings: components brighter than 200, of at most 0.3 %
-// of the image, whose neighbourhood (15 x 15) is dark on average.
-int countPointLights(const cv::Mat& value) {
+// of the image, whose neighbourhood (15 x 15) is dark on average. lower: those of them
+// centred in the bottom half.
+int countPointLights(const cv::Mat& value, int& lower) {
     cv::Mat bright = value > 200, labels, stats, centroids, surroundings;
     cv::blur(value, surroundings, cv::Size(15, 15));
     const int n = cv::connectedComponentsWithStats(bright, labels, stats, centroids, 8, CV_32S);
     int spots = 0;
+    lower = 0;
     for (int i = 1; i < n; ++i) {
         const cv::Point c(int(centroids.at<double>(i, 0)), int(centroids.at<double>(i, 1)));
-        spots += stats.at<int>(i, cv::CC_STAT_AREA) <= 0.003 * double(value.total()) && surroundings.at<uint8_t>(c) < 90;
+        if (stats.at<int>(i, cv::CC_STAT_AREA) > 0.003 * double(value.total()) || surroundings.at<uint8_t>(c) >= 90) continue;
+        ++spots;
+        lower += c.y >= value.rows / 2;
     }
     return spots;
 }
@@ -165,7 +169,9 @@ SceneEvidence measureScene(const cv::Mat& input) {
     const cv::Mat water = wideComponents(waterColour & ~componentsTouchingTop(waterColour, edgeRows), 0.7);
     // Water has ripples and reflections; a flat fill of blue is a drawing or a wall.
     e.waterShare = share(water(lowerTwoThirds)) * (1 - share((water & featureless)(lowerTwoThirds)) / std::max(1e-6, share(water(lowerTwoThirds))));
-    const cv::Mat white = (sat < 40) & (val >= 175) & smooth;
+    // White that belongs to the sky region (joined to the top through smooth sky colours)
+    // is cloud: clouds under a balloon fill the bottom of the frame as a snowfield would.
+    const cv::Mat white = (sat < 40) & (val >= 175) & smooth & ~sky;
     const cv::Mat snow = wideComponents(white & ~componentsTouchingTop(white, edgeRows), 0.6);
     e.snowShare = share(snow(lowerTwoThirds));
 
@@ -191,7 +197,7 @@ SceneEvidence measureScene(const cv::Mat& input) {
     }
     e.darkShare = share(val < 50);
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
-    e.pointLights = countPointLights(val);
+    e.pointLights = countPointLights(val, e.lowerPointLights);
 
     const ImageStats stats = computeImageStats(bgr);
     e.entropy = stats.entropy;
@@ -248,6 +254,12 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
     else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);
     else if (label == "colourful") value = std::min(kMaxCue, e.colourfulness);
     else if (label == "people") value = 0;
+    else if (label == "galaxy") {
+        // Stars fill a frame that is dark almost everywhere, as many in its bottom half as in
+        // its top: there is no horizon (a night landscape has its lamps below, its stars above).
+        const double spread = e.pointLights > 0 ? double(e.lowerPointLights) / e.pointLights : 0.0;
+        value = kGalaxyCue * rise(e.darkShare - e.flatDarkShare, 0.6, 0.85) * rise(e.pointLights, 10, 40) * rise(spread, 0.2, 0.35);
+    }
     else if (label == "flowers") {
         // A close-up of blooms (0.4 to 0.9 of the image on the calibration flowers); a sky
         // above it makes it sand, a sunset or a landscape instead.
@@ -257,6 +269,17 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
     }
     else return false;
     return true;
+}
+
+double flowerClassCue(double flowers, double drawnShare, const std::vector<ObjectDetection>& objects) {
+    // COCO's bottle (39) to bowl (45), and dining table (60), found: weaker boxes are mostly
+    // wrong, as the "dining table" of 0.21 behind a flower close-up; the coffee sample's table
+    // scores 0.52.
+    constexpr float kFound = 0.3f;
+    const bool tableware = std::any_of(objects.begin(), objects.end(), [](const ObjectDetection& o) {
+        return o.score >= kFound && ((o.cocoClass >= 39 && o.cocoClass <= 45) || o.cocoClass == 60);
+    });
+    return tableware ? 0.0 : flowers * (1 - clamp01(drawnShare));
 }
 
 }  // namespace kv

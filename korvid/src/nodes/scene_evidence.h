@@ -18,6 +18,7 @@ namespace kv {
 
 constexpr double kMaxCue = 0.85;
 constexpr double kFlowerCue = 0.6;
+constexpr double kGalaxyCue = 0.6;
 
 // The raw measures behind the cues (shares are fractions of the part of the image named).
 struct SceneEvidence {
@@ -39,6 +40,7 @@ struct SceneEvidence {
     double darkShare = 0;      // the image darker than 50/255
     double flatDarkShare = 0;  // the image dark and without any texture (a drawing's black)
     int pointLights = 0;       // small bright spots (lamps, windows, stars)
+    int lowerPointLights = 0;  // those of them in the bottom half
     double entropy = 0;        // grey histogram entropy, bits / 8
     double colourfulness = 0;  // Hasler-Suesstrunk / 100, clamped to 1
 };
@@ -54,7 +56,15 @@ const std::vector<std::string>& sceneLabelNames();
 // The cue of a label from the evidence (people: nodes/person_evidence.h); false when
 // the name is no scene label. "flowers" is no scene label but a cue of the classification:
 // blooms filling much of a photo without a sky, at most kFlowerCue (colour alone tells a
-// flower from fruit or fur only so far).
+// flower from fruit or fur only so far). "galaxy", also a classification cue: a frame dark
+// almost everywhere, full of point lights from top to bottom (stars without a horizon), at
+// most kGalaxyCue (a night sky seen straight up, or a field of stars, is no more).
 bool sceneCue(const std::string& label, const SceneEvidence& evidence, double& value);
+
+// The flower class from the "flowers" cue: blooms on a drawing are drawn colours as often
+// (wallpapers of warm shapes), so the cue is scaled by 1 - drawnShare; beside found tableware
+// (a bottle, glass, cup, cutlery or bowl, or a dining table, of 0.3 or more) they are a red
+// cup or a dish, and the class is 0. objects: the detector's, as the classification keeps them.
+double flowerClassCue(double flowers, double drawnShare, const std::vector<ObjectDetection>& objects);
 
 }  // namespace kv

@@ -145,6 +145,66 @@ TEST(SceneEvidence, NightNeedsPointLightsInADarkPhoto) {
     EXPECT_LT(cues(night)["night"], 0.2);
 }
 
+TEST(SceneEvidence, SnowLiesBelowAHorizonCloudsJoinTheSky) {
+    // A snowfield: white ground under a dark line of trees, a blue sky above.
+    cv::Mat field = landscape(cv::Scalar(200, 120, 40), cv::Scalar(235, 190, 140), cv::Mat(200, 600, CV_8UC3, cv::Scalar(245, 245, 245)));
+    blocks({600, 24}, 11, cv::Scalar(20, 40, 20), cv::Scalar(70, 110, 70)).copyTo(field(cv::Rect(0, 188, 600, 24)));
+    EXPECT_GE(cues(field)["snow"], 0.5);
+
+    // Seen from a balloon: the same white below the same blue, joined to it without a
+    // horizon, is a bank of clouds; and the sky it belongs to does not turn it into snow.
+    cv::Mat clouds(400, 600, CV_8UC3, cv::Scalar(245, 245, 245));
+    for (int y = 0; y < 240; ++y) clouds.row(y).setTo(cv::Scalar(200, 120, 40) + (cv::Scalar(245, 245, 245) - cv::Scalar(200, 120, 40)) * (y / 240.0));
+    EXPECT_LT(cues(clouds)["snow"], 0.1);
+}
+
+TEST(SceneEvidence, AGalaxyIsStarsFromTopToBottom) {
+    // A deep field: dark noise with stars all over the frame.
+    cv::Mat field(400, 600, CV_8UC3);
+    cv::RNG rng(12);
+    rng.fill(field, cv::RNG::UNIFORM, cv::Scalar(0, 0, 0), cv::Scalar(30, 30, 30));
+    for (int i = 0; i < 60; ++i) cv::circle(field, {rng.uniform(10, 590), rng.uniform(10, 390)}, 2, cv::Scalar(240, 235, 250), cv::FILLED);
+    double galaxy = -1;
+    ASSERT_TRUE(sceneCue("galaxy", measureScene(field), galaxy));
+    EXPECT_GE(galaxy, 0.4);
+    EXPECT_LE(galaxy, kGalaxyCue);
+    double night = 0;
+    sceneCue("night", measureScene(field), night);
+    EXPECT_GE(night, 0.5);
+
+    // The same stars above a dark, lightless ground (a night landscape) or a town's few
+    // lamps below: a night, no galaxy.
+    cv::Mat landscape = field.clone();
+    rng.fill(landscape(cv::Rect(0, 200, 600, 200)), cv::RNG::UNIFORM, cv::Scalar(0, 0, 0), cv::Scalar(30, 30, 30));
+    ASSERT_TRUE(sceneCue("galaxy", measureScene(landscape), galaxy));
+    EXPECT_LT(galaxy, 0.1);
+    cv::Mat town(400, 600, CV_8UC3);
+    rng.fill(town, cv::RNG::UNIFORM, cv::Scalar(0, 0, 0), cv::Scalar(30, 30, 30));
+    for (int i = 0; i < 12; ++i) cv::circle(town, {40 + 45 * i, 250 + (i % 3) * 40}, 2, cv::Scalar(230, 240, 255), cv::FILLED);
+    ASSERT_TRUE(sceneCue("galaxy", measureScene(town), galaxy));
+    EXPECT_LT(galaxy, 0.1);
+    // Stars on a flat black drawing are no photo of the sky.
+    cv::Mat drawing(400, 600, CV_8UC3, cv::Scalar(0, 0, 0));
+    for (int i = 0; i < 60; ++i) cv::circle(drawing, {rng.uniform(10, 590), rng.uniform(10, 390)}, 2, cv::Scalar(240, 235, 250), cv::FILLED);
+    ASSERT_TRUE(sceneCue("galaxy", measureScene(drawing), galaxy));
+    EXPECT_LT(galaxy, 0.1);
+}
+
+TEST(SceneEvidence, FlowersGiveWayToFoundTablewareAndDrawings) {
+    const cv::Rect2f box(10, 10, 100, 100);
+    constexpr int kCup = 41, kBowl = 45, kDiningTable = 60, kBanana = 46;
+    // A red cup or a laid table found beside the blooms: a dish, not a flower.
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kDiningTable, 0.52f}}), 0.0);
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kCup, 0.3f}}), 0.0);
+    EXPECT_EQ(flowerClassCue(0.5, 0, {{box, kBowl, 0.9f}}), 0.0);
+    // A weak table behind a close-up, or fruit, leaves the flower as measured.
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0, {{box, kDiningTable, 0.21f}, {box, kBanana, 0.6f}, {box, kCocoPerson, 0.9f}}), 0.5);
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0, {}), 0.5);
+    // Blooms on a picture the classifier calls drawn count only by the photographic share.
+    EXPECT_DOUBLE_EQ(flowerClassCue(0.5, 0.75, {}), 0.125);
+    EXPECT_EQ(flowerClassCue(0.5, 1.5, {}), 0.0);
+}
+
 TEST(SceneEvidence, ExtremeShapesAndTinyImagesAreSafe) {
     for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 2)}) {
         const auto c = cues(cv::Mat(size, CV_8UC3, cv::Scalar(200, 150, 90)));

@@ -51,6 +51,24 @@ public final class TopClass {
   }
 
   /**
+   * The classes of a classification answer to show to people: as {@link #of}, but only those
+   * with a confidence of at least {@link MPFeatureExtractor#getShownConfidence()} (0.3), under
+   * which the library's own summaries and pictures show no label: such a class was not found.
+   *
+   * @param answer a classification answer, as for {@link #of}; null gives an empty list
+   * @param limit the most classes wanted
+   * @return the classes shown, sorted by confidence, highest first
+   */
+  public static List<TopClass> shown(C_NHClassificationBuffer answer, int limit) {
+    float floor = MPFeatureExtractor.getShownConfidence();
+    List<TopClass> classes = new ArrayList<>();
+    for (TopClass c : of(answer, Integer.MAX_VALUE)) {
+      if (c.confidence >= floor && classes.size() < limit) classes.add(c);
+    }
+    return classes;
+  }
+
+  /**
    * The model's label, as in 2584_sky.
    *
    * @return the label

@@ -9,6 +9,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorvane.zul.mediaprocessors.extractor_jni.ImageBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_jni.ImagePixels;
+import com.quorvane.zul.mediaprocessors.extractor_jni.MPFeatureExtractor;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
 import java.nio.charset.StandardCharsets;
@@ -111,6 +112,15 @@ class AnalyzerTest {
       assertEquals("one person", new TopClass("2252_alone", 0.8f).displayName());
       assertEquals("no_such_label", new TopClass("no_such_label", 0.8f).displayName());
       assertTrue(TopClass.of(null, 3).isEmpty());
+      // Shown to people: the same order, none under the floor the native summary uses.
+      List<TopClass> all = TopClass.of(answer, 1000), shown = TopClass.shown(answer, 1000);
+      assertEquals(0.3f, MPFeatureExtractor.getShownConfidence());
+      int found = 0;
+      for (TopClass c : all) found += c.confidence() >= 0.3f ? 1 : 0;
+      assertEquals(found, shown.size(), all.toString());
+      for (int i = 0; i < shown.size(); i++) assertEquals(all.get(i).label(), shown.get(i).label());
+      assertTrue(TopClass.shown(answer, 1).size() <= 1);
+      assertTrue(TopClass.shown(null, 3).isEmpty());
     }
   }
 
