@@ -100,8 +100,15 @@ TEST(Networks, DamagedBundlesAreInvalidModel) {
         EXPECT_EQ(h->loadGraph(builtinTemplate(121)), INVALID_MODEL) << table;
     }
     const std::string cats = "193\tcat_c1_c2\t1+\tcat\n";
-    h.finder.overrides = {{"nodehub_c3_300", before + "labels " + std::to_string(cats.size()) + "\n" + cats}};
+    const std::string catsBundle = before + "labels " + std::to_string(cats.size()) + "\n" + cats;
+    h.finder.overrides = {{"nodehub_c3_300", catsBundle}};
     EXPECT_EQ(h->loadGraph(builtinTemplate(121)), NO_ERROR);
+    // Its body network (which confirms the persons it counts): cut short, or a face detector.
+    const std::string single = modelBytes("qm_skeleton_single");
+    for (const std::string& body : {single.substr(0, single.size() / 2), modelBytes("qm_face")}) {
+        h.finder.overrides = {{"nodehub_c3_300", catsBundle + "single " + std::to_string(body.size()) + "\n" + body}};
+        EXPECT_EQ(h->loadGraph(builtinTemplate(121)), INVALID_MODEL) << body.size() << " bytes";
+    }
 
     // The face mesh's bundle needs both networks, each sound; the bare mesh loads alone.
     const std::string mesh = modelBytes("qm_face_mesh");

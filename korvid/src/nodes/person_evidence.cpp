@@ -49,4 +49,8 @@ double peopleCue(const std::vector<ObjectDetection>& objects, const BodyFinder& 
     return best;
 }
 
+double confirmedCount(double countScore, double cue) {
+    return cue >= kConfirmedPeople ? countScore : std::min(countScore, cue);
+}
+
 }  // namespace kv

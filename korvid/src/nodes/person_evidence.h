@@ -42,4 +42,9 @@ constexpr double kConfirmedPeople = 0.5;
 // Persons below this score are no evidence of people at all.
 constexpr float kMinPersonScore = 0.2f;
 
+// A number of people the detector counts (the classification's "alone", "two", "crowd"),
+// from countScore: believed when cue (peopleCue's) confirmed one of the persons it checked,
+// else worth no more than the cue, which keeps it at 0.35 at most.
+double confirmedCount(double countScore, double cue);
+
 }  // namespace kv

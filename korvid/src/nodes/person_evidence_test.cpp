@@ -77,5 +77,24 @@ TEST(PersonEvidence, PeopleNeedAPersonThatABodyConfirms) {
     EXPECT_EQ(checks, 0u);
 }
 
+TEST(PersonEvidence, NumbersOfPeopleNeedAConfirmedPerson) {
+    const cv::Rect2f box(100, 50, 120, 300);
+    const BodyFinder body = [](const cv::Rect2f& b) { return std::optional<Pose>(standing(b, 0.4f)); };
+    // The space shuttle: two persons of 0.51 and 0.50, a body folded into a corner of each.
+    const std::vector<ObjectDetection> shuttle{{{86, 86, 420, 419}, kCocoPerson, 0.51f}, {{90, 90, 400, 400}, kCocoPerson, 0.5f}};
+    const BodyFinder folded = [](const cv::Rect2f& b) { return std::optional<Pose>(standing({b.x, b.y, 20, 70}, 0.4f)); };
+    EXPECT_LE(confirmedCount(0.5, peopleCue(shuttle, folded)), 0.35);
+    EXPECT_LE(confirmedCount(0.9, peopleCue(shuttle, nullptr)), 0.35);  // no body network
+    // A crowd of 29 where only the third person checked shows a body: the count stands.
+    std::vector<ObjectDetection> crowd(29, ObjectDetection{{0, 0, 50, 50}, kCocoPerson, 0.6f});
+    crowd[2].box = box;
+    const BodyFinder onlyInBox = [&](const cv::Rect2f& b) { return b == box ? body(b) : std::nullopt; };
+    EXPECT_DOUBLE_EQ(confirmedCount(0.6, peopleCue(crowd, onlyInBox)), 0.6);
+    // Confirmation believes a count, never makes one: no count stays none, a weak one stays weak.
+    EXPECT_EQ(confirmedCount(0, 0.95), 0.0);
+    EXPECT_DOUBLE_EQ(confirmedCount(0.42, 0.9), 0.42);
+    EXPECT_DOUBLE_EQ(confirmedCount(0.2, 0.3), 0.2);
+}
+
 }  // namespace
 }  // namespace kv
