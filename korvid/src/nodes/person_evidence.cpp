@@ -50,7 +50,7 @@ double peopleCue(const std::vector<ObjectDetection>& objects, const BodyFinder& 
 }
 
 double confirmedCount(double countScore, double cue) {
-    return cue >= kConfirmedPeople ? countScore : std::min(countScore, cue);
+    return cue >= kConfirmedPeople ? countScore : std::min(countScore, kUnconfirmedCount * cue);
 }
 
 }  // namespace kv

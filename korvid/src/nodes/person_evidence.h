@@ -44,7 +44,9 @@ constexpr float kMinPersonScore = 0.2f;
 
 // A number of people the detector counts (the classification's "alone", "two", "crowd"),
 // from countScore: believed when cue (peopleCue's) confirmed one of the persons it checked,
-// else worth no more than the cue, which keeps it at 0.35 at most.
+// else worth at most kUnconfirmedCount of the cue: how many is a stronger claim than whether,
+// so it stays under 0.18, below the 0.3 from which a summary shows a class.
+constexpr double kUnconfirmedCount = 0.5;
 double confirmedCount(double countScore, double cue);
 
 }  // namespace kv
