@@ -135,4 +135,20 @@ std::vector<Pose> PoseEstimator::estimate(const cv::Mat& bgr) const {
     return {pose};
 }
 
+std::optional<Pose> PoseEstimator::personIn(const cv::Mat& bgr, const cv::Rect2f& box) const {
+    if (!single_) return std::nullopt;
+    const cv::Rect2f grown(box.x - kCropMargin * box.width, box.y - kCropMargin * box.height, box.width * (1 + 2 * kCropMargin),
+                           box.height * (1 + 2 * kCropMargin));
+    const cv::Rect crop = cv::Rect(cv::Point(int(std::floor(grown.x)), int(std::floor(grown.y))),
+                                   cv::Point(int(std::ceil(grown.br().x)), int(std::ceil(grown.br().y)))) &
+                          cv::Rect(0, 0, bgr.cols, bgr.rows);
+    if (crop.width < 2 || crop.height < 2) return std::nullopt;
+    const Letterbox fitted = letterbox(bgr(crop), declared::qm_skeleton_single);
+    Pose pose = singlePose(single_->forward(fitted.blob), fitted);
+    const cv::Point2f shift(float(crop.x), float(crop.y));
+    for (cv::Point2f& p : pose.points) p += shift;
+    if (!pose.box.empty()) pose.box += shift;
+    return pose;
+}
+
 }  // namespace kv

@@ -10,6 +10,7 @@
 
 #include "Vantor/SceneBuffers.h"
 #include "dnn/object_detector.h"
+#include "dnn/pose_estimator.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
 #include "nodes/content_cues.h"
@@ -18,7 +19,9 @@
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
+#include "nodes/person_evidence.h"
 #include "nodes/scene_evidence.h"
+#include "nodes/sensitive_content.h"
 #include "nodes/shared_objects.h"
 #include "nodes/text_cues.h"
 
@@ -98,9 +101,6 @@ LabelSet sceneLabels(const NodeParams& params) {
     return set;
 }
 
-// Persons below this score are no evidence of people.
-constexpr float kMinPersonScore = 0.2f;
-
 class SceneNode : public Node {
 public:
     std::map<std::string, std::string> defaultModels() const override { return {{"scene_model_key", "qm_c1_small"}}; }
@@ -118,6 +118,7 @@ public:
         }
         openParams(parts.at("params"), "scene");
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
+        if (parts.count("single")) bodies_ = std::make_unique<PoseEstimator>(parts.at("single"));
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -147,13 +148,13 @@ public:
 
 protected:
     // The value of each label from the scene's evidence; "people" from the detector's
-    // persons (0 without a detector: nothing else is evidence of people).
+    // persons that a body confirms (0 without a detector: nothing else is evidence of people).
     std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) const {
         const SceneEvidence evidence = sceneEvidence(bgr, memo);
         std::vector<double> values;
         for (const std::string& label : set.labels) {
             double v = 0;
-            if (label == "people") v = objects_ ? peopleCue(sharedObjects(*objects_, bgr, kMinPersonScore, memo), bgr) : 0.0;
+            if (label == "people") v = objects_ ? sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) : 0.0;
             else if (label == "document") v = documentCue(sharedText(bgr, memo));  // the words Tesseract reads
             else sceneCue(label, evidence, v);
             values.push_back(v);
@@ -163,6 +164,7 @@ protected:
 
 private:
     std::unique_ptr<ObjectDetector> objects_;
+    std::unique_ptr<PoseEstimator> bodies_;  // MoveNet's single-person network: bodies confirm persons
 };
 
 class SceneV3Node : public SceneNode {
@@ -200,13 +202,22 @@ public:
 };
 
 // The content classifier's probabilities (nodes/content_cues.h): porn and hentai count whole,
-// sexy by the model's sexy_weight.
+// sexy by the model's sexy_weight; porn and sexy on an image without a confirmed person only
+// as far as the network is sure (nodes/sensitive_content.h).
 class PornClsNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        const auto bundle = paramsAndNetwork(requireModel(models, "model_name"));
+        const ModelBlob& blob = requireModel(models, "model_name");
+        const auto bundle = paramsAndNetwork(blob);
         if (!bundle) throw Error(Vantor::INVALID_MODEL, "the sensitive-content model lacks its network");
         classifier_ = std::make_unique<ContentClassifier>(loadNetwork({{"network", bundle->network}}, "network", ContentClassifier::shape()));
+        // The object detector and MoveNet's single-person network, when the bundle carries
+        // them, tell whether a person is there.
+        const auto parts = bundleParts(blob);
+        if (parts.count("objects")) {
+            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("objects")}}, "network", ObjectDetector::shape()));
+        }
+        if (parts.count("single")) bodies_ = std::make_unique<PoseEstimator>(parts.at("single"));
         cv::FileStorage fs = openParams(bundle->params, "porn_cls");
         sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
         threshold_ = static_cast<float>(paramOr(fs, "threshold", 0.5));
@@ -215,7 +226,14 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         auto out = std::make_unique<BufferOutput<Vantor::PornClsBuffer>>(typeList(AlgorithmType::PornCls));
-        out->buffer->confidence = sensitiveConfidence(sharedContent(*classifier_, bgr, memo), sexyWeight_);
+        const ContentScores scores = sharedContent(*classifier_, bgr, memo);
+        const float withPerson = sensitiveConfidence(scores, sexyWeight_, true);
+        const float alone = sensitiveConfidence(scores, sexyWeight_, false);
+        // The detector (and MoveNet) run only when a person would change the answer; without
+        // a detector nothing contradicts the network and its values stand.
+        const bool personSeen = alone >= withPerson - kNegligible || !objects_ ||
+                                sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) >= kConfirmedPeople;
+        out->buffer->confidence = personSeen ? withPerson : alone;
         out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
         return out;
     }
@@ -226,6 +244,9 @@ public:
 
 private:
     std::unique_ptr<ContentClassifier> classifier_;
+    std::unique_ptr<ObjectDetector> objects_;
+    std::unique_ptr<PoseEstimator> bodies_;
+    static constexpr float kNegligible = 0.01f;
     double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;
 };
