@@ -27,7 +27,9 @@ constexpr float kMinMultiScore = 0.18f;
 constexpr float kMinSingleScore = 0.27f;
 constexpr float kMinBoxPointScore = 0.3f;  // key points that span the single person's box
 
-const NetworkShape& singleShape() {
+}  // namespace
+
+const NetworkShape& PoseEstimator::singleShape() {
     using namespace declared::qm_skeleton_single_out;
     static const NetworkShape s{inputShape(declared::qm_skeleton_single),
                                {{heatmap, kGrid * kGrid * kPoseKeyPoints},
@@ -37,6 +39,8 @@ const NetworkShape& singleShape() {
                                 {centres, kGrid * kGrid}}};
     return s;
 }
+
+namespace {
 
 // The second-highest local maximum of the (unweighted) person-centre heatmap.
 float secondCentre(const float* centres) {

@@ -22,6 +22,9 @@ class PoseEstimator {
 public:
     // Throws Error(INVALID_MODEL) on a malformed bundle or unusable networks.
     explicit PoseEstimator(const ModelBlob& blob);
+    // The single-person network alone (checked for singleShape()): personIn only.
+    explicit PoseEstimator(std::shared_ptr<Network> single) : single_(std::move(single)) {}
+    static const NetworkShape& singleShape();
     // The people found, strongest first.
     std::vector<Pose> estimate(const cv::Mat& bgr) const;
     // The single network's one person inside box (pixels of bgr), as it sees a crop of it

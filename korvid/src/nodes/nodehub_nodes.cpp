@@ -197,7 +197,7 @@ public:
             objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
             labels_ = ObjectLabels::parse(parts.at("labels"));
             drawing_ = drawingClassifier(blob);
-            if (parts.count("single")) bodies_ = std::make_unique<PoseEstimator>(parts.at("single"));
+            if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         }
         cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "nodehub_inference");
         fs["feature_layout"] >> layout_;
@@ -242,7 +242,7 @@ public:
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
                 if (v > 0 && labels_.countsPersons(i)) {
-                    if (!people) people = sharedPeopleCue(*objects_, bodies_.get(), image, memo);
+                    if (!people) people = sharedPeopleCue(*objects_, &bodies_, image, memo);
                     v = confirmedCount(v, *people);
                 }
                 // A screen is a screen photographed (the detector) or captured (a screenshot).
@@ -296,7 +296,7 @@ private:
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
     std::unique_ptr<ObjectDetector> objects_;
     std::unique_ptr<ContentClassifier> drawing_;
-    std::unique_ptr<PoseEstimator> bodies_;  // MoveNet's single-person network: bodies confirm persons
+    BodyCheck bodies_;  // MoveNet's single-person network: bodies confirm persons
     ObjectLabels labels_;
 };
 

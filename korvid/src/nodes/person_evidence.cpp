@@ -49,6 +49,10 @@ double peopleCue(const std::vector<ObjectDetection>& objects, const BodyFinder& 
     return best;
 }
 
+bool needsBodyCheck(const std::vector<ObjectDetection>& objects) {
+    return std::any_of(objects.begin(), objects.end(), [](const ObjectDetection& o) { return o.cocoClass == kCocoPerson && o.score >= kConfirmablePerson; });
+}
+
 double confirmedCount(double countScore, double cue) {
     return cue >= kConfirmedPeople ? countScore : std::min(countScore, kUnconfirmedCount * cue);
 }

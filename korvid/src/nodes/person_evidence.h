@@ -36,6 +36,8 @@ bool bodyConfirms(const Pose& body, const cv::Rect2f& person);
 // person stays at or below 0.35. bodyIn finds the body in a box (nothing: no body network).
 using BodyFinder = std::function<std::optional<Pose>(const cv::Rect2f&)>;
 double peopleCue(const std::vector<ObjectDetection>& objects, const BodyFinder& bodyIn);
+// Whether peopleCue would look for a body: a person of kConfirmablePerson or more.
+bool needsBodyCheck(const std::vector<ObjectDetection>& objects);
 
 // A cue at or above this says a person was confirmed.
 constexpr double kConfirmedPeople = 0.5;

@@ -13,6 +13,8 @@
 #include "dnn/pose_estimator.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "model/network_part.h"
+#include "nodes/body_check.h"
 #include "nodes/content_cues.h"
 #include "nodes/cue_math.h"
 #include "nodes/face_output.h"
@@ -118,7 +120,7 @@ public:
         }
         openParams(parts.at("params"), "scene");
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
-        if (parts.count("single")) bodies_ = std::make_unique<PoseEstimator>(parts.at("single"));
+        if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -149,12 +151,12 @@ public:
 protected:
     // The value of each label from the scene's evidence; "people" from the detector's
     // persons that a body confirms (0 without a detector: nothing else is evidence of people).
-    std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) const {
+    std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) {
         const SceneEvidence evidence = sceneEvidence(bgr, memo);
         std::vector<double> values;
         for (const std::string& label : set.labels) {
             double v = 0;
-            if (label == "people") v = objects_ ? sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) : 0.0;
+            if (label == "people") v = objects_ ? sharedPeopleCue(*objects_, &bodies_, bgr, memo) : 0.0;
             else if (label == "document") v = documentCue(sharedText(bgr, memo));  // the words Tesseract reads
             else sceneCue(label, evidence, v);
             values.push_back(v);
@@ -164,7 +166,7 @@ protected:
 
 private:
     std::unique_ptr<ObjectDetector> objects_;
-    std::unique_ptr<PoseEstimator> bodies_;  // MoveNet's single-person network: bodies confirm persons
+    BodyCheck bodies_;  // MoveNet's single-person network: bodies confirm persons
 };
 
 class SceneV3Node : public SceneNode {
@@ -211,13 +213,11 @@ public:
         const auto bundle = paramsAndNetwork(blob);
         if (!bundle) throw Error(Vantor::INVALID_MODEL, "the sensitive-content model lacks its network");
         classifier_ = std::make_unique<ContentClassifier>(loadNetwork({{"network", bundle->network}}, "network", ContentClassifier::shape()));
-        // The object detector and MoveNet's single-person network, when the bundle carries
-        // them, tell whether a person is there.
+        // The object detector and MoveNet's single-person network, when the bundle has them
+        // (carried or named), tell whether a person is there.
         const auto parts = bundleParts(blob);
-        if (parts.count("objects")) {
-            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("objects")}}, "network", ObjectDetector::shape()));
-        }
-        if (parts.count("single")) bodies_ = std::make_unique<PoseEstimator>(parts.at("single"));
+        if (parts.count("objects")) objects_ = NetworkPart(parts.at("objects"), ObjectDetector::shape());
+        if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         cv::FileStorage fs = openParams(bundle->params, "porn_cls");
         sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
         threshold_ = static_cast<float>(paramOr(fs, "threshold", 0.5));
@@ -229,10 +229,14 @@ public:
         const ContentScores scores = sharedContent(*classifier_, bgr, memo);
         const float withPerson = sensitiveConfidence(scores, sexyWeight_, true);
         const float alone = sensitiveConfidence(scores, sexyWeight_, false);
-        // The detector (and MoveNet) run only when a person would change the answer; without
-        // a detector nothing contradicts the network and its values stand.
-        const bool personSeen = alone >= withPerson - kNegligible || !objects_ ||
-                                sharedPeopleCue(*objects_, bodies_.get(), bgr, memo) >= kConfirmedPeople;
+        // The detector (and MoveNet) are fetched and run only when a person would change the
+        // answer. Without a detector in the bundle nothing contradicts the network and its
+        // values stand; a named detector that cannot be fetched confirms no person.
+        bool personSeen = alone >= withPerson - kNegligible || !objects_.present();
+        if (!personSeen) {
+            const ObjectDetector* detector = this->detector();
+            personSeen = detector != nullptr && sharedPeopleCue(*detector, &bodies_, bgr, memo) >= kConfirmedPeople;
+        }
         out->buffer->confidence = personSeen ? withPerson : alone;
         out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
         return out;
@@ -243,9 +247,18 @@ public:
     }
 
 private:
+    // The detector, made from objects_ on first need (null when it cannot be fetched).
+    const ObjectDetector* detector() {
+        if (!detector_) {
+            if (std::shared_ptr<Network> network = objects_.get()) detector_ = std::make_unique<ObjectDetector>(std::move(network));
+        }
+        return detector_.get();
+    }
+
     std::unique_ptr<ContentClassifier> classifier_;
-    std::unique_ptr<ObjectDetector> objects_;
-    std::unique_ptr<PoseEstimator> bodies_;
+    NetworkPart objects_;
+    std::unique_ptr<ObjectDetector> detector_;
+    BodyCheck bodies_;
     static constexpr float kNegligible = 0.01f;
     double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;

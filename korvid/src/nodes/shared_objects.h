@@ -12,6 +12,7 @@
 #include "dnn/object_detector.h"
 #include "dnn/pose_estimator.h"
 #include "graph/execute_memo.h"
+#include "nodes/body_check.h"
 #include "nodes/person_evidence.h"
 
 namespace kv {
@@ -35,12 +36,15 @@ inline ContentScores sharedContent(const ContentClassifier& classifier, const cv
 
 // The people cue of the image (person_evidence.h): the detector's persons that a body
 // confirms, found once per execute for every node that asks (scene labels, sensitive
-// content). bodies null or without its single network: no person can be confirmed.
-inline double sharedPeopleCue(const ObjectDetector& detector, const PoseEstimator* bodies, const cv::Mat& bgr, ExecuteMemo* memo) {
+// content, classification). The body network is asked for only when a person is strong
+// enough to be checked; checks null or without a body network: no person is confirmed.
+inline double sharedPeopleCue(const ObjectDetector& detector, BodyCheck* checks, const cv::Mat& bgr, ExecuteMemo* memo) {
+    const std::vector<ObjectDetection> objects = sharedObjects(detector, bgr, kMinPersonScore, memo);
+    const PoseEstimator* bodies = checks != nullptr && needsBodyCheck(objects) ? checks->bodies() : nullptr;
     const auto find = [&] {
         BodyFinder bodyIn;
         if (bodies != nullptr && bodies->hasSingle()) bodyIn = [&](const cv::Rect2f& box) { return bodies->personIn(bgr, box); };
-        return peopleCue(sharedObjects(detector, bgr, kMinPersonScore, memo), bodyIn);
+        return peopleCue(objects, bodyIn);
     };
     if (memo == nullptr) return find();
     const std::string key = "people:" + identity(detector.network()) + ":" + identity(bodies ? bodies->singleNetwork() : nullptr) + "@" +

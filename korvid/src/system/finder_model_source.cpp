@@ -1,0 +1,46 @@
+#include "system/finder_model_source.h"
+
+namespace kv {
+
+using namespace Vantor;
+
+namespace {
+
+void report(VantorResourceFinder& finder, const std::string& name, VantorModelEventType type, int32_t code = 0) {
+    VantorAlgorithmModelEvent event;
+    event.modelName = name;
+    event.type = type;
+    event.code = code;
+    finder.reportEvent(event);
+}
+
+}  // namespace
+
+bool FinderModelSource::withModel(const std::string& name, const std::function<void(const ModelBlob&)>& use) {
+    VantorResourceFinder* finder = finder_;
+    if (finder == nullptr) return false;
+    VantorAlgorithmModel model;
+    model.name = name;
+    if (!finder->findResource(model) || model.data == nullptr) {
+        if (model.data != nullptr) finder->releaseResource(model);
+        report(*finder, name, MODEL_EVENT_LOAD_FAILED, INVALID_MODEL);
+        return false;
+    }
+    // Handed back whatever use does: the block is the finder's.
+    struct HandBack {
+        VantorResourceFinder& finder;
+        VantorAlgorithmModel& model;
+        ~HandBack() {
+            finder.releaseResource(model);
+            try {
+                report(finder, model.name, MODEL_EVENT_RELEASED);
+            } catch (...) {  // a finder's report that throws loses only its report
+            }
+        }
+    } handBack{*finder, model};
+    report(*finder, name, MODEL_EVENT_LOADED);
+    use(ModelBlob{name, static_cast<const uint8_t*>(model.data), static_cast<size_t>(model.size), nullptr});
+    return true;
+}
+
+}  // namespace kv
