@@ -229,10 +229,13 @@ public:
         const ContentScores scores = sharedContent(*classifier_, bgr, memo);
         const float withPerson = sensitiveConfidence(scores, sexyWeight_, true);
         const float alone = sensitiveConfidence(scores, sexyWeight_, false);
-        // The detector (and MoveNet) are fetched and run only when a person would change the
-        // answer. Without a detector in the bundle nothing contradicts the network and its
-        // values stand; a named detector that cannot be fetched confirms no person.
-        bool personSeen = alone >= withPerson - kNegligible || !objects_.present();
+        // The detector (and MoveNet) are fetched and run only when a person would change an
+        // answer that reads as sensitive: a person can only lower the confidence, and under
+        // kWorthChecking it reads as not sensitive either way, so the network's values stand
+        // there (a skin-toned drawing of a face gave 0.17 against 0.04 without a person).
+        // Without a detector in the bundle nothing contradicts the network and its values
+        // stand; a named detector that cannot be fetched confirms no person.
+        bool personSeen = withPerson < kWorthChecking || alone >= withPerson - kNegligible || !objects_.present();
         if (!personSeen) {
             const ObjectDetector* detector = this->detector();
             personSeen = detector != nullptr && sharedPeopleCue(*detector, &bodies_, bgr, memo) >= kConfirmedPeople;
@@ -260,6 +263,7 @@ private:
     std::unique_ptr<ObjectDetector> detector_;
     BodyCheck bodies_;
     static constexpr float kNegligible = 0.01f;
+    static constexpr float kWorthChecking = 0.2f;  // the lowest confidence the quality figures count
     double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;
 };

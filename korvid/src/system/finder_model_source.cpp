@@ -1,5 +1,9 @@
 #include "system/finder_model_source.h"
 
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
 namespace kv {
 
 using namespace Vantor;
@@ -19,6 +23,16 @@ void report(VantorResourceFinder& finder, const std::string& name, VantorModelEv
 bool FinderModelSource::withModel(const std::string& name, const std::function<void(const ModelBlob&)>& use) {
     VantorResourceFinder* finder = finder_;
     if (finder == nullptr) return false;
+    // With KORVID_NODE_TIMES set, each fetch goes to stderr with its time, as node loads do.
+    struct Timing {
+        const std::string& name;
+        const bool on = std::getenv("KORVID_NODE_TIMES") != nullptr;
+        const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+        ~Timing() {
+            const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
+            if (on) std::fprintf(stderr, "korvid fetch %s: %.2f ms\n", name.c_str(), spent.count());
+        }
+    } timing{name};
     VantorAlgorithmModel model;
     model.name = name;
     if (!finder->findResource(model) || model.data == nullptr) {
