@@ -39,22 +39,28 @@ std::shared_ptr<VQFeature::Input> singleInput(const AnalysisSetup& setup, const 
 
 }  // namespace
 
-BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, std::shared_ptr<CacheAdapter> store)
-    : setup_(setup), graph_(graph), store_(store) {
-    // The keys the extractor files each kind's result under (they do not depend on the pictures).
-    if (isSingleKindRequest(setup_)) {
-        keys_.push_back(singleInput(setup_, {}, graph_)->algorithmKey());
-    } else {
-        auto input = multiInput(setup_, {}, graph_);
-        for (const Kind& kind : setup_.kinds) {
-            keys_.push_back(kind.stringType.empty()
-                                ? input->algorithmKey(static_cast<Vantor::AlgorithmType>(kind.number))
-                                : input->algorithmKey(kind.stringType));
-        }
+std::vector<std::string> BatchRunner::keysFor(const std::string& graph) const {
+    if (isSingleKindRequest(setup_)) return {singleInput(setup_, {}, graph)->algorithmKey()};
+    std::vector<std::string> keys;
+    auto input = multiInput(setup_, {}, graph);
+    for (const Kind& kind : setup_.kinds) {
+        keys.push_back(kind.stringType.empty() ? input->algorithmKey(static_cast<Vantor::AlgorithmType>(kind.number))
+                                               : input->algorithmKey(kind.stringType));
     }
+    return keys;
+}
+
+BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, std::shared_ptr<CacheAdapter> store)
+    : setup_(setup), graph_(graph), keys_(keysFor(graph)), store_(store) {
     auto config = std::make_shared<VQFeature::Config>();
     std::shared_ptr<CacheAdapter> inner = store ? store : std::make_shared<VQFeature::MemoryCache>(256);
     batchStore_ = std::make_shared<BatchStore>(inner, dynamic_cast<VQFeature::StoreIndex*>(store.get()));
+    // Requests after the graph has loaded carry no graph text, so the extractor files their
+    // results under the keys of the empty text; the store keeps them under the full graph's.
+    std::map<std::string, std::string> aliases;
+    const std::vector<std::string> keptGraphKeys = keysFor("");
+    for (size_t k = 0; k < keys_.size(); ++k) aliases.emplace(keptGraphKeys[k], keys_[k]);
+    batchStore_->setKeyAliases(std::move(aliases));
     // The batch store is the only cache: it passes new results on to the store.
     std::shared_ptr<CacheAdapter> cache = batchStore_;
     std::shared_ptr<CacheAdapter> none;
@@ -157,17 +163,23 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
         resources.push_back(std::make_shared<VQFeature::Resource>(outcome->image.assetId, outcome->image.path,
                                                                   outcome->image.buffer));
     }
+    // The framework releases and reloads the graph whenever a request carries its text, so
+    // only requests until one has run carry it (a load that failed is tried again). Only a
+    // framework run saves a result (answers from the cache do not): a save proves the graph.
+    const std::string graph = graphLoaded_ ? std::string() : graph_;
+    const size_t savedBefore = batchStore_->resultsSaved();
     if (isSingleKindRequest(setup_)) {
         const Kind& kind = setup_.kinds.front();
-        auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph_), true, error);
+        auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph), true, error);
         for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
             batch[i]->keepAlive.push_back(results[i]);
             batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
             batch[i]->produced = results[i]->result != nullptr || kind.number == 9;
         }
+        if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
         return;
     }
-    auto results = extractor_->extractFeatures(multiInput(setup_, resources, graph_), true, error);
+    auto results = extractor_->extractFeatures(multiInput(setup_, resources, graph), true, error);
     for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
         auto multi = results[i];
         batch[i]->keepAlive.push_back(multi);
@@ -179,6 +191,7 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
             if (item) batch[i]->blobs[kind.name] = {item->data, item->size};
         }
     }
+    if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
 }
 
 }  // namespace vqfe

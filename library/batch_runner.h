@@ -1,6 +1,7 @@
 // BatchRunner: one extractor with its own framework system, running a set of kinds over
-// batches of images, one request per batch, so the graph is loaded once per batch rather
-// than once per image. Images whose every kind is in the store are answered by the store
+// batches of images, one request per batch. The graph is loaded once per runner: the first
+// request that runs anything carries the graph text, later ones keep the loaded graph and the
+// batch store files their results under the full graph's keys. Images whose every kind is in the store are answered by the store
 // alone: the extractor loads its graph before it looks anything up, so a batch the store
 // answers whole loads no graph at all. Shared by `vqfe extract` and `vqfe work`. A store that keeps an
 // index gets each image's results with the image's path and size in one transaction.
@@ -58,14 +59,17 @@ private:
     void extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
     // Writes what the batch store holds, without records of images that produced nothing.
     void finishBatch(const std::vector<ImageOutcome*>& batch);
+    // The algorithm key of each of setup_.kinds for requests carrying this graph text.
+    std::vector<std::string> keysFor(const std::string& graph) const;
 
     AnalysisSetup setup_;
     std::string graph_;
-    std::vector<std::string> keys_;  // the algorithm key of each of setup_.kinds
+    std::vector<std::string> keys_;  // the algorithm key of each of setup_.kinds with graph_, as stored
     std::shared_ptr<VQFeature::CacheAdapter> store_;
     std::shared_ptr<BatchStore> batchStore_;
     std::shared_ptr<VQFeature::Extractor> extractor_;
     int initCode_ = 0;
+    bool graphLoaded_ = false;  // a request has run on graph_: later ones need not send it
 };
 
 }  // namespace vqfe

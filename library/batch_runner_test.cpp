@@ -1,5 +1,7 @@
 // BatchRunner over a scripted framework and a SQLite store: what the store answers whole
-// loads no graph and runs nothing; whatever is missing, for any image or kind, is computed.
+// loads no graph and runs nothing; whatever is missing, for any image or kind, is computed;
+// a runner loads its graph once, however many batches it runs, and stores every result
+// under the full graph's keys.
 #include "library/batch_runner.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +12,8 @@
 
 #include "cache/sqlite_cache.h"
 #include "extractor/algorithm_types.h"
+#include "extractor/input.h"
+#include "extractor/result.h"
 #include "testing/fake_algorithm_system.h"
 #include "testing/rgba_image.h"
 #include "testing/temp_dir.h"
@@ -111,6 +115,95 @@ TEST_F(BatchRunnerTest, WhatTheStoreLacksIsComputed) {
     EXPECT_FALSE(whole[0].fromStore);
     EXPECT_FALSE(blobOf(whole[0], "33").empty());
     EXPECT_FALSE(blobOf(whole[0], "c300").empty());
+}
+
+TEST_F(BatchRunnerTest, LaterBatchesKeepTheGraphAndStoreUnderItsKeys) {
+    const std::string graph = "{\"graph\":\"merged\"}";
+    using VQFeature::AlgorithmTypeC300;
+    const auto porn = Vantor::AlgorithmType::PornCls;
+    struct Case {
+        std::vector<std::string> kinds;
+        std::vector<std::string> fullKeys;  // as a request carrying the graph files them
+        std::vector<std::string> emptyGraphKeys;
+    };
+    VQFeature::MultiAlgorithmInput multi({}, graph, {porn}, {AlgorithmTypeC300});
+    VQFeature::MultiAlgorithmInput multiEmpty({}, "", {porn}, {AlgorithmTypeC300});
+    const std::vector<Case> cases{
+        {{"33"},
+         {VQFeature::Input({}, graph, {}, porn).algorithmKey()},
+         {VQFeature::Input({}, "", {}, porn).algorithmKey()}},
+        {{"33", "c300"},
+         {multi.algorithmKey(porn), multi.algorithmKey(AlgorithmTypeC300)},
+         {multiEmpty.algorithmKey(porn), multiEmpty.algorithmKey(AlgorithmTypeC300)}},
+    };
+    int width = 100;
+    for (const Case& c : cases) {
+        for (const bool stored : {true, false}) {
+            SCOPED_TRACE(std::to_string(c.kinds.size()) + " kinds, store " + std::to_string(stored));
+            AnalysisSetup setup{{}, "models", "framework.json"};
+            for (const auto& name : c.kinds) setup.kinds.push_back(*parseKind(name));
+            BatchRunner runner(setup, graph, stored ? store : nullptr);
+            ASSERT_EQ(runner.initCode(), 0);
+            auto& system = factory.latest();
+            // Three batches: the second holds an image that fails and, with a store, one the
+            // first batch had (a memory cache keeps results whose blobs the extractor took
+            // back); failures of several images are each run again alone.
+            const std::vector<std::vector<int>> batches{{width, width + 1},
+                                                        {width + 2, stored ? width : width + 4,
+                                                         VQFeature::FakeAlgorithmSystem::kFailingWidth},
+                                                        {width + 3, VQFeature::FakeAlgorithmSystem::kFailingWidth,
+                                                         VQFeature::FakeAlgorithmSystem::kFailingWidth}};
+            for (const auto& widths : batches) {
+                std::vector<ImageOutcome> outcomes;
+                for (int w : widths) outcomes.push_back(pictureOfWidth(w));
+                auto batch = pointers(outcomes);
+                runner.run(batch);
+                for (const auto& outcome : outcomes) {
+                    const bool fails = outcome.image.buffer->width == VQFeature::FakeAlgorithmSystem::kFailingWidth;
+                    EXPECT_EQ(outcome.produced, !fails) << outcome.image.assetId;
+                    EXPECT_EQ(outcome.error.first != 0, fails) << outcome.image.assetId;
+                    if (fails) continue;
+                    for (const auto& kind : c.kinds) EXPECT_FALSE(blobOf(outcome, kind).empty()) << kind;
+                    if (c.kinds.size() == 1) {
+                        // The result handed back carries the key a request with the graph gives it.
+                        auto result = std::static_pointer_cast<VQFeature::Result>(outcome.keepAlive.front());
+                        EXPECT_EQ(result->algorithmKey, c.fullKeys.front());
+                    }
+                }
+            }
+            EXPECT_EQ(system.graphs, std::vector<std::string>{graph});
+            EXPECT_EQ(system.releases, 1);  // the one before the load
+            if (!stored) continue;
+            for (int w : {width, width + 1, width + 2, width + 3}) {
+                const std::string asset = pictureOfWidth(w).image.assetId;
+                for (size_t k = 0; k < c.kinds.size(); ++k) {
+                    EXPECT_NE(store->query(asset, c.fullKeys[k]), nullptr) << asset << " " << c.kinds[k];
+                    EXPECT_EQ(store->query(asset, c.emptyGraphKeys[k]), nullptr) << asset << " " << c.kinds[k];
+                }
+            }
+            width += 10;
+        }
+    }
+}
+
+TEST_F(BatchRunnerTest, ABatchThatRanNothingSendsTheGraphAgain) {
+    // Expressions (9) have no blob, but a run still saves their result.
+    for (const std::string kind : {"33", "9"}) {
+        AnalysisSetup setup{{}, "models", "framework.json"};
+        setup.kinds.push_back(*parseKind(kind));
+        BatchRunner runner(setup, "{g}", nullptr);
+        auto& system = factory.latest();
+        for (const std::vector<int>& widths : {std::vector<int>{VQFeature::FakeAlgorithmSystem::kFailingWidth},
+                                               std::vector<int>{100}, std::vector<int>{200}}) {
+            std::vector<ImageOutcome> outcomes;
+            for (int w : widths) outcomes.push_back(pictureOfWidth(w));
+            auto batch = pointers(outcomes);
+            runner.run(batch);
+        }
+        // The first request ran nothing, so the second carried the graph again; the third did not.
+        EXPECT_EQ(system.graphs, (std::vector<std::string>{"{g}", "{g}"})) << kind;
+        EXPECT_EQ(system.executes, 3) << kind;
+    }
 }
 
 }  // namespace

@@ -24,6 +24,11 @@ void BatchStore::finish() {
     records_.clear();
 }
 
+const std::string& BatchStore::storedKey(const std::string& algorithmKey) const {
+    auto alias = aliases_.find(algorithmKey);
+    return alias == aliases_.end() ? algorithmKey : alias->second;
+}
+
 void BatchStore::touch(const std::string& assetId) {
     if (assetId == current_) return;
     flush();
@@ -50,10 +55,11 @@ std::vector<std::shared_ptr<VQFeature::Result>> BatchStore::query(const std::sha
 
 std::shared_ptr<VQFeature::Result> BatchStore::query(const std::string& assetId, const std::string& algorithmKey) {
     touch(assetId);
+    const std::string& key = storedKey(algorithmKey);
     for (const auto& result : pending_) {
-        if (result->algorithmKey == algorithmKey) return VQFeature::copyResult(*result);
+        if (result->algorithmKey == key) return VQFeature::copyResult(*result);
     }
-    return inner_->query(assetId, algorithmKey);
+    return inner_->query(assetId, key);
 }
 
 void BatchStore::save(const std::vector<std::shared_ptr<VQFeature::Result>>& results) {
@@ -62,6 +68,8 @@ void BatchStore::save(const std::vector<std::shared_ptr<VQFeature::Result>>& res
 
 void BatchStore::save(const std::shared_ptr<VQFeature::Result>& result) {
     if (!result) return;
+    ++saved_;
+    result->algorithmKey = storedKey(result->algorithmKey);
     touch(result->assetId);
     if (index_ == nullptr) {
         inner_->save(result);

@@ -1,16 +1,10 @@
 #include "system/algorithm_system.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <map>
 #include <new>
 #include <stdexcept>
-
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <opencv2/core/ocl.hpp>
 #include <opencv2/core/utility.hpp>
@@ -18,6 +12,7 @@
 #include "graph/execute_counter.h"
 #include "graph/graph_definition.h"
 #include "graph/graph_wiring.h"
+#include "model/clocks.h"
 #include "nodes/node_types.h"
 #include "system/image_input.h"
 
@@ -27,19 +22,12 @@ using namespace Vantor;
 
 namespace {
 
-// With KORVID_NODE_TIMES set in the environment, each node's run time goes to stderr: the
-// way to see where an execute spends its time without a profiler.
-void reportNodeTime(const std::string& name, const char* type, std::chrono::steady_clock::time_point start) {
-    const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
-    std::fprintf(stderr, "korvid node %s (%s): %.2f ms\n", name.c_str(), type, spent.count());
-}
-
-// Processor time of the calling thread, ms: a load is timed by what it costs, not by how
-// long it waited for a core.
-double threadCpuMs() {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+// With KORVID_NODE_TIMES set in the environment, each node's load (processor time of the
+// loading thread: what it cost, not how long it waited for a core) and each node's run (wall
+// time) go to stderr: the way to see where a load or an execute spends its time without a
+// profiler.
+void reportTime(const char* what, const std::string& name, const char* type, Clock clock, double start) {
+    std::fprintf(stderr, "korvid %s %s (%s): %.2f %s\n", what, name.c_str(), type, clockMs(clock) - start, clockUnit(clock));
 }
 
 }  // namespace
@@ -181,7 +169,7 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
     }
 
     const bool timing = std::getenv("KORVID_NODE_TIMES") != nullptr;
-    const double graphStart = timing ? threadCpuMs() : 0;
+    const double graphStart = timing ? clockMs(Clock::ThreadCpu) : 0;
     // How many nodes name each model, so that a shared block goes back after its last one.
     std::map<std::string, size_t> users;
     for (LoadedNode& n : nodes_) {
@@ -189,7 +177,7 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         for (const auto& wanted : wantedModels(n.params, n.node.get())) ++users[wanted.second];
     }
     for (LoadedNode& n : nodes_) {
-        const double start = timing ? threadCpuMs() : 0;
+        const double start = timing ? clockMs(Clock::ThreadCpu) : 0;
         ModelSet models;
         acquireModels(n, models, users);
         if (n.node == nullptr) {
@@ -209,14 +197,15 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         // model blocks go back to the finder now rather than with the graph: a graph of every
         // kind would otherwise hold some 180 MB of file copies it never reads again.
         releaseModels(n);
-        if (timing) std::fprintf(stderr, "korvid load %s (%s): %.2f ms processor\n", n.name.c_str(), n.type->name, threadCpuMs() - start);
+        if (timing) reportTime("load", n.name, n.type->name, Clock::ThreadCpu, start);
     }
-    if (timing) std::fprintf(stderr, "korvid load graph: %.2f ms processor\n", threadCpuMs() - graphStart);
+    if (timing) {
+        std::fprintf(stderr, "korvid load graph: %.2f %s\n", clockMs(Clock::ThreadCpu) - graphStart, clockUnit(Clock::ThreadCpu));
+    }
 }
 
 VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
     releaseGraph();
-    returnFreedMemory();
     VantorErrorCode code;
     if (!initialized_) {
         code = fail(NOT_INIT, "loadGraph before a successful initialise");
@@ -241,23 +230,6 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
         lastError_.clear();
     }
     return code;
-}
-
-// A released graph and the images run before leave freed pages in the heap that stay
-// resident (glibc raises its mmap threshold each time a mapped block is freed, up to 32 MB,
-// so after the first load even large blocks are heap blocks), and the next load reads its
-// model files on top of them: the second graph of every kind in one process peaked at
-// 425 MB against 360 MB for the first. Handing those pages back before a load keeps it
-// near the first one's peak. (A fixed low mmap threshold does too, but then every large
-// temporary of a run is a fresh mapping, and trimming before every image as well costs
-// 30 to 40 ms an image in page faults.) Only a heap with much lying free is trimmed: an app
-// that loads a small graph per request would otherwise hand back and fault in the same pages
-// on every call (a JNI soak of small requests ran 9 times slower).
-void OpenAlgorithmSystem::returnFreedMemory() {
-#if defined(__GLIBC__)
-    constexpr size_t kWorthTrimming = 64u << 20;
-    if (mallinfo2().fordblks >= kWorthTrimming) malloc_trim(0);
-#endif
 }
 
 void OpenAlgorithmSystem::releaseModel(VantorAlgorithmModel& model) {
@@ -371,9 +343,9 @@ VantorErrorCode OpenAlgorithmSystem::execute(const VantorAlgorithmInput& input, 
             std::vector<NodeOutput*> inputs;
             for (int src : n.slotSources) inputs.push_back(src == -1 ? nullptr : nodes_[static_cast<size_t>(src)].output.get());
             try {
-                const auto start = std::chrono::steady_clock::now();
+                const double start = timing ? clockMs(Clock::Wall) : 0;
                 n.output = n.node->run(n.params, inputs);
-                if (timing) reportNodeTime(n.name, n.type->name, start);
+                if (timing) reportTime("node", n.name, n.type->name, Clock::Wall, start);
             } catch (const Error& e) {
                 code = fail(e.code, "node \"" + n.name + "\": " + e.what());
             } catch (const cv::Exception& e) {

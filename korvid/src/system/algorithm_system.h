@@ -77,7 +77,6 @@ private:
     // once no later node of the load names it.
     void releaseModels(LoadedNode& node);
     void releaseModel(Vantor::VantorAlgorithmModel& model);
-    static void returnFreedMemory();  // freed heap pages back to the system (glibc only)
     bool nodeProduces(const LoadedNode& node, int32_t type) const;
     // Indices of the nodes an execute of type must run (every node for -1).
     std::vector<bool> nodesToRun(int32_t type) const;
