@@ -1,8 +1,9 @@
 #include "system/finder_model_source.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+
+#include "model/clocks.h"
 
 namespace kv {
 
@@ -23,14 +24,14 @@ void report(VantorResourceFinder& finder, const std::string& name, VantorModelEv
 bool FinderModelSource::withModel(const std::string& name, const std::function<void(const ModelBlob&)>& use) {
     VantorResourceFinder* finder = finder_;
     if (finder == nullptr) return false;
-    // With KORVID_NODE_TIMES set, each fetch goes to stderr with its time, as node loads do.
+    // With KORVID_NODE_TIMES set, each fetch goes to stderr with its processor time, as node
+    // loads do.
     struct Timing {
         const std::string& name;
         const bool on = std::getenv("KORVID_NODE_TIMES") != nullptr;
-        const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+        const double start = on ? clockMs(Clock::ThreadCpu) : 0;
         ~Timing() {
-            const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - start;
-            if (on) std::fprintf(stderr, "korvid fetch %s: %.2f ms\n", name.c_str(), spent.count());
+            if (on) std::fprintf(stderr, "korvid fetch %s: %.2f %s\n", name.c_str(), clockMs(Clock::ThreadCpu) - start, clockUnit(Clock::ThreadCpu));
         }
     } timing{name};
     VantorAlgorithmModel model;
