@@ -4,23 +4,17 @@
 // a person is strong enough to be checked, and normal photos never fetch it.
 #pragma once
 
-#include <memory>
-
 #include "dnn/pose_estimator.h"
-#include "model/network_part.h"
+#include "nodes/part_network.h"
 
 namespace kv {
 
-class BodyCheck {
+class BodyCheck : public PartNetwork<PoseEstimator> {
 public:
     BodyCheck() = default;  // no body network: no person is ever confirmed
-    explicit BodyCheck(const ModelBlob& part) : network_(part, PoseEstimator::singleShape()) {}
+    explicit BodyCheck(const ModelBlob& part) : PartNetwork(part, PoseEstimator::singleShape()) {}
     // The bodies; null without the part, or when its reference cannot be resolved.
-    const PoseEstimator* bodies();
-
-private:
-    NetworkPart network_;
-    std::unique_ptr<PoseEstimator> bodies_;
+    const PoseEstimator* bodies() { return get(); }
 };
 
 }  // namespace kv

@@ -13,8 +13,8 @@
 #include "dnn/pose_estimator.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
-#include "model/network_part.h"
 #include "nodes/body_check.h"
+#include "nodes/part_network.h"
 #include "nodes/content_cues.h"
 #include "nodes/cue_math.h"
 #include "nodes/face_output.h"
@@ -216,7 +216,7 @@ public:
         // The object detector and MoveNet's single-person network, when the bundle has them
         // (carried or named), tell whether a person is there.
         const auto parts = bundleParts(blob);
-        if (parts.count("objects")) objects_ = NetworkPart(parts.at("objects"), ObjectDetector::shape());
+        if (parts.count("objects")) objects_ = PartNetwork<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
         if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         cv::FileStorage fs = openParams(bundle->params, "porn_cls");
         sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
@@ -237,7 +237,7 @@ public:
         // stand; a named detector that cannot be fetched confirms no person.
         bool personSeen = withPerson < kWorthChecking || alone >= withPerson - kNegligible || !objects_.present();
         if (!personSeen) {
-            const ObjectDetector* detector = this->detector();
+            const ObjectDetector* detector = objects_.get();
             personSeen = detector != nullptr && sharedPeopleCue(*detector, &bodies_, bgr, memo) >= kConfirmedPeople;
         }
         out->buffer->confidence = personSeen ? withPerson : alone;
@@ -250,17 +250,8 @@ public:
     }
 
 private:
-    // The detector, made from objects_ on first need (null when it cannot be fetched).
-    const ObjectDetector* detector() {
-        if (!detector_) {
-            if (std::shared_ptr<Network> network = objects_.get()) detector_ = std::make_unique<ObjectDetector>(std::move(network));
-        }
-        return detector_.get();
-    }
-
     std::unique_ptr<ContentClassifier> classifier_;
-    NetworkPart objects_;
-    std::unique_ptr<ObjectDetector> detector_;
+    PartNetwork<ObjectDetector> objects_;  // made on first need (null when it cannot be fetched)
     BodyCheck bodies_;
     static constexpr float kNegligible = 0.01f;
     static constexpr float kWorthChecking = 0.2f;  // the lowest confidence the quality figures count
