@@ -4,7 +4,9 @@
 // from the built model directory (its networks stay in the system's cache, so a load costs
 // little besides the fuzzed model). Checked for each load: it gives NO_ERROR or
 // INVALID_MODEL, nothing else; a failure says why; every model block comes back after
-// releaseGraph.
+// releaseGraph. A slot whose model a bundle names (a reference) runs the loaded graph on a
+// photo with a person, which fetches the model: the run must give NO_ERROR whatever the
+// bytes (a damaged named model only leaves the person unconfirmed).
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +14,10 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "Vantor/Vantor.h"
 #include "network_slots.h"
@@ -50,10 +56,30 @@ private:
     std::map<std::string, std::string> real_;
 };
 
+// The astronaut's portrait at 160 pixels wide, RGBA: a person the detector finds.
+std::vector<uint8_t> personPhoto(VantorImageBuffer& buffer) {
+    cv::Mat bgr = cv::imread(VQFE_FUZZ_PERSON_PHOTO);
+    if (bgr.empty()) {
+        std::fprintf(stderr, "cannot read %s\n", VQFE_FUZZ_PERSON_PHOTO);
+        std::abort();
+    }
+    cv::resize(bgr, bgr, cv::Size(160, bgr.rows * 160 / bgr.cols), 0, 0, cv::INTER_AREA);
+    cv::Mat rgba;
+    cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
+    std::vector<uint8_t> pixels(rgba.datastart, rgba.dataend);
+    buffer.width = rgba.cols;
+    buffer.height = rgba.rows;
+    buffer.format = PIXEL_FORMAT_RGBA8888;
+    buffer.dataLength = pixels.size();
+    return pixels;
+}
+
 struct Framework {
-    Framework() : system(openFramework(finder)) {}
+    Framework() : system(openFramework(finder)), pixels(personPhoto(photo)) { photo.data = pixels.data(); }
     SlotFinder finder;
     VantorAlgorithmSystem* system;
+    VantorImageBuffer photo;
+    std::vector<uint8_t> pixels;
 };
 
 }  // namespace
@@ -73,6 +99,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (code != NO_ERROR && system->getLastErrorMessage().empty()) {
         std::fprintf(stderr, "%s: a refused model without a message\n", slot.model);
         std::abort();
+    }
+    if (code == NO_ERROR && slot.runs) {
+        const VantorErrorCode run = system->execute(framework->photo, AlgorithmType::AllNodes);
+        if (run != NO_ERROR) {
+            std::fprintf(stderr, "%s: a run gave %d: %s\n", slot.model, static_cast<int>(run), system->getLastErrorMessage().c_str());
+            std::abort();
+        }
     }
     system->releaseGraph();
     if (framework->finder.outstanding != 0) {

@@ -9,6 +9,9 @@ namespace vqfe_fuzz {
 struct NetworkSlot {
     const char* model;  // the name the fuzzed bytes are served under
     const char* graph;
+    // The model is one a bundle of the graph names (a reference): the graph runs once on a
+    // photo with a person after loading, and the run fetches it.
+    bool runs = false;
 };
 
 #define VQFE_FUZZ_FACE_NODE(extra)                                                                         \
@@ -43,6 +46,12 @@ inline constexpr NetworkSlot kSlots[] = {
     {"qm_porn_classifier",
      VQFE_FUZZ_GRAPH(R"({"name":"porn_cls_0","type":"porn_cls","config":{"keymaps":{"stringParam":{"model_name":"qm_porn_classifier"}}}})",
                      VQFE_FUZZ_LINK("porn_cls_0", 0))},
+    // The scene's bundle (qm_c1_small, built) names qm_skeleton's body network, fetched to
+    // check the photo's person.
+    {"qm_skeleton",
+     VQFE_FUZZ_GRAPH(R"({"name":"scene_0","type":"scene_recognition","config":{"keymaps":{"intParam":{"scene_recog_use_old":1}}}})",
+                     VQFE_FUZZ_LINK("scene_0", 0)),
+     true},
 };
 inline constexpr size_t kSlotCount = sizeof kSlots / sizeof kSlots[0];
 
@@ -52,6 +61,6 @@ inline constexpr size_t kSlotCount = sizeof kSlots / sizeof kSlots[0];
 #undef VQFE_FUZZ_FACE_LINKS
 
 // The real models the graphs name besides the fuzzed one.
-inline constexpr const char* kRealModels[] = {"qm_face", "qm_face_attribute_exp", "qm_face_attribute_extra"};
+inline constexpr const char* kRealModels[] = {"qm_face", "qm_face_attribute_exp", "qm_face_attribute_extra", "qm_c1_small"};
 
 }  // namespace vqfe_fuzz

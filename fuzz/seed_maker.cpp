@@ -150,6 +150,8 @@ void writeNetworkSeeds(const fs::path& dir) {
     for (size_t slot = 0; slot < vqfe_fuzz::kSlotCount; ++slot) {
         const std::string name = vqfe_fuzz::kSlots[slot].model;
         const std::string model = readFile(fs::path(VQFE_FUZZ_NETWORKS) / (name + ".model"));
+        // A slot of a named model has its own seeds beside the slot that loads it.
+        const std::string stem = vqfe_fuzz::kSlots[slot].runs ? name + "-named" : name;
         const std::string prefix(1, static_cast<char>(slot));
         const auto parts = bundleParts(model);
         // A network of the model (or the model itself) in one of its replacements.
@@ -164,7 +166,7 @@ void writeNetworkSeeds(const fs::path& dir) {
             }
             return bundle;
         };
-        for (const auto& [tiny, network] : tinyNetworks) writeFile(dir / (name + "-" + tiny + ".bin"), variant(network));
+        for (const auto& [tiny, network] : tinyNetworks) writeFile(dir / (stem + "-" + tiny + ".bin"), variant(network));
         std::string first = model;
         for (const auto& part : parts) {
             if (!part.second.empty() && part.second[0] == '\x08') {
@@ -172,7 +174,7 @@ void writeNetworkSeeds(const fs::path& dir) {
                 break;
             }
         }
-        writeFile(dir / (name + "-head.bin"), variant(first.substr(0, 4096)));
+        writeFile(dir / (stem + "-head.bin"), variant(first.substr(0, 4096)));
     }
     writeFile(dir / "qm_petface-tiny_cascade.bin", std::string(1, '\x01') + tinyCascade);
 }

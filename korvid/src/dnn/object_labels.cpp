@@ -59,6 +59,11 @@ ObjectLabels ObjectLabels::parse(const ModelBlob& blob) {
     return labels;
 }
 
+bool ObjectLabels::countsPersons(size_t classIndex) const {
+    const auto it = rows_.find(classIndex);
+    return it != rows_.end() && std::find(it->second.classes.begin(), it->second.classes.end(), kCocoPerson) != it->second.classes.end();
+}
+
 double ObjectLabels::probability(size_t classIndex, const std::vector<ObjectDetection>& objects) const {
     auto it = rows_.find(classIndex);
     if (it == rows_.end()) return 0;

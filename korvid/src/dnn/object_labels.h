@@ -20,6 +20,8 @@ public:
     static ObjectLabels parse(const ModelBlob& blob);
 
     bool covers(size_t classIndex) const { return rows_.count(classIndex) != 0; }
+    // Whether the label counts the detector's persons (a number of people).
+    bool countsPersons(size_t classIndex) const;
     // The label's probability from the detections (0 without evidence).
     double probability(size_t classIndex, const std::vector<ObjectDetection>& objects) const;
 

@@ -27,7 +27,9 @@ constexpr float kMinMultiScore = 0.18f;
 constexpr float kMinSingleScore = 0.27f;
 constexpr float kMinBoxPointScore = 0.3f;  // key points that span the single person's box
 
-const NetworkShape& singleShape() {
+}  // namespace
+
+const NetworkShape& PoseEstimator::singleShape() {
     using namespace declared::qm_skeleton_single_out;
     static const NetworkShape s{inputShape(declared::qm_skeleton_single),
                                {{heatmap, kGrid * kGrid * kPoseKeyPoints},
@@ -37,6 +39,8 @@ const NetworkShape& singleShape() {
                                 {centres, kGrid * kGrid}}};
     return s;
 }
+
+namespace {
 
 // The second-highest local maximum of the (unweighted) person-centre heatmap.
 float secondCentre(const float* centres) {
@@ -133,6 +137,22 @@ std::vector<Pose> PoseEstimator::estimate(const cv::Mat& bgr) const {
     Pose pose = singlePose(outs, box);
     if (pose.score < kMinSingleScore) return {};
     return {pose};
+}
+
+std::optional<Pose> PoseEstimator::personIn(const cv::Mat& bgr, const cv::Rect2f& box) const {
+    if (!single_) return std::nullopt;
+    const cv::Rect2f grown(box.x - kCropMargin * box.width, box.y - kCropMargin * box.height, box.width * (1 + 2 * kCropMargin),
+                           box.height * (1 + 2 * kCropMargin));
+    const cv::Rect crop = cv::Rect(cv::Point(int(std::floor(grown.x)), int(std::floor(grown.y))),
+                                   cv::Point(int(std::ceil(grown.br().x)), int(std::ceil(grown.br().y)))) &
+                          cv::Rect(0, 0, bgr.cols, bgr.rows);
+    if (crop.width < 2 || crop.height < 2) return std::nullopt;
+    const Letterbox fitted = letterbox(bgr(crop), declared::qm_skeleton_single);
+    Pose pose = singlePose(single_->forward(fitted.blob), fitted);
+    const cv::Point2f shift(float(crop.x), float(crop.y));
+    for (cv::Point2f& p : pose.points) p += shift;
+    if (!pose.box.empty()) pose.box += shift;
+    return pose;
 }
 
 }  // namespace kv

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "dnn/movenet_multipose.h"
@@ -21,8 +22,20 @@ class PoseEstimator {
 public:
     // Throws Error(INVALID_MODEL) on a malformed bundle or unusable networks.
     explicit PoseEstimator(const ModelBlob& blob);
+    // The single-person network alone (checked for singleShape()): personIn only.
+    explicit PoseEstimator(std::shared_ptr<Network> single) : single_(std::move(single)) {}
+    static const NetworkShape& singleShape();
     // The people found, strongest first.
     std::vector<Pose> estimate(const cv::Mat& bgr) const;
+    // The single network's one person inside box (pixels of bgr), as it sees a crop of it
+    // grown by kCropMargin of its size on every side and cut at the image's edges: whether a
+    // body with key points stands where another network saw a person. Points and box in
+    // pixels of bgr, score the mean key point score, whatever it is. Nothing without the
+    // single network or when the box misses the image.
+    static constexpr float kCropMargin = 0.2f;
+    std::optional<Pose> personIn(const cv::Mat& bgr, const cv::Rect2f& box) const;
+    bool hasSingle() const { return single_ != nullptr; }
+    const Network* singleNetwork() const { return single_.get(); }
 
 private:
     std::shared_ptr<Network> single_;

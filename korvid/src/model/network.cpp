@@ -10,6 +10,7 @@
 #endif
 #include <set>
 
+#include "model/model_bundle.h"
 #include "model/network_reads.h"
 #include "model/onnx_check.h"
 #include "model/onnx_clip_form.h"
@@ -240,7 +241,31 @@ std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkS
         cost_ += it->second.cost;
     }
     it->second.generation = generation_;
+    named_[{blob.name, it->first.second}] = it->first;
     return it->second.network;
+}
+
+std::shared_ptr<Network> NetworkCache::resolve(const ModelReference& reference, const NetworkShape& shape) {
+    const std::string name = reference.text();
+    if (auto named = named_.find({name, shapeKey(shape)}); named != named_.end()) {
+        if (auto it = entries_.find(named->second); it != entries_.end()) {
+            it->second.generation = generation_;
+            return it->second.network;
+        }
+    }
+    if (source_ == nullptr) throw Error(Vantor::INVALID_MODEL, "no model source to fetch \"" + reference.model + "\" from");
+    std::shared_ptr<Network> network;
+    const bool delivered = source_->withModel(reference.model, [&](const ModelBlob& model) {
+        ModelBlob whole = model;
+        whole.networks = this;
+        const auto parts = bundleParts(whole);
+        const auto part = parts.find(reference.part);
+        if (part == parts.end()) throw Error(Vantor::INVALID_MODEL, "model \"" + reference.model + "\" has no part \"" + reference.part + "\"");
+        if (modelReference(part->second)) throw Error(Vantor::INVALID_MODEL, "model \"" + name + "\" is a reference itself");
+        network = get(part->second, shape);
+    });
+    if (!delivered) throw Error(Vantor::INVALID_MODEL, "model \"" + reference.model + "\" is not delivered");
+    return network;
 }
 
 void NetworkCache::trim() {

@@ -18,6 +18,8 @@
 #include "model/content_digest.h"
 #include "model/error.h"
 #include "model/model_blob.h"
+#include "model/model_reference.h"
+#include "model/model_source.h"
 #include "model/xnn_executor.h"
 
 namespace kv {
@@ -87,9 +89,19 @@ public:
     // Holds every default network at once with room to spare.
     static constexpr size_t kDefaultBudget = size_t{256} << 20;
 
-    explicit NetworkCache(size_t budget = kDefaultBudget) : budget_(budget) {}
+    // source: where references (model_reference.h) are fetched from; none resolves without it.
+    explicit NetworkCache(size_t budget = kDefaultBudget, ModelSource* source = nullptr) : budget_(budget), source_(source) {}
     std::shared_ptr<Network> get(const ModelBlob& blob, const NetworkShape& shape);
-    void startLoad() { ++generation_; }
+    // The network of the part another model carries: the one the current graph already
+    // read from that model's part (at its load or a former resolve), else the model fetched
+    // from the source, its part read (or found by digest) and the model handed back. Throws
+    // Error(INVALID_MODEL) when there is no source, the model is not delivered, is no
+    // bundle, lacks the part or holds a reference there, or the part is no network of shape.
+    std::shared_ptr<Network> resolve(const ModelReference& reference, const NetworkShape& shape);
+    void startLoad() {
+        ++generation_;
+        named_.clear();
+    }
     // Drops networks the latest load did not use, least recently used first, while the
     // kept ones exceed the budget.
     void trim();
@@ -101,11 +113,15 @@ private:
         size_t cost = 0;
         uint64_t generation = 0;
     };
-    // (digest, shape) -> the network
-    std::map<std::pair<ContentDigest, std::string>, Entry> entries_;
+    using Key = std::pair<ContentDigest, std::string>;  // (digest, shape)
+    std::map<Key, Entry> entries_;
+    // (model or part name, shape) -> what get() read under that name since the latest load
+    // began: the bytes the current graph's finder delivered under it.
+    std::map<std::pair<std::string, std::string>, Key> named_;
     uint64_t generation_ = 0;
     size_t budget_;
     size_t cost_ = 0;
+    ModelSource* source_ = nullptr;
 };
 
 // The network of blob's bytes for shape that a system of this process already holds, or

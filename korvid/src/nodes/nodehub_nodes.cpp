@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <optional>
 
 #include <opencv2/imgproc.hpp>
 
@@ -182,6 +183,8 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
 // With a bundle of "params", "network" (the object detector) and "labels" (object_labels.tsv)
 // the classes that name objects, animals, vehicles, food and numbers of people come from the
 // detector; the rest from statistics, which alone never make a class more likely than not.
+// Numbers of people count only when a body confirms a person (the bundle's "single", MoveNet's
+// single-person network; person_evidence.h), as for the scene labels.
 class InferenceNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
@@ -194,6 +197,7 @@ public:
             objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
             labels_ = ObjectLabels::parse(parts.at("labels"));
             drawing_ = drawingClassifier(blob);
+            if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         }
         cv::FileStorage fs = openParams(parts.empty() ? blob : parts.at("params"), "nodehub_inference");
         fs["feature_layout"] >> layout_;
@@ -231,11 +235,16 @@ public:
                                          }),
                           objects.end());
         }
+        std::optional<double> people;  // the people cue, found once some count of people needs it
         for (size_t i = 0; i < cueOf_.size(); ++i) {
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
                 v = labels_.probability(i, objects);
+                if (v > 0 && labels_.countsPersons(i)) {
+                    if (!people) people = sharedPeopleCue(*objects_, &bodies_, image, memo);
+                    v = confirmedCount(v, *people);
+                }
                 // A screen is a screen photographed (the detector) or captured (a screenshot).
                 if (cue == kScreenshot) v = std::max(v, screenshotCue(sharedText(image, memo)));
             } else if (cue == kText || cue == kScreenshot) {
@@ -287,6 +296,7 @@ private:
     std::vector<std::string> cueOf_;  // statistic per class, "none" when none applies
     std::unique_ptr<ObjectDetector> objects_;
     std::unique_ptr<ContentClassifier> drawing_;
+    BodyCheck bodies_;  // MoveNet's single-person network: bodies confirm persons
     ObjectLabels labels_;
 };
 

@@ -23,6 +23,7 @@
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
+#include "nodes/part_network.h"
 #include "nodes/pet_detector.h"
 #include "nodes/pet_selection.h"
 #include "nodes/shared_objects.h"
@@ -335,11 +336,11 @@ public:
     void load(const NodeParams&, const ModelSet& models) override {
         const ModelBlob& blob = requireModel(models, "skeleton_model_key");
         estimator_ = std::make_unique<PoseEstimator>(blob);
-        drawing_ = drawingClassifier(blob);
+        // The content classifier and the detector, carried or named (qm_skeleton names them:
+        // fetched on the first image that needs them).
         const auto parts = bundleParts(blob);
-        if (parts.count("objects")) {
-            objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("objects")}}, "network", ObjectDetector::shape()));
-        }
+        if (parts.count("drawing")) drawing_ = PartNetwork<ContentClassifier>(parts.at("drawing"), ContentClassifier::shape());
+        if (parts.count("objects")) objects_ = PartNetwork<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -351,11 +352,21 @@ public:
         out->buffer->sourceWidth = bgr.cols;
         out->buffer->sourceHeight = bgr.rows;
         const float w = float(bgr.cols), h = float(bgr.rows);
-        const bool people = !objects_ || personSeen(sharedObjects(*objects_, bgr, kMinPersonScore, memo));
+        // Without a detector in the bundle skeletons stand anywhere; a named one that cannot be
+        // fetched sees nobody, as a named classifier that cannot be fetched sees a drawing:
+        // without the evidence, no body is claimed.
+        bool people = true;
+        if (objects_.present()) {
+            const ObjectDetector* detector = objects_.get();
+            people = detector != nullptr && personSeen(sharedObjects(*detector, bgr, kMinPersonScore, memo));
+        }
         // Without a person, MoveNet does not run.
         for (const Pose& pose : people ? estimator_->estimate(bgr) : std::vector<Pose>{}) {
             if (long(out->buffer->infos.size()) >= maxCount) break;
-            if (!standsOnPicture(drawing_.get(), bgr, memo, pose.score, kStrongPose)) continue;
+            if (pose.score < kStrongPose && drawing_.present()) {
+                const ContentClassifier* drawing = drawing_.get();
+                if (drawing == nullptr || !standsOnPicture(drawing, bgr, memo, pose.score, kStrongPose)) continue;
+            }
             auto person = Glintcore::makeShared<Vantor::SkeletonInfo>();
             for (size_t k = 0; k < kPoseKeyPoints; ++k) {
                 person->keyPoints.push_back(Glintcore::Vector2f{pose.points[k].x / w, pose.points[k].y / h});
@@ -389,8 +400,8 @@ private:
     // and up, the crowd's small figures from 0.3; the mouse wallpaper has none from 0.2).
     static constexpr float kMinPersonScore = 0.3f;
     std::unique_ptr<PoseEstimator> estimator_;
-    std::unique_ptr<ObjectDetector> objects_;
-    std::unique_ptr<ContentClassifier> drawing_;
+    PartNetwork<ObjectDetector> objects_;
+    PartNetwork<ContentClassifier> drawing_;
 };
 
 }  // namespace

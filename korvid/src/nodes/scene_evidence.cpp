@@ -282,34 +282,4 @@ double flowerClassCue(double flowers, double drawnShare, const std::vector<Objec
     return tableware ? 0.0 : flowers * (1 - clamp01(drawnShare));
 }
 
-double peopleCue(const std::vector<ObjectDetection>& objects, const cv::Mat& bgr) {
-    // NanoDet's persons: portraits 0.6, small figures 0.41 to 0.43, a grey photo of climbers
-    // 0.41; false ones a space shuttle 0.51, a parrot 0.46, art 0.40 to 0.44, an owl 0.37.
-    constexpr float kStrongPerson = 0.55f, kConfirmablePerson = 0.38f;
-    double best = 0, imageSkin = -1;
-    const cv::Rect image(0, 0, bgr.cols, bgr.rows);
-    for (const ObjectDetection& o : objects) {
-        if (o.cocoClass != kCocoPerson || o.score < 0.2f) continue;
-        if (imageSkin < 0) imageSkin = share(skinMask(shrinkToFit(bgr, 128)));
-        const cv::Rect box = cv::Rect(o.box) & image;
-        if (box.area() <= 0) continue;
-        bool confirmed = o.score >= kStrongPerson;
-        if (!confirmed && o.score >= kConfirmablePerson) {
-            // The head: the top third of the box, its middle half across. Its skin must stand
-            // out from the image's (a face, not a warm photo: food, flowers, a rocket's flame).
-            const cv::Rect head(box.x + box.width / 4, box.y, std::max(1, box.width / 2), std::max(1, box.height / 3));
-            const cv::Mat crop = shrinkToFit(bgr(head & image), 64);
-            cv::Mat hsv;
-            cv::cvtColor(crop, hsv, cv::COLOR_BGR2HSV);
-            const bool grey = cv::mean(hsv)[1] < 12;
-            const double headSkin = share(skinMask(crop));
-            const double aspect = double(box.height) / box.width;
-            confirmed = aspect >= 0.5 && aspect <= 5 && (grey || (headSkin >= 0.15 && headSkin >= 2 * imageSkin));
-        }
-        const double cue = confirmed ? 0.5 + 0.45 * clamp01((o.score - kConfirmablePerson) / 0.5) : 0.35 * clamp01(o.score / kStrongPerson);
-        best = std::max(best, cue);
-    }
-    return best;
-}
-
 }  // namespace kv

@@ -1,6 +1,6 @@
 // Scene evidence with a sense of place: the regions of an upright photo that make it a sky,
 // a sunset, water, snow, greenery or a night, measured on a copy of at most 256 pixels, and
-// the persons of the object detector that something confirms.
+// the persons of the object detector that something confirms (nodes/person_evidence.h).
 // Every cue lies in 0..kMaxCue: a statistic never claims certainty, and a label without its
 // evidence stays near 0. korvid/README.md gives each measure and its calibration.
 // Pure functions, thread-safe.
@@ -53,7 +53,7 @@ SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo);
 // "sunset", "document", "people", "solid_colour", "colourful".
 const std::vector<std::string>& sceneLabelNames();
 
-// The cue of a label from the evidence (people: from the persons, see peopleCue); false when
+// The cue of a label from the evidence (people: nodes/person_evidence.h); false when
 // the name is no scene label. "flowers" is no scene label but a cue of the classification:
 // blooms filling much of a photo without a sky, at most kFlowerCue (colour alone tells a
 // flower from fruit or fur only so far). "galaxy", also a classification cue: a frame dark
@@ -66,10 +66,5 @@ bool sceneCue(const std::string& label, const SceneEvidence& evidence, double& v
 // (a bottle, glass, cup, cutlery or bowl, or a dining table, of 0.3 or more) they are a red
 // cup or a dish, and the class is 0. objects: the detector's, as the classification keeps them.
 double flowerClassCue(double flowers, double drawnShare, const std::vector<ObjectDetection>& objects);
-
-// The people cue: the best person of the detector that is confirmed (a strong detection, a
-// face-coloured head, or a grey photo where colour cannot tell) scores 0.5 and up; an
-// unconfirmed one stays below 0.35. objects best first; bgr is the image they were found on.
-double peopleCue(const std::vector<ObjectDetection>& objects, const cv::Mat& bgr);
 
 }  // namespace kv

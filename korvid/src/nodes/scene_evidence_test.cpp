@@ -205,22 +205,6 @@ TEST(SceneEvidence, FlowersGiveWayToFoundTablewareAndDrawings) {
     EXPECT_EQ(flowerClassCue(0.5, 1.5, {}), 0.0);
 }
 
-TEST(SceneEvidence, PeopleNeedAConfirmedPerson) {
-    cv::Mat photo(400, 600, CV_8UC3, cv::Scalar(90, 140, 60));
-    // A face-coloured head in the top of the box confirms a middling detection.
-    cv::Mat withHead = photo.clone();
-    cv::ellipse(withHead, {300, 130}, {35, 45}, 0, 0, 360, cv::Scalar(130, 160, 210), cv::FILLED);
-    const ObjectDetection middling{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 0.45f};
-    EXPECT_GE(peopleCue({middling}, withHead), 0.5);
-    EXPECT_LT(peopleCue({middling}, photo), 0.35);  // a texture scored as a person
-    EXPECT_GE(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 0.8f}}, photo), 0.5);
-    EXPECT_EQ(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoCat, 0.9f}}, withHead), 0.0);
-    EXPECT_EQ(peopleCue({}, withHead), 0.0);
-    EXPECT_LT(peopleCue({{cv::Rect2f(240, 80, 120, 300), kCocoPerson, 1.0f}}, photo), 1.0);
-    // Boxes partly or wholly outside the image are cut, never read outside it.
-    EXPECT_LT(peopleCue({{cv::Rect2f(-50, -50, 60, 70), kCocoPerson, 0.45f}, {cv::Rect2f(900, 900, 10, 10), kCocoPerson, 0.45f}}, photo), 0.35);
-}
-
 TEST(SceneEvidence, ExtremeShapesAndTinyImagesAreSafe) {
     for (const cv::Size size : {cv::Size(1, 1), cv::Size(16384, 1), cv::Size(1, 16384), cv::Size(3, 2)}) {
         const auto c = cues(cv::Mat(size, CV_8UC3, cv::Scalar(200, 150, 90)));

@@ -10,15 +10,20 @@
 
 #include "Vantor/SceneBuffers.h"
 #include "dnn/object_detector.h"
+#include "dnn/pose_estimator.h"
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
+#include "nodes/body_check.h"
+#include "nodes/part_network.h"
 #include "nodes/content_cues.h"
 #include "nodes/cue_math.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
+#include "nodes/person_evidence.h"
 #include "nodes/scene_evidence.h"
+#include "nodes/sensitive_content.h"
 #include "nodes/shared_objects.h"
 #include "nodes/text_cues.h"
 
@@ -98,9 +103,6 @@ LabelSet sceneLabels(const NodeParams& params) {
     return set;
 }
 
-// Persons below this score are no evidence of people.
-constexpr float kMinPersonScore = 0.2f;
-
 class SceneNode : public Node {
 public:
     std::map<std::string, std::string> defaultModels() const override { return {{"scene_model_key", "qm_c1_small"}}; }
@@ -118,6 +120,7 @@ public:
         }
         openParams(parts.at("params"), "scene");
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
+        if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -147,13 +150,13 @@ public:
 
 protected:
     // The value of each label from the scene's evidence; "people" from the detector's
-    // persons (0 without a detector: nothing else is evidence of people).
-    std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) const {
+    // persons that a body confirms (0 without a detector: nothing else is evidence of people).
+    std::vector<double> labelValues(const LabelSet& set, const cv::Mat& bgr) {
         const SceneEvidence evidence = sceneEvidence(bgr, memo);
         std::vector<double> values;
         for (const std::string& label : set.labels) {
             double v = 0;
-            if (label == "people") v = objects_ ? peopleCue(sharedObjects(*objects_, bgr, kMinPersonScore, memo), bgr) : 0.0;
+            if (label == "people") v = objects_ ? sharedPeopleCue(*objects_, &bodies_, bgr, memo) : 0.0;
             else if (label == "document") v = documentCue(sharedText(bgr, memo));  // the words Tesseract reads
             else sceneCue(label, evidence, v);
             values.push_back(v);
@@ -163,6 +166,7 @@ protected:
 
 private:
     std::unique_ptr<ObjectDetector> objects_;
+    BodyCheck bodies_;  // MoveNet's single-person network: bodies confirm persons
 };
 
 class SceneV3Node : public SceneNode {
@@ -200,13 +204,20 @@ public:
 };
 
 // The content classifier's probabilities (nodes/content_cues.h): porn and hentai count whole,
-// sexy by the model's sexy_weight.
+// sexy by the model's sexy_weight; porn and sexy on an image without a confirmed person only
+// as far as the network is sure (nodes/sensitive_content.h).
 class PornClsNode : public Node {
 public:
     void load(const NodeParams&, const ModelSet& models) override {
-        const auto bundle = paramsAndNetwork(requireModel(models, "model_name"));
+        const ModelBlob& blob = requireModel(models, "model_name");
+        const auto bundle = paramsAndNetwork(blob);
         if (!bundle) throw Error(Vantor::INVALID_MODEL, "the sensitive-content model lacks its network");
         classifier_ = std::make_unique<ContentClassifier>(loadNetwork({{"network", bundle->network}}, "network", ContentClassifier::shape()));
+        // The object detector and MoveNet's single-person network, when the bundle has them
+        // (carried or named), tell whether a person is there.
+        const auto parts = bundleParts(blob);
+        if (parts.count("objects")) objects_ = PartNetwork<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
+        if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         cv::FileStorage fs = openParams(bundle->params, "porn_cls");
         sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
         threshold_ = static_cast<float>(paramOr(fs, "threshold", 0.5));
@@ -215,7 +226,21 @@ public:
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
         auto out = std::make_unique<BufferOutput<Vantor::PornClsBuffer>>(typeList(AlgorithmType::PornCls));
-        out->buffer->confidence = sensitiveConfidence(sharedContent(*classifier_, bgr, memo), sexyWeight_);
+        const ContentScores scores = sharedContent(*classifier_, bgr, memo);
+        const float withPerson = sensitiveConfidence(scores, sexyWeight_, true);
+        const float alone = sensitiveConfidence(scores, sexyWeight_, false);
+        // The detector (and MoveNet) are fetched and run only when a person would change an
+        // answer that reads as sensitive: a person can only lower the confidence, and under
+        // kWorthChecking it reads as not sensitive either way, so the network's values stand
+        // there (a skin-toned drawing of a face gave 0.17 against 0.04 without a person).
+        // Without a detector in the bundle nothing contradicts the network and its values
+        // stand; a named detector that cannot be fetched confirms no person.
+        bool personSeen = withPerson < kWorthChecking || alone >= withPerson - kNegligible || !objects_.present();
+        if (!personSeen) {
+            const ObjectDetector* detector = objects_.get();
+            personSeen = detector != nullptr && sharedPeopleCue(*detector, &bodies_, bgr, memo) >= kConfirmedPeople;
+        }
+        out->buffer->confidence = personSeen ? withPerson : alone;
         out->buffer->isPorn = out->buffer->confidence >= params.floatOr("porn_cls_thres", threshold_) ? 1 : 0;
         return out;
     }
@@ -226,6 +251,10 @@ public:
 
 private:
     std::unique_ptr<ContentClassifier> classifier_;
+    PartNetwork<ObjectDetector> objects_;  // made on first need (null when it cannot be fetched)
+    BodyCheck bodies_;
+    static constexpr float kNegligible = 0.01f;
+    static constexpr float kWorthChecking = 0.2f;  // the lowest confidence the quality figures count
     double sexyWeight_ = 0.3;
     float threshold_ = 0.5f;
 };

@@ -18,6 +18,7 @@
 #include "graph/execute_memo.h"
 #include "graph/node.h"
 #include "model/network.h"
+#include "system/finder_model_source.h"
 #include "system/framework_config.h"
 
 namespace kv {
@@ -90,9 +91,11 @@ private:
     Vantor::VantorErrorCode loadError_ = Vantor::NO_ERROR;
     std::string lastError_;
     uint64_t executeCount_ = 0;
+    // Models the nodes fetch while the graph runs, through finder_.
+    FinderModelSource source_{finder_};
     // Networks by content, kept across graph loads within a memory budget, so that loading a
     // graph again (or another graph of the same networks) reads none again.
-    NetworkCache networks_;
+    NetworkCache networks_{NetworkCache::kDefaultBudget, &source_};
     // What nodes of the current execute share (emptied with the results).
     ExecuteMemo memo_;
 };
