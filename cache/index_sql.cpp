@@ -329,6 +329,11 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
         for (const auto& name : names) list += (list.empty() ? "" : ", ") + param(SqlValue::text(name));
         return list.empty() ? std::string("NULL") : list;
     };
+    // The label's names and score floor, for a WHERE clause over vqfe_labels (alias prefix).
+    auto labelMatch = [&](const std::vector<std::string>& names, const std::string& prefix) {
+        return prefix + "name IN (" + nameList(names) + ") AND " + prefix +
+               "score >= " + param(SqlValue::of(double(query.minScore)));
+    };
     // The rarest label drives the query through the label index (a bounded count tells
     // which); the others are looked up per image by its key.
     std::vector<std::vector<std::string>> labels = query.labels;
@@ -336,9 +341,10 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
         std::vector<std::pair<long long, size_t>> counts;
         for (size_t i = 0; i < labels.size(); ++i) {
             params.clear();
-            const std::string list = nameList(labels[i]);
-            counts.emplace_back(sql.run("SELECT count(*) FROM (SELECT 1 FROM vqfe_labels WHERE name IN (" + list +
-                                        ") LIMIT 50000) rare", params)[0][0].asInteger(), i);
+            counts.emplace_back(sql.run("SELECT count(*) FROM (SELECT 1 FROM vqfe_labels WHERE " +
+                                            labelMatch(labels[i], "") + " LIMIT 50000) rare",
+                                        params)[0][0].asInteger(),
+                                i);
         }
         std::sort(counts.begin(), counts.end());
         std::vector<std::vector<std::string>> ordered;
@@ -350,14 +356,13 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
     std::string score = "0";
     std::string where = " WHERE 1 = 1";
     for (size_t i = 0; i < labels.size(); ++i) {
-        const std::string list = nameList(labels[i]);
         if (i == 0) {
-            from = "(SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE name IN (" + list +
-                   ") GROUP BY asset_id) l0 JOIN vqfe_images i ON i.asset_id = l0.asset_id";
+            from = "(SELECT asset_id, max(score) AS s FROM vqfe_labels WHERE " + labelMatch(labels[i], "") +
+                   " GROUP BY asset_id) l0 JOIN vqfe_images i ON i.asset_id = l0.asset_id";
             score += " + l0.s";
             continue;
         }
-        const std::string lookup = "FROM vqfe_labels x WHERE x.asset_id = i.asset_id AND x.name IN (" + list + ")";
+        const std::string lookup = "FROM vqfe_labels x WHERE x.asset_id = i.asset_id AND " + labelMatch(labels[i], "x.");
         score += " + coalesce((SELECT max(x.score) " + lookup + "), 0)";
         where += " AND EXISTS (SELECT 1 " + lookup + ")";
     }

@@ -83,6 +83,7 @@ struct SearchQuery {
     std::vector<std::vector<std::string>> labels;  // all must hold; each is one of its names
     long long person = 0;             // 0: any
     int minFaces = 0;
+    float minScore = 0;  // a label scored under it does not count
 };
 
 /// An unknown person id or name.

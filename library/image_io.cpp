@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <cstdio>
+#include <cstring>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -12,6 +13,33 @@
 namespace vqfe {
 
 namespace fs = std::filesystem;
+
+bool jpegEndsEarly(const std::string& bytes) {
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(bytes[at]); };
+    if (bytes.size() < 2 || byte(0) != 0xFF || byte(1) != 0xD8) return false;
+    size_t at = 2;
+    bool inScan = false;
+    while (at + 1 < bytes.size()) {
+        if (byte(at) != 0xFF) {
+            if (!inScan) return false;  // not a marker where one belongs: not for this check to judge
+            const void* next = std::memchr(bytes.data() + at, 0xFF, bytes.size() - at);
+            if (next == nullptr) return true;
+            at = static_cast<size_t>(static_cast<const char*>(next) - bytes.data());
+            continue;
+        }
+        const unsigned char marker = byte(at + 1);
+        // In a scan, FF 00 is a data byte and FF D0..D7 a restart; FF FF is fill.
+        if (marker == 0x00 || (marker >= 0xD0 && marker <= 0xD7) || marker == 0xFF) {
+            ++at;
+            continue;
+        }
+        if (marker == 0xD9) return false;
+        if (at + 3 >= bytes.size()) return true;
+        at += 2 + ((size_t{byte(at + 2)} << 8) | byte(at + 3));
+        inScan = marker == 0xDA;
+    }
+    return true;
+}
 
 std::optional<LoadedImage> loadImage(const std::string& path, std::string* error) {
     std::string bytes;
@@ -54,6 +82,7 @@ std::optional<LoadedImage> loadImage(const std::string& path, std::string* error
     const unsigned long length = rgba.total() * rgba.elemSize();
     image.buffer->setData(reinterpret_cast<const char*>(rgba.data), length);
     image.buffer->length = length;
+    image.truncated = jpegEndsEarly(bytes);
     return image;
 }
 

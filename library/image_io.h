@@ -15,7 +15,13 @@ struct LoadedImage {
     std::string path;
     std::string assetId;                             // md5 of the file's bytes
     std::shared_ptr<VQFeature::ImageBuffer> buffer;  // RGBA8888, format 0
+    bool truncated = false;  // a JPEG that ends before its end marker: the decoder filled the rest grey
 };
+
+// Whether a JPEG file's bytes end before its end-of-image marker (a cut-off download or
+// copy). Walks the marker segments (an EXIF thumbnail's markers are inside its segment)
+// and the scans; a complete file reaches the marker, with anything appended after it.
+bool jpegEndsEarly(const std::string& bytes);
 
 // Reads and decodes a JPEG or PNG file. On failure returns nullopt and says why in
 // *error ("cannot read", "not a JPEG or PNG image").

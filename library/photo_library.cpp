@@ -116,11 +116,13 @@ std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar) {
     return findDuplicates(index_->snapshot(false).images, similar ? kSimilarPhoto : kSamePhoto);
 }
 
-std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces) {
+std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,
+                                              float minScore) {
     VQFeature::SearchQuery query;
     for (const auto& label : labels) query.labels.push_back(labelNames(label));
     query.person = person;
     query.minFaces = minFaces;
+    query.minScore = minScore;
     return index_->search(query);
 }
 

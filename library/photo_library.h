@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cache/store_index.h"
+#include "encoding/display_names.h"
 #include "extractor/cache_adapter.h"
 
 namespace vqfe {
@@ -54,8 +55,10 @@ public:
     long long person(const std::string& idOrName);
 
     std::vector<std::vector<std::string>> duplicates(bool similar);
-    // labels by their system names; person 0 for any.
-    std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces);
+    // labels by their system or display names; person 0 for any. A label counts from
+    // minScore on (by default from where the summary, the pictures and the report show it).
+    std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces,
+                                    float minScore = VQFeature::kShownConfidence);
 
     VQFeature::StoreIndex& index() { return *index_; }
     const std::string& store() const { return store_; }

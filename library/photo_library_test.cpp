@@ -202,6 +202,11 @@ TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
     EXPECT_EQ(names(library.search({}, 0, 1)),
               (std::set<std::string>{"astronaut.jpg", "grace_hopper.jpg", "grace_hopper_crop.jpg"}));
     EXPECT_TRUE(library.search({"people", "no such label"}, 0, 0).empty());
+    // A label counts from the score the summary shows it at: the cat's flower class (0.13)
+    // only with a lower floor.
+    EXPECT_TRUE(library.search({"flower"}, 0, 0).empty());
+    EXPECT_TRUE(names(library.search({"flower"}, 0, 0, 0.1f)).count("chelsea.jpg"));
+    EXPECT_TRUE(library.search({"flower"}, 0, 0, 0.2f).empty());
     library.updatePeople();
     for (const Person& person : library.people()) {
         std::vector<std::string> images;

@@ -28,6 +28,8 @@ expect 2 "vqfe graph: unknown kind 'nope'" "$vqfe" graph nope
 expect 1 "vqfe graph: no built-in graph for kind 9999" "$vqfe" graph 9999
 expect 1 "vqfe extract: no such file or directory: $work/missing.jpg" "$vqfe" extract "$work/missing.jpg"
 expect 1 "vqfe search: result store $work/none.db: no such store file" "$vqfe" search --store "$work/none.db"
+expect 1 "vqfe extract: result store $work/no/such/results.db: its directory $work/no/such does not exist" \
+  "$vqfe" extract --store "$work/no/such/results.db" "$source_dir/samples/coffee.jpg"
 echo "not a picture" >"$work/notes.jpg"
 expect 1 "vqfe score: $work/missing.jpg: no such file" "$vqfe" score "$work/missing.jpg" "$source_dir/samples/coffee.jpg"
 grep -q "coffee.jpg" "$work/out.txt" || fail "score stopped at the missing file"

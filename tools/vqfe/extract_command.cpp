@@ -95,6 +95,17 @@ std::vector<std::string> withoutRepeats(const std::vector<std::string>& files) {
     return kept;
 }
 
+// A SQLite store, created when missing. SQLite says only "unable to open database file"
+// when the directory does not exist, so that is checked first and named.
+std::shared_ptr<CacheAdapter> openSqliteStore(const std::string& path) {
+    std::error_code ec;
+    const auto folder = std::filesystem::absolute(path, ec).lexically_normal().parent_path();
+    if (!ec && !std::filesystem::is_directory(folder, ec)) {
+        throw std::runtime_error("result store " + path + ": its directory " + folder.string() + " does not exist");
+    }
+    return std::make_shared<VQFeature::SqliteCache>(path);
+}
+
 }  // namespace
 
 std::string requestGraph(const std::vector<Kind>& kinds, const std::string& graphFile) {
@@ -133,7 +144,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     std::string graph;
     try {
         if (VQFeature::PgCache::isUri(options.storePath)) store = std::make_shared<VQFeature::PgCache>(options.storePath);
-        else if (!options.storePath.empty()) store = std::make_shared<VQFeature::SqliteCache>(options.storePath);
+        else if (!options.storePath.empty()) store = openSqliteStore(options.storePath);
         graph = requestGraph(options.kinds, options.graphFile);
     } catch (const std::exception& e) {
         err << "vqfe extract: " << e.what() << "\n";
@@ -174,6 +185,11 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                     progress.advance();
                     ++done;
                     continue;
+                }
+                if (image->truncated) {
+                    std::lock_guard<std::mutex> lock(outputMutex);
+                    err << "vqfe extract: warning: " << files[i]
+                        << " ends early (a truncated JPEG): the missing part is analysed as grey\n";
                 }
                 outcomes.emplace_back();
                 outcomes.back().image = std::move(*image);

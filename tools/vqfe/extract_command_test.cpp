@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "Korvid/Diagnostics.h"
+#include "library/image_io.h"
 #include "testing/temp_dir.h"
 
 namespace vqfe {
@@ -210,6 +211,25 @@ TEST_F(ExtractCommandTest, BadImagesAreReportedAndTheRunGoesOn) {
     options_.inputs = {empty};
     EXPECT_EQ(run(&out, &err), 1);
     EXPECT_NE(err.find("no JPEG or PNG images in " + empty), std::string::npos) << err;
+
+    // A JPEG cut short is analysed (the decoder fills the rest grey) with a warning that
+    // names it; a complete one, also with bytes appended after its end, gets none.
+    std::ifstream in("samples/astronaut.jpg", std::ios::binary);
+    const std::string whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string cut = dir_ + "/cut.jpg", appended = dir_ + "/appended.jpg";
+    std::ofstream(cut, std::ios::binary) << whole.substr(0, whole.size() * 2 / 3);
+    std::ofstream(appended, std::ios::binary) << whole << std::string("\xFF\xDA\x00\x04 more", 9);
+    options_.inputs = {cut, appended};
+    ASSERT_EQ(run(&out, &err), 0) << err;
+    EXPECT_EQ(linesOf(out).size(), 2u) << out;
+    EXPECT_NE(err.find("vqfe extract: warning: " + cut + " ends early (a truncated JPEG)"), std::string::npos) << err;
+    EXPECT_EQ(err.find("warning: " + appended), std::string::npos) << err;
+    for (const char* name : {"testdata/chelsea.jpg", "testdata/grace_hopper.jpg", "testdata/solvay.jpg"}) {
+        std::ifstream photo(name, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(photo)), std::istreambuf_iterator<char>());
+        EXPECT_FALSE(jpegEndsEarly(bytes)) << name;
+        EXPECT_TRUE(jpegEndsEarly(bytes.substr(0, bytes.size() - 2))) << name;
+    }
 }
 
 // Raises SIGINT when the first line of output is written, as Ctrl-C would.

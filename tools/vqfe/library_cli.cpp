@@ -44,12 +44,15 @@ const char* const kDuplicatesUsage =
     "  --json      one JSON array of paths per group and line\n";
 
 const char* const kSearchUsage =
-    "usage: vqfe search --store FILE|URI [--label NAME]... [--person ID|NAME] [--min-faces N]\n"
+    "usage: vqfe search --store FILE|URI [--label NAME]... [--min-score S] [--person ID|NAME]\n"
+    "                   [--min-faces N]\n"
     "\n"
     "Prints the images that match every condition, one path per line, best first (the\n"
     "higher the labels' scores and the more faces of the person, the earlier).\n"
     "  --label NAME      a scene label or class over its threshold, by its name in the\n"
     "                    results or its display name (\"people\", \"sunset\", \"cat\", \"one person\")\n"
+    "  --min-score S     a label counts from score S on (0 to 1; default 0.3, the score from\n"
+    "                    which the summary, the pictures and the report show a label)\n"
     "  --person ID|NAME  a person of 'vqfe people'\n"
     "  --min-faces N     at least N faces\n";
 
@@ -167,8 +170,10 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
 }
 
 // Says why a search found nothing: a label no analysis gives and the store does not hold
-// is a usage error (status 2); otherwise no photo matches (status 0).
-int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels) {
+// is a usage error (status 2); otherwise no photo matches (status 0), and when photos have
+// the labels under the score floor, it says how to list them.
+int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels, long long person, int minFaces,
+                   float minScore) {
     std::set<std::string> stored;
     for (const auto& label : library.index().snapshot(false).labels) stored.insert(label.name);
     for (const auto& label : labels) {
@@ -181,7 +186,14 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
                      " a class (cat, one person, ...) by its name in the results or its display name\n";
         return 2;
     }
-    std::cerr << "vqfe search: no photo matches\n";
+    std::cerr << "vqfe search: no photo matches";
+    const size_t under = minScore > 0 && !labels.empty() ? library.search(labels, person, minFaces, 0).size() : 0;
+    if (under > 0) {
+        char floor[16];
+        std::snprintf(floor, sizeof floor, "%.2f", minScore);
+        std::cerr << " (" << under << " with the labels scored under " << floor << ": --min-score 0 lists them)";
+    }
+    std::cerr << "\n";
     return 0;
 }
 
@@ -202,6 +214,7 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
     std::vector<std::string> labels, words;
     bool json = false, similar = false;
     int minFaces = 0;
+    float minScore = VQFeature::kShownConfidence;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (arg == "--help" || arg == "-h") return std::cout << usage, 0;
@@ -226,6 +239,14 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
                 return usageError("--min-faces takes 0 to 10000", usage);
             }
             minFaces = static_cast<int>(value);
+            ++i;
+        } else if (command == "search" && arg == "--min-score") {
+            char* end = nullptr;
+            const float value = hasValue ? std::strtof(args[i + 1].c_str(), &end) : -1;
+            if (!hasValue || end == args[i + 1].c_str() || *end != '\0' || !(value >= 0 && value <= 1)) {
+                return usageError("--min-score takes 0 to 1", usage);
+            }
+            minScore = value;
             ++i;
         } else if (command == "report" && (arg == "--out" || arg == "--pictures")) {
             if (!hasValue) return usageError(arg + " needs a directory", usage);
@@ -260,9 +281,9 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
             return 0;
         }
         const long long id = person.empty() ? 0 : library.person(person);
-        const auto found = library.search(labels, id, minFaces);
+        const auto found = library.search(labels, id, minFaces, minScore);
         for (const auto& path : found) std::cout << path << "\n";
-        if (found.empty()) return explainNoMatch(library, labels);
+        if (found.empty()) return explainNoMatch(library, labels, id, minFaces, minScore);
         return 0;
     } catch (const VQFeature::UnknownPerson& e) {
         std::cerr << "vqfe " << command << ": " << e.what() << "\n";

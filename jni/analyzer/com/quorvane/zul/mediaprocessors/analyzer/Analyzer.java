@@ -37,7 +37,9 @@ import java.util.concurrent.locks.ReentrantReadWriteLock;
  * caches where it can. Build one with {@link #builder()}, call {@link #analyze} for each
  * image, and {@link #close()} it when done (try-with-resources).
  *
- * <p>All kinds asked for in one call run as one graph, once per image. Answers are kept in
+ * <p>All kinds asked for in one call run as one graph, once per image. The graph is loaded
+ * (its model files read) by the first call that runs and kept while later calls ask for the
+ * same kinds; a call for other kinds loads theirs. Answers are kept in
  * a memory cache in front of an optional persistent store: a restarted app finds them in
  * the store, and a store hit is copied into memory.
  *
@@ -55,6 +57,10 @@ public final class Analyzer implements AutoCloseable {
   private final Map<Kind<?>, String> kindKeys = new ConcurrentHashMap<>();
   private final ReentrantReadWriteLock lifecycle = new ReentrantReadWriteLock();
   private boolean closed;
+  // The graph the framework holds, null when none is known to be loaded. Guarded by
+  // runLock: a run that keeps the graph must not interleave with one that changes it.
+  private final Object runLock = new Object();
+  private String loadedGraph;
 
   private Analyzer(Extractor extractor, TieredCache cache) {
     this.extractor = extractor;
@@ -309,12 +315,25 @@ public final class Analyzer implements AutoCloseable {
     String graph = graphs.computeIfAbsent(graphKey.toString(), k -> MPFeatureExtractor.severalKindGraph(types, names));
     ResourceList resources = new ResourceList();
     resources.add(new Resource(assetId, "", image));
-    try (MultiAlgorithmInput request = new MultiAlgorithmInput(resources, graph, types, names)) {
+    try {
       Analysis cached = fromCache(assetId, wanted);
       if (cached != null) return cached;
       Status empty = emptyImage(image);
       if (empty != null) return new Analysis(assetId, empty, Analysis.Source.RUN, new LinkedHashMap<>());
-      return run(assetId, request, wanted);
+      synchronized (runLock) {
+        // The framework releases and reloads the graph (reading every model file) whenever
+        // a request carries its text, so a request for the graph it holds carries none. The
+        // answers are cached under keyOf's keys, which do not depend on the request's text.
+        boolean keep = graph.equals(loadedGraph);
+        loadedGraph = null;
+        try (MultiAlgorithmInput request = new MultiAlgorithmInput(resources, keep ? "" : graph, types, names)) {
+          Analysis analysis = run(assetId, request, wanted);
+          // Only a graph that ran gives answers; after a failed load (which leaves no graph)
+          // the next request carries the text again.
+          if (!analysis.answers().isEmpty()) loadedGraph = graph;
+          return analysis;
+        }
+      }
     } finally {
       resources.delete();
       types.delete();
