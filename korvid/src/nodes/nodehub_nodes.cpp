@@ -235,7 +235,7 @@ public:
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
-                v = labels_.probability(i, objects);
+                v = labels_.probability(i, objects, image.size());
                 // A screen is a screen photographed (the detector) or captured (a screenshot).
                 if (cue == kScreenshot) v = std::max(v, screenshotCue(sharedText(image, memo)));
             } else if (cue == kText || cue == kScreenshot) {
