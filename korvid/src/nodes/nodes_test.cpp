@@ -444,6 +444,12 @@ TEST(Nodes, ClassificationGraphs) {
         for (const char* scene : {"2584_sky", "2568_Sunset", "lake_c1_c2", "xuejing_c2", "text_c1_c2"}) {
             EXPECT_LT(confidenceOf(*c, scene), 0.8f) << photo << " " << scene;
         }
+        // A scene class is shown (0.3 or more) only where the scene kind found that scene.
+        const float sky = confidenceOf(*c, "2584_sky"), sunset = confidenceOf(*c, "2568_Sunset");
+        auto* scene = run<SceneRecogBuffer>(h, 25, photo);
+        ASSERT_NE(scene, nullptr);
+        EXPECT_EQ(sky >= 0.3f, scene->infos[0]->satisfied) << photo << " sky " << sky;
+        EXPECT_EQ(sunset >= 0.3f, scene->infos[5]->satisfied) << photo << " sunset " << sunset;
         const auto& conf = c->infos[0]->confidence;
         EXPECT_LE(std::count_if(conf.begin(), conf.end(), [](float v) { return v >= 0.99f; }), 2) << photo;
         if (cat) {
