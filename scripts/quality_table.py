@@ -211,6 +211,9 @@ GROUPS = (
 )
 
 
+SHOWN = 0.3  # the summary's display floor
+
+
 def class_group(label):
     return next((name for name, labels in GROUPS if label in labels), "objects")
 
@@ -234,10 +237,26 @@ def score_classification(table, photos, results):
             table.add("classification (121)", "top-5 hits, photos of %s" % group, of(got, len(members)))
     wrong = sum(1 for p in photos for label, c in top_labels(results[p["name"]][121], 208) if c >= 0.8 and label not in p["classes"])
     table.add("classification (121)", "classes at 0.8 or more that the photo was not labelled with", str(wrong))
+    for part in ("tune", "check"):
+        shown = wrong_shown([p for p in photos if p.get("set", "check") == part], results)
+        table.add("classification (121)", "wrong classes shown (0.3 or more, not labelled), %s photos" % part,
+                  str(sum(len(labels) for labels in shown.values())))
     if confident:
         confident.sort()
         table.add("classification (121)", "classes at 0.99 or more per photo (median, most)",
                   "%d, %d" % (confident[len(confident) // 2], confident[-1]))
+
+
+def wrong_shown(photos, results):
+    """{photo name: [(label, confidence)]}: the classes the summary shows (0.3 or more,
+    VQFeature::kShownConfidence) that the photo was not labelled with."""
+    shown = {}
+    for photo in photos:
+        wrong = [(label, c) for label, c in top_labels(results[photo["name"]][121], 208)
+                 if c >= SHOWN and label not in photo["classes"]]
+        if wrong:
+            shown[photo["name"]] = wrong
+    return shown
 
 
 def score_attributes(table, photos, results):
@@ -392,6 +411,11 @@ def main():
     if "--photos" in sys.argv:
         print()
         print_photos(analysed, results, markdown)
+        print()
+        print("wrong classes shown (0.3 or more, not labelled):")
+        shown = wrong_shown([p for p in analysed if results[p["name"]].get(121)], results)
+        for name, wrong in shown.items():
+            print("%s%s: %s" % ("- " if markdown else "  ", name, ", ".join("%s %.2f" % pair for pair in wrong)))
 
 
 if __name__ == "__main__":

@@ -101,6 +101,10 @@ class ScoringTest(unittest.TestCase):
         self.assertEqual(values["top-5 hits, photos of scenes"], "1 of 1")
         self.assertNotIn("top-5 hits, photos of text", values)
         self.assertEqual(values["classes at 0.8 or more that the photo was not labelled with"], "2")
+        # Shown from 0.3: the cat's dog, the nothing photo's two classes; the lake's 0.3 is labelled.
+        self.assertEqual(values["wrong classes shown (0.3 or more, not labelled), check photos"], "3")
+        self.assertEqual(values["wrong classes shown (0.3 or more, not labelled), tune photos"], "0")
+        self.assertEqual(quality_table.wrong_shown(photos, results)["nothing"], [("qrcode_c2", 0.9), ("text_c1_c2", 0.79)])
 
     def test_every_sensitive_alarm_is_false(self):
         photos = [photo("flower"), photo("cat"), photo("wood"), photo("failed")]

@@ -19,17 +19,6 @@ constexpr float kOverlap = 0.5f;    // IoU above which the weaker box of a class
 constexpr std::array<int, 3> kStrides = {8, 16, 32};
 constexpr double kClassShift = 1e6;  // beyond any box of a 16384-pixel image
 
-const std::array<std::string, kClasses> kNames = {
-    "person", "bicycle", "car", "motorcycle", "airplane", "bus", "train", "truck", "boat", "traffic light",
-    "fire hydrant", "stop sign", "parking meter", "bench", "bird", "cat", "dog", "horse", "sheep", "cow",
-    "elephant", "bear", "zebra", "giraffe", "backpack", "umbrella", "handbag", "tie", "suitcase", "frisbee",
-    "skis", "snowboard", "sports ball", "kite", "baseball bat", "baseball glove", "skateboard", "surfboard",
-    "tennis racket", "bottle", "wine glass", "cup", "fork", "knife", "spoon", "bowl", "banana", "apple",
-    "sandwich", "orange", "broccoli", "carrot", "hot dog", "pizza", "donut", "cake", "chair", "couch",
-    "potted plant", "bed", "dining table", "toilet", "tv", "laptop", "mouse", "remote", "keyboard",
-    "cell phone", "microwave", "oven", "toaster", "sink", "refrigerator", "book", "clock", "vase",
-    "scissors", "teddy bear", "hair drier", "toothbrush"};
-
 // The expected distance (in strides) of one box side: softmax over its bins.
 float expectedDistance(const float* logits) {
     const float top = *std::max_element(logits, logits + kBins);
@@ -43,11 +32,6 @@ float expectedDistance(const float* logits) {
 }
 
 }  // namespace
-
-const std::string& cocoClassName(int cocoClass) {
-    static const std::string none;
-    return cocoClass >= 0 && cocoClass < kClasses ? kNames[static_cast<size_t>(cocoClass)] : none;
-}
 
 const NetworkShape& ObjectDetector::shape() {
     static const NetworkShape s = [] {

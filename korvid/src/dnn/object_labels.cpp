@@ -1,6 +1,7 @@
 #include "dnn/object_labels.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <sstream>
 
 namespace kv {
@@ -15,6 +16,13 @@ bool number(const std::string& text, size_t& out) {
     if (text.empty() || text.size() > 6 || text.find_first_not_of("0123456789") != std::string::npos) return false;
     out = std::stoul(text);
     return true;
+}
+
+bool fraction(const std::string& text, double& out) {
+    if (text.empty() || text.size() > 8 || text.find_first_not_of("0123456789.") != std::string::npos) return false;
+    char* end = nullptr;
+    out = std::strtod(text.c_str(), &end);
+    return end == text.c_str() + text.size() && out >= 0 && out <= 1;
 }
 
 int cocoIndex(const std::string& name) {
@@ -37,7 +45,11 @@ ObjectLabels ObjectLabels::parse(const ModelBlob& blob) {
         for (std::string cell; std::getline(cells, cell, '\t');) fields.push_back(cell);
         size_t index = 0;
         Row row;
-        if (fields.size() != 4 || !number(fields[0], index)) malformed(blob, line);
+        if ((fields.size() != 4 && fields.size() != 6) || !number(fields[0], index)) malformed(blob, line);
+        if (fields.size() == 6 && (!fraction(fields[4], row.shownFrom) || !fraction(fields[5], row.leastShare) || row.shownFrom == 0 ||
+                                   row.shownFrom == 1)) {
+            malformed(blob, line);
+        }
         const std::string& count = fields[2];
         const size_t dash = count.find('-');
         if (!count.empty() && count.back() == '+') {
@@ -64,18 +76,27 @@ bool ObjectLabels::countsPersons(size_t classIndex) const {
     return it != rows_.end() && std::find(it->second.classes.begin(), it->second.classes.end(), kCocoPerson) != it->second.classes.end();
 }
 
-double ObjectLabels::probability(size_t classIndex, const std::vector<ObjectDetection>& objects) const {
+double shownConfidence(double score, double shownFrom) {
+    if (score < shownFrom) return kShownClass * score / shownFrom;
+    return kShownClass + (1 - kShownClass) * (score - shownFrom) / (1 - shownFrom);
+}
+
+double ObjectLabels::probability(size_t classIndex, const std::vector<ObjectDetection>& objects, cv::Size imageSize) const {
     auto it = rows_.find(classIndex);
     if (it == rows_.end()) return 0;
     const Row& row = it->second;
+    const double area = std::max(1.0, static_cast<double>(imageSize.area()));
     std::vector<float> scores;  // objects come best first
     for (const ObjectDetection& o : objects) {
-        if (std::find(row.classes.begin(), row.classes.end(), o.cocoClass) != row.classes.end()) scores.push_back(o.score);
+        if (std::find(row.classes.begin(), row.classes.end(), o.cocoClass) != row.classes.end() && o.box.area() / area >= row.leastShare) {
+            scores.push_back(o.score);
+        }
     }
     const auto counted = static_cast<size_t>(std::count_if(scores.begin(), scores.end(), [](float s) { return s >= kCountedScore; }));
-    if (row.least == 1 && row.most == 0) return scores.empty() ? 0 : scores[0];
-    if (counted < row.least || (row.most != 0 && counted > row.most)) return 0;
-    return scores[row.least - 1];
+    double score = 0;
+    if (row.least == 1 && row.most == 0) score = scores.empty() ? 0 : scores[0];
+    else if (counted >= row.least && (row.most == 0 || counted <= row.most)) score = scores[row.least - 1];
+    return row.shownFrom > 0 && score > 0 ? shownConfidence(score, row.shownFrom) : score;
 }
 
 }  // namespace kv

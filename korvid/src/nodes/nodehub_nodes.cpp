@@ -240,7 +240,7 @@ public:
             const std::string& cue = cueOf_[i];
             double v = 0;
             if (objects_ && labels_.covers(i)) {
-                v = labels_.probability(i, objects);
+                v = labels_.probability(i, objects, image.size());
                 if (v > 0 && labels_.countsPersons(i)) {
                     if (!people) people = sharedPeopleCue(*objects_, &bodies_, image, memo);
                     v = confirmedCount(v, *people);
@@ -259,9 +259,12 @@ public:
                 // Scene evidence tells a sky or a lawn, never with a class's certainty.
                 sceneCue(cue, evidence, v);
                 // A cue under the scene labels' threshold did not find its scene (a portrait's
-                // blue backdrop is "sky" 0.33): its class is halved at most, a found one keeps it.
+                // blue backdrop is "sky" 0.33): its class is halved at most, a found one keeps it,
+                // and stays under the confidence from which a class is shown.
+                const double measured = v;
                 v *= 0.5 + 0.5 * rise(v, kSceneWeak, kSceneFound);
                 if (objects_) v *= kSceneClassScale;
+                if (measured < kSceneFound) v = std::min(v, kShownClass * measured / kSceneFound);
                 if (cue == kFlowers) v = flowerClassCue(v, drawing_ ? drawnShare(content) : 0.0, objects);
             }
             scores.push_back(logit(v));

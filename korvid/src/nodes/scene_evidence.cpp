@@ -137,8 +137,10 @@ SceneEvidence measureScene(const cv::Mat& input) {
     const int edgeRows = std::max(1, rows / 20);
 
     // Sky: blue, pale grey-white or the warm colours of dusk, smooth, reaching the top edge.
-    const cv::Mat blue = (hue >= 90) & (hue <= 130) & (sat >= 25) & (val >= 90);
+    // A bright blue as weak as a pale one (saturation under 35) is pale: a white or
+    // pale-blue wall, or white in shade, is as blue as that.
     const cv::Mat pale = (sat < 35) & (val >= 170);
+    const cv::Mat blue = (hue >= 90) & (hue <= 130) & (sat >= 25) & (val >= 90) & ~pale;
     const cv::Mat warm = ((hue <= 25) | (hue >= 150)) & (sat >= 60) & (val >= 110);
     // Closed over 5 x 5 pixels first: the edge of a cloud or of the glow around the sun
     // splits no sky in two.

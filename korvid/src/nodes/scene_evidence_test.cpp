@@ -125,6 +125,15 @@ TEST(SceneEvidence, CloseUpsAndBackdropsAreNoScene) {
     EXPECT_LT(c["water"], 0.2);
     EXPECT_GE(c["solid_colour"], 0.5);
 
+    // A pale blue wall (saturation 28) behind a cat on grey pavement: as blue as white in
+    // shade, so no sky; a hazy sky of the same brightness (saturation 72 to 37 at the
+    // horizon) over the same pavement is one.
+    const cv::Mat pavement = blocks({600, 200}, 6, cv::Scalar(90, 90, 90), cv::Scalar(200, 200, 200));
+    c = cues(landscape(cv::Scalar(225, 215, 200), cv::Scalar(225, 215, 200), pavement));
+    EXPECT_LT(c["sky"], 0.2);
+    c = cues(landscape(cv::Scalar(230, 200, 165), cv::Scalar(240, 225, 205), pavement));
+    EXPECT_GE(c["sky"], 0.5);
+
     // White from top to bottom is a backdrop, not snow.
     EXPECT_LT(cues(cv::Mat(400, 600, CV_8UC3, cv::Scalar(245, 245, 245)))["snow"], 0.3);
 }
