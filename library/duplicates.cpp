@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <numeric>
+#include <set>
+#include <tuple>
+#include <utility>
 
 namespace vqfe {
 namespace {
@@ -19,11 +21,6 @@ float cosine(const std::vector<float>& a, const std::vector<float>& b) {
     return static_cast<float>(ab / std::sqrt(aa * bb));
 }
 
-size_t root(std::vector<size_t>& parent, size_t i) {
-    while (parent[i] != i) i = parent[i] = parent[parent[i]];
-    return i;
-}
-
 }  // namespace
 
 std::string displayPath(const VQFeature::ImageRecord& image) {
@@ -33,7 +30,7 @@ std::string displayPath(const VQFeature::ImageRecord& image) {
 bool alike(const VQFeature::IndexedImage& a, const VQFeature::IndexedImage& b, const DuplicateLimits& limits) {
     if (!a.hash || !b.hash) return false;
     if (__builtin_popcountll(*a.hash ^ *b.hash) > limits.hashBits) return false;
-    if (!a.signature.empty() && a.signature.size() == b.signature.size() &&
+    if (limits.signature > 0 && !a.signature.empty() && a.signature.size() == b.signature.size() &&
         cosine(a.signature, b.signature) < limits.signature) {
         return false;
     }
@@ -48,26 +45,55 @@ bool alike(const VQFeature::IndexedImage& a, const VQFeature::IndexedImage& b, c
 }
 
 std::vector<std::vector<std::string>> findDuplicates(const std::vector<VQFeature::IndexedImage>& images,
-                                                     const DuplicateLimits& limits) {
-    std::vector<size_t> parent(images.size());
-    std::iota(parent.begin(), parent.end(), 0);
+                                                     const std::vector<DuplicateLimits>& limits) {
+    struct Pair {
+        int bits;
+        size_t i, j;
+        bool operator<(const Pair& o) const { return std::tie(bits, i, j) < std::tie(o.bits, o.i, o.j); }
+    };
+    std::vector<Pair> pairs;
+    std::set<std::pair<size_t, size_t>> alikePairs;
     for (size_t i = 0; i < images.size(); ++i) {
         for (size_t j = i + 1; j < images.size(); ++j) {
-            if (alike(images[i], images[j], limits)) parent[root(parent, i)] = root(parent, j);
+            if (std::none_of(limits.begin(), limits.end(),
+                             [&](const DuplicateLimits& each) { return alike(images[i], images[j], each); })) {
+                continue;
+            }
+            pairs.push_back({__builtin_popcountll(*images[i].hash ^ *images[j].hash), i, j});
+            alikePairs.insert({i, j});
         }
     }
-    // A group holds every path of its images: identical files share one image.
-    std::map<size_t, std::vector<std::string>> groups;
-    for (size_t i = 0; i < images.size(); ++i) {
-        auto& members = groups[root(parent, i)];
-        if (images[i].paths.empty()) members.push_back(displayPath(images[i].record));
-        else members.insert(members.end(), images[i].paths.begin(), images[i].paths.end());
+    // Closest pairs first; two groups join only when every photo of one is alike with
+    // every photo of the other.
+    std::sort(pairs.begin(), pairs.end());
+    std::vector<size_t> groupOf(images.size());
+    std::iota(groupOf.begin(), groupOf.end(), 0);
+    std::vector<std::vector<size_t>> members(images.size());
+    for (size_t i = 0; i < images.size(); ++i) members[i] = {i};
+    for (const Pair& pair : pairs) {
+        size_t into = groupOf[pair.i], from = groupOf[pair.j];
+        if (into == from) continue;
+        const bool all = std::all_of(members[into].begin(), members[into].end(), [&](size_t a) {
+            return std::all_of(members[from].begin(), members[from].end(),
+                                [&](size_t b) { return alikePairs.count({std::min(a, b), std::max(a, b)}) > 0; });
+        });
+        if (!all) continue;
+        if (members[into].size() < members[from].size()) std::swap(into, from);
+        for (size_t k : members[from]) groupOf[k] = into;
+        members[into].insert(members[into].end(), members[from].begin(), members[from].end());
+        members[from].clear();
     }
+    // A group holds every path of its images: identical files share one image.
     std::vector<std::vector<std::string>> found;
-    for (auto& [_, members] : groups) {
-        if (members.size() < 2) continue;
-        std::sort(members.begin(), members.end());
-        found.push_back(std::move(members));
+    for (const auto& group : members) {
+        std::vector<std::string> paths;
+        for (size_t i : group) {
+            if (images[i].paths.empty()) paths.push_back(displayPath(images[i].record));
+            else paths.insert(paths.end(), images[i].paths.begin(), images[i].paths.end());
+        }
+        if (paths.size() < 2) continue;
+        std::sort(paths.begin(), paths.end());
+        found.push_back(std::move(paths));
     }
     std::sort(found.begin(), found.end());
     return found;

@@ -113,7 +113,9 @@ long long PhotoLibrary::person(const std::string& idOrName) {
 }
 
 std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar) {
-    return findDuplicates(index_->snapshot(false).images, similar ? kSimilarPhoto : kSamePhoto);
+    return findDuplicates(index_->snapshot(false).images,
+                          similar ? std::vector<DuplicateLimits>{kSamePhoto, kSimilarPhoto}
+                                  : std::vector<DuplicateLimits>{kSamePhoto});
 }
 
 std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,
