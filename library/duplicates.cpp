@@ -30,8 +30,10 @@ std::string displayPath(const VQFeature::ImageRecord& image) {
 bool alike(const VQFeature::IndexedImage& a, const VQFeature::IndexedImage& b, const DuplicateLimits& limits) {
     if (!a.hash || !b.hash) return false;
     if (__builtin_popcountll(*a.hash ^ *b.hash) > limits.hashBits) return false;
-    if (limits.signature > 0 && !a.signature.empty() && a.signature.size() == b.signature.size() &&
-        cosine(a.signature, b.signature) < limits.signature) {
+    // Limits that need the signatures hold for no pair without them: the looser hash limit
+    // was measured with the veto.
+    if (limits.signature > 0 && (a.signature.empty() || a.signature.size() != b.signature.size() ||
+                                 cosine(a.signature, b.signature) < limits.signature)) {
         return false;
     }
     const auto& x = a.record;

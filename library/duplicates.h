@@ -15,7 +15,8 @@ namespace vqfe {
 
 struct DuplicateLimits {
     int hashBits;           // at most this many differing hash bits
-    float signature;        // at least this cosine of the class signatures; <= 0: not compared
+    float signature;        // at least this cosine of the class signatures, which both need;
+                            // <= 0: not compared
     float aspect;           // at most this relative difference of width / height; < 0: any
 };
 

@@ -30,15 +30,19 @@ const uint64_t kBase = 0x5a5a5a5a5a5a5a5aull;
 TEST(DuplicatesTest, CopiesGroupWhateverTheirSignatureSays) {
     // A re-encoded copy whose low class confidences moved (cosine near 0) is still the
     // same photo; one 11 bits away, or of another aspect, is not.
+    const std::vector<float> cat{0.8f, 0.1f};
     std::vector<VQFeature::IndexedImage> images{
         image("a.jpg", kBase, 0, {0.01f, 0.0f}), image("a_small.jpg", kBase, kSamePhoto.hashBits, {0.0f, 0.01f}),
-        image("b.jpg", ~kBase, 0), image("b_far.jpg", ~kBase, kSamePhoto.hashBits + 1),
-        image("c.jpg", 0, 0), image("c_tall.jpg", 0, 0, {}, 300, 400)};
+        image("b.jpg", ~kBase, 0, cat), image("b_far.jpg", ~kBase, kSamePhoto.hashBits + 1, cat),
+        image("c.jpg", 0, 0, cat), image("c_tall.jpg", 0, 0, cat, 300, 400)};
     EXPECT_EQ(findDuplicates(images, kSame), (Groups{{"a.jpg", "a_small.jpg"}}));
     // The copy is also in the similar groups, though its signature contradicts; the other
     // shot of b and the other crop of c are similar.
     EXPECT_EQ(findDuplicates(images, kSimilar),
               (Groups{{"a.jpg", "a_small.jpg"}, {"b.jpg", "b_far.jpg"}, {"c.jpg", "c_tall.jpg"}}));
+    // Without the classification the looser limit has no veto: only copies are similar.
+    for (auto& each : images) each.signature.clear();
+    EXPECT_EQ(findDuplicates(images, kSimilar), (Groups{{"a.jpg", "a_small.jpg"}}));
 }
 
 TEST(DuplicatesTest, SimilarNeedsCloseHashesAndNoContradictingSignatures) {
@@ -55,7 +59,7 @@ TEST(DuplicatesTest, GroupsDoNotChainUnlikePhotos) {
     // a-b and b-c are 8 bits apart, a-c 16: beyond the similar limit, so b joins its
     // closer neighbour and c stays alone; all three only when a-c is alike too.
     const uint64_t a = 0, b = 0xffull, c = 0xffffull;
-    auto at = [](const std::string& path, uint64_t hash) { return image(path, hash, 0); };
+    auto at = [](const std::string& path, uint64_t hash) { return image(path, hash, 0, {1.0f}); };
     EXPECT_EQ(findDuplicates({at("a", a), at("b", b), at("c", c)}, kSimilar), (Groups{{"a", "b"}}));
     EXPECT_EQ(findDuplicates({at("a", a), at("b", b), at("c", c ^ 0x8000ull ^ 0x4000ull)}, kSimilar),
               (Groups{{"a", "b", "c"}}));

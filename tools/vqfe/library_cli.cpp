@@ -38,9 +38,13 @@ const char* const kDuplicatesUsage =
     "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
     "\n"
     "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
-    "copies): the perceptual hash and the class signature agree. One group per paragraph,\n"
+    "copies): at most 10 of the 64 perceptual-hash bits differ and the aspect ratios agree.\n"
+    "Every two photos of a group pass (no chains of neighbours). One group per paragraph,\n"
     "one path per line.\n"
-    "  --similar   also different shots of one scene\n"
+    "  --similar   also the same scene a little zoomed, panned or cropped: up to 14 bits,\n"
+    "              any aspect, unless the classes seen contradict (needs --kind\n"
+    "              classification); other shots of a scene mostly differ by more and are\n"
+    "              not found, as the hash cannot tell them from unrelated photos\n"
     "  --json      one JSON array of paths per group and line\n";
 
 const char* const kSearchUsage =
