@@ -54,6 +54,8 @@ public:
     // A person by id ("12") or name. Throws VQFeature::UnknownPerson.
     long long person(const std::string& idOrName);
 
+    // Groups of copies of one photo; with similar, also of one scene a little zoomed,
+    // panned or cropped (library/duplicates.h has the measured limits).
     std::vector<std::vector<std::string>> duplicates(bool similar);
     // labels by their system or display names; person 0 for any. A label counts from
     // minScore on (by default from where the summary, the pictures and the report show it).

@@ -148,8 +148,17 @@ bool isPeopleAction(const std::vector<std::string>& words) {
 int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     bool first = true;
     const auto groups = library.duplicates(similar);
+    const auto images = library.index().snapshot(false).images;
+    const size_t withoutSignature = std::count_if(images.begin(), images.end(), [](const VQFeature::IndexedImage& image) {
+        return image.hash && image.signature.empty();
+    });
+    if (similar && withoutSignature > 0) {
+        std::cerr << "vqfe duplicates: " << counted(withoutSignature, "photo has", "photos have")
+                  << " no class signature, so --similar finds only copies of " << (withoutSignature == 1 ? "it" : "them")
+                  << "; signatures come from the classification kind: vqfe extract --kind classification --store "
+                  << library.store() << " PHOTOS\n";
+    }
     if (groups.empty()) {
-        const auto images = library.index().snapshot(false).images;
         if (std::none_of(images.begin(), images.end(), [](const VQFeature::IndexedImage& image) { return image.hash.has_value(); })) {
             std::cerr << "vqfe duplicates: no photo of the store has a perceptual hash, so only identical files are"
                          " found; the similarity kind gives it: vqfe extract --kind similarity --kind classification"

@@ -52,6 +52,9 @@ import json, os, sys
 groups = [sorted(os.path.basename(p) for p in json.loads(line)) for line in open(sys.argv[1])]
 assert groups == [["coffee.jpg", "coffee_again.jpg"]], groups
 EOF
+  # The two crops of the portrait are 16 hash bits apart, as far as distinct photos can
+  # be: --similar adds nothing here.
+  "$vqfe" duplicates --store "$store" --similar --json | cmp -s - "$work/duplicates.jsonl" || fail "duplicates --similar"
   "$vqfe" search --store "$store" --person "Grace Hopper" --label people >"$work/found.txt" || fail "search"
   [[ $(grep -c grace_hopper "$work/found.txt") -eq 2 && $(wc -l <"$work/found.txt") -eq 2 ]] ||
     fail "search --person: $(cat "$work/found.txt")"
@@ -125,6 +128,12 @@ check_store "$work/results.db"
 grep -q "^vqfe people: 0 new faces: 0 joined known persons, 0 new persons$" "$work/err.txt" || fail "people counts: $(cat "$work/err.txt")"
 "$vqfe" duplicates --store "$work/faces.db" 2>"$work/err.txt" >/dev/null || fail "duplicates without hashes"
 grep -q "no photo of the store has a perceptual hash" "$work/err.txt" || fail "duplicates without hashes: $(cat "$work/err.txt")"
+# Hashes without class signatures: --similar says it can only find copies.
+"$vqfe" extract --kind similarity --store "$work/hashes.db" "$work/photos/coffee.jpg" "$work/photos/rocket.jpg" >/dev/null 2>&1 ||
+  fail "extract similarity"
+"$vqfe" duplicates --store "$work/hashes.db" --similar 2>"$work/err.txt" >/dev/null || fail "duplicates --similar without signatures"
+grep -q "2 photos have no class signature, so --similar finds only copies of them" "$work/err.txt" ||
+  fail "duplicates --similar without signatures: $(cat "$work/err.txt")"
 "$vqfe" report --store "$work/results.db" --out "$work/report" --pictures "$work/pictures" 2>/dev/null ||
   fail "report"
 ls "$work/report"/person-*.html "$work/report"/photo-*.html "$work/report"/label-*.html >/dev/null ||
