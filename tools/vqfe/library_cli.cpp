@@ -149,12 +149,12 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     bool first = true;
     const auto groups = library.duplicates(similar);
     const auto images = library.index().snapshot(false).images;
-    const size_t withoutSignature = std::count_if(images.begin(), images.end(), [](const VQFeature::IndexedImage& image) {
-        return image.hash && image.signature.empty();
-    });
+    const size_t withoutSignature = std::count_if(images.begin(), images.end(),
+        [](const VQFeature::IndexedImage& image) { return image.hash && image.signature.empty(); });
     if (similar && withoutSignature > 0) {
         std::cerr << "vqfe duplicates: " << counted(withoutSignature, "photo has", "photos have")
-                  << " no class signature, so --similar finds only copies of " << (withoutSignature == 1 ? "it" : "them")
+                  << " no class signature, so --similar finds only copies of "
+                  << (withoutSignature == 1 ? "it" : "them")
                   << "; signatures come from the classification kind: vqfe extract --kind classification --store "
                   << library.store() << " PHOTOS\n";
     }
