@@ -12,11 +12,13 @@
 #include <opencv2/imgproc.hpp>
 #include <set>
 #include <stdexcept>
+#include <tuple>
 
 #include "encoding/display_names.h"
 #include "library/decoded_blobs.h"
 #include "library/duplicates.h"
 #include "tools/vqfe/counted.h"
+#include "tools/vqfe/report_groups.h"
 
 namespace vqfe {
 namespace {
@@ -135,6 +137,7 @@ public:
         snapshot_ = library_.index().snapshot(false);
         duplicates_ = library_.duplicates(false);
         similar_ = library_.duplicates(true);
+        similarOnly_ = beyondCopies(similar_, duplicates_);
         collectPhotos();
         writeImages();
         for (const auto& [asset, info] : photos_) writePhotoPage(asset, info);
@@ -165,9 +168,28 @@ private:
             auto same = std::find_if(labels.begin(), labels.end(), [&](const auto& known) { return known.first == name; });
             if (same == labels.end()) labels.emplace_back(name, label.score);
             else same->second = std::max(same->second, label.score);
-            labelPhotos_[name].push_back(label.assetId);
+            labelPhotos_[name].emplace_back(label.assetId, label.score);
         }
         for (const auto& person : snapshot_.persons) personNames_[person.id] = person.name;
+        std::vector<std::string> names;
+        for (const auto& [name, asset] : byName_) names.push_back(name);
+        shortNames_ = shortNames(names);
+    }
+
+    // What a card or title calls a path: enough of it to tell it from the others.
+    std::string shortName(const std::string& name) {
+        const auto found = shortNames_.find(name);
+        return found == shortNames_.end() ? name : found->second;
+    }
+
+    // The photos of the report in the order of their names.
+    std::vector<std::string> assetsByName() {
+        std::vector<std::string> assets;
+        for (const auto& [asset, info] : photos_) assets.push_back(asset);
+        std::sort(assets.begin(), assets.end(), [&](const std::string& a, const std::string& b) {
+            return std::make_pair(shortName(photos_[a].name), a) < std::make_pair(shortName(photos_[b].name), b);
+        });
+        return assets;
     }
 
     void writeImages() {
@@ -220,7 +242,7 @@ private:
         const std::string shown = name.empty() ? info.name : name;
         std::string html = "<div class=\"card\"><a href=\"" + photoPage(asset) + "\">";
         if (info.thumbnail) html += "<img src=\"img/" + asset + ".jpg\" alt=\"" + escaped(shown) + "\">";
-        return html + escaped(fs::path(shown).filename().string()) + "</a></div>";
+        return html + escaped(shortName(shown)) + "</a></div>";
     }
 
     std::string groups(const std::vector<std::vector<std::string>>& found) {
@@ -250,8 +272,11 @@ private:
         if (info.annotated) {
             body += "<h2>What was found</h2><p><img src=\"img/" + asset + "-drawn.png\" alt=\"annotated\"></p>\n";
         }
-        body += "<table><tr><th>File</th><td>" + escaped(record.path.empty() ? "(unknown)" : record.path) +
-                "</td></tr><tr><th>Content digest</th><td>" + asset + "</td></tr><tr><th>Size</th><td>" +
+        std::string files;
+        for (const auto& path : info.image->paths) files += (files.empty() ? "" : "<br>") + escaped(path);
+        if (files.empty()) files = escaped(record.path.empty() ? "(unknown)" : record.path);
+        body += std::string("<table><tr><th>") + (info.image->paths.size() > 1 ? "Files (identical)" : "File") +
+                "</th><td>" + files + "</td></tr><tr><th>Content digest</th><td>" + asset + "</td></tr><tr><th>Size</th><td>" +
                 std::to_string(record.width) + " x " + std::to_string(record.height) + " px, " +
                 std::to_string(record.bytes) + " bytes</td></tr><tr><th>Analysed</th><td>" +
                 formatTime(record.analysedAt) + "</td></tr><tr><th>Faces</th><td>" +
@@ -262,24 +287,53 @@ private:
         body += "</td></tr><tr><th>Labels</th><td>";
         auto labels = info.labels;
         std::sort(labels.begin(), labels.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
-        for (const auto& [name, score] : labels) {
+        for (size_t i = 0; i < labels.size(); ++i) {
             char text[32];
-            std::snprintf(text, sizeof text, " %.2f", score);
-            body += "<a href=\"" + labelPage(name) + "\">" + escaped(name) + "</a>" + text + "; ";
+            std::snprintf(text, sizeof text, " %.2f", labels[i].second);
+            body += std::string(i ? "; " : "") + "<a href=\"" + labelPage(labels[i].first) + "\">" +
+                    escaped(labels[i].first) + "</a>" + text;
         }
         if (labels.empty()) body += "none found";
         body += "</td></tr></table>\n";
-        for (const auto* found : {&duplicates_, &similar_}) {
-            for (const auto& group : *found) {
-                if (std::none_of(group.begin(), group.end(),
-                                 [&](const std::string& name) { return byName_[name] == asset; })) {
-                    continue;
-                }
-                body += std::string("<h2>") + (found == &duplicates_ ? "Copies" : "Similar photos") +
-                        "</h2>\n" + groups({group});
+        // Copies: the other photos of its copy group (its own other paths are in the table);
+        // similar photos: those of its similar group that are not copies of it.
+        const std::set<std::string> copies = groupMates(duplicates_, {asset});
+        std::set<std::string> notSimilar = copies;
+        notSimilar.insert(asset);
+        body += others("Copies", duplicates_, asset, {asset});
+        body += others("Similar photos", similar_, asset, notSimilar);
+        writeFile(dir_ / photoPage(asset), page(shortName(info.name), body));
+    }
+
+    // The assets of the groups that hold asset, but for those left out.
+    std::set<std::string> groupMates(const std::vector<std::vector<std::string>>& found, const std::set<std::string>& assets) {
+        std::set<std::string> mates;
+        for (const auto& group : found) {
+            const bool holds = std::any_of(group.begin(), group.end(),
+                                           [&](const std::string& name) { return assets.count(byName_[name]); });
+            if (!holds) continue;
+            for (const auto& name : group) mates.insert(byName_[name]);
+        }
+        for (const auto& asset : assets) mates.erase(asset);
+        return mates;
+    }
+
+    // A section of the photos grouped with asset, one card per path, without those of left.
+    std::string others(const std::string& title, const std::vector<std::vector<std::string>>& found,
+                       const std::string& asset, const std::set<std::string>& left) {
+        std::vector<std::string> names;
+        for (const auto& group : found) {
+            if (std::none_of(group.begin(), group.end(), [&](const std::string& name) { return byName_[name] == asset; })) {
+                continue;
+            }
+            for (const auto& name : group) {
+                if (!left.count(byName_[name])) names.push_back(name);
             }
         }
-        writeFile(dir_ / photoPage(asset), page(fs::path(info.name).filename().string(), body));
+        if (names.empty()) return "";
+        std::string html = "<h2>" + escaped(title) + "</h2>\n<div class=\"group\">";
+        for (const auto& name : names) html += card(byName_[name], name);
+        return html + "</div>\n";
     }
 
     void writePersonPage(const Person& person) {
@@ -288,18 +342,24 @@ private:
             if (face.person != person.id) continue;
             body += "<div class=\"card face\"><a href=\"" + photoPage(face.assetId) + "\">";
             if (faceImages_.count(faceFile(face))) body += "<img src=\"img/" + faceFile(face) + "\" alt=\"face\">";
-            body += escaped(fs::path(photos_[face.assetId].name).filename().string()) + "</a></div>";
+            body += escaped(shortName(photos_[face.assetId].name)) + "</a></div>";
         }
         body += "</div>\n";
         writeFile(dir_ / personPage(person.id), page(personTitle(person.id), body));
     }
 
     void writeLabelPages() {
-        for (auto& [label, assets] : labelPhotos_) {
-            std::sort(assets.begin(), assets.end());
-            assets.erase(std::unique(assets.begin(), assets.end()), assets.end());
-            std::string body = "<div class=\"grid\">";
-            for (const auto& asset : assets) body += card(asset);
+        for (auto& [label, scored] : labelPhotos_) {
+            // Best first, each photo once (a scene label and a class may share the name).
+            std::sort(scored.begin(), scored.end(), [&](const auto& a, const auto& b) {
+                return std::make_tuple(-a.second, shortName(photos_[a.first].name), a.first) <
+                       std::make_tuple(-b.second, shortName(photos_[b.first].name), b.first);
+            });
+            std::set<std::string> seen;
+            std::string body = "<p>Best score first.</p>\n<div class=\"grid\">";
+            for (const auto& [asset, score] : scored) {
+                if (seen.insert(asset).second) body += card(asset);
+            }
             body += "</div>\n";
             writeFile(dir_ / labelPage(label), page("Label: " + label, body));
         }
@@ -308,7 +368,8 @@ private:
     void writeIndex() {
         std::string body = "<p>" + counted(photos_.size(), "photo", "photos") + ", " +
                            counted(people_.size(), "person", "people") + ", " +
-                           counted(duplicates_.size(), "group", "groups") + " of copies. Store: " +
+                           counted(duplicates_.size(), "group", "groups") + " of copies, " +
+                           counted(similarOnly_.size(), "group", "groups") + " of similar photos. Store: " +
                            escaped(library_.store()) + "</p>\n<h2>People</h2>\n<div class=\"grid\">";
         for (const Person& person : people_) {
             body += "<div class=\"card face\"><a href=\"" + personPage(person.id) + "\">";
@@ -321,13 +382,17 @@ private:
             body += escaped(personTitle(person.id)) + ", " + counted(person.faces.size(), "face", "faces") + "</a></div>";
         }
         body += "</div>\n<h2>Copies of the same photo</h2>\n" + groups(duplicates_);
+        body += "<h2>Similar photos</h2>\n<p>The same scene a little zoomed, panned or cropped, with its copies.</p>\n" +
+                groups(similarOnly_);
         body += "<h2>Labels</h2>\n<table><tr><th>Label</th><th>Photos</th></tr>";
-        for (const auto& [label, assets] : labelPhotos_) {
+        for (const auto& [label, scored] : labelPhotos_) {
+            std::set<std::string> assets;
+            for (const auto& entry : scored) assets.insert(entry.first);
             body += "<tr><td><a href=\"" + labelPage(label) + "\">" + escaped(label) + "</a></td><td>" +
                     std::to_string(assets.size()) + "</td></tr>";
         }
         body += "</table>\n<h2>All photos</h2>\n<div class=\"grid\">";
-        for (const auto& [asset, info] : photos_) body += card(asset);
+        for (const auto& asset : assetsByName()) body += card(asset);
         body += "</div>\n";
         writeFile(dir_ / "index.html", page("Photo library", body));
     }
@@ -338,9 +403,11 @@ private:
     std::vector<Person> people_;
     VQFeature::IndexSnapshot snapshot_;
     std::vector<std::vector<std::string>> duplicates_, similar_;
+    std::vector<std::vector<std::string>> similarOnly_;  // similar groups that are more than copies
     std::map<std::string, PhotoInfo> photos_;          // by asset id
     std::map<std::string, std::string> byName_;        // display path to asset id
-    std::map<std::string, std::vector<std::string>> labelPhotos_;
+    std::map<std::string, std::vector<std::pair<std::string, float>>> labelPhotos_;  // asset, score
+    std::map<std::string, std::string> shortNames_;   // display path to its name on cards
     std::map<std::string, size_t> labelIds_;
     std::map<long long, std::string> personNames_;
     std::set<std::string> faceImages_;
