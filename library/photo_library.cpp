@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -118,6 +119,29 @@ std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar) {
                                   : std::vector<DuplicateLimits>{kSamePhoto});
 }
 
+namespace {
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+// The names of label: its own ones and, without regard to case, those of the stored labels
+// whose name or display name it is.
+std::vector<std::string> caselessNames(const std::string& label, const std::vector<VQFeature::IndexedLabel>& stored) {
+    std::vector<std::string> names = labelNames(label);
+    const std::string wanted = lowered(label);
+    for (const auto& row : stored) {
+        if ((lowered(row.name) == wanted || lowered(VQFeature::displayName(row.name)) == wanted) &&
+            std::find(names.begin(), names.end(), row.name) == names.end()) {
+            names.push_back(row.name);
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
 std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,
                                               float minScore) {
     VQFeature::SearchQuery query;
@@ -125,7 +149,46 @@ std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& la
     query.person = person;
     query.minFaces = minFaces;
     query.minScore = minScore;
-    return index_->search(query);
+    std::vector<std::string> found = index_->search(query);
+    if (!found.empty() || labels.empty()) return found;
+    // Nothing by the exact names: the stored names, read only now, may differ in case.
+    const std::vector<VQFeature::IndexedLabel> stored = index_->snapshot(false).labels;
+    bool other = false;
+    for (size_t i = 0; i < labels.size(); ++i) {
+        auto names = caselessNames(labels[i], stored);
+        other = other || names.size() != query.labels[i].size();
+        query.labels[i] = std::move(names);
+    }
+    return other ? index_->search(query) : found;
+}
+
+std::vector<float> PhotoLibrary::searchScores(const std::vector<std::string>& found, const std::vector<std::string>& labels,
+                                              float minScore) {
+    const VQFeature::IndexSnapshot snapshot = index_->snapshot(false);
+    std::map<std::string, std::string> assets;  // path as search gives it, asset id
+    for (const auto& image : snapshot.images) assets[displayPath(image.record)] = image.record.assetId;
+    std::map<std::string, std::vector<const VQFeature::IndexedLabel*>> byAsset;
+    for (const auto& row : snapshot.labels) byAsset[row.assetId].push_back(&row);
+    std::vector<std::vector<std::string>> names;
+    for (const auto& label : labels) names.push_back(caselessNames(label, snapshot.labels));
+    std::vector<float> scores;
+    for (const auto& path : found) {
+        float sum = 0;
+        const auto asset = assets.find(path);
+        for (const auto& alternatives : names) {
+            float best = 0;
+            if (asset != assets.end()) {
+                for (const auto* row : byAsset[asset->second]) {
+                    if (row->score >= minScore && std::find(alternatives.begin(), alternatives.end(), row->name) != alternatives.end()) {
+                        best = std::max(best, row->score);
+                    }
+                }
+            }
+            sum += best;
+        }
+        scores.push_back(sum);
+    }
+    return scores;
 }
 
 std::vector<std::string> labelNames(const std::string& label) {

@@ -59,7 +59,12 @@ public:
     std::vector<std::vector<std::string>> duplicates(bool similar);
     // labels by their system or display names; person 0 for any. A label counts from
     // minScore on (by default from where the summary, the pictures and the report show it).
+    // Names are matched without regard to case when the exact ones find nothing ("Sky").
     std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces,
+                                    float minScore = VQFeature::kShownConfidence);
+    // The score search ranked each of found by: the sum over labels of the best matching
+    // label's score (0 for a path it does not know).
+    std::vector<float> searchScores(const std::vector<std::string>& found, const std::vector<std::string>& labels,
                                     float minScore = VQFeature::kShownConfidence);
 
     VQFeature::StoreIndex& index() { return *index_; }

@@ -203,6 +203,15 @@ TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
     EXPECT_TRUE(library.search({"flower"}, 0, 0).empty());
     EXPECT_TRUE(names(library.search({"flower"}, 0, 0, 0.1f)).count("chelsea.jpg"));
     EXPECT_TRUE(library.search({"flower"}, 0, 0, 0.2f).empty());
+    // A name in another case finds the same; the scores are those search ranked by, best
+    // first, and 0 for a path the store does not know.
+    const auto found = library.search({"people"}, 0, 0);
+    EXPECT_EQ(library.search({"PEOPLE"}, 0, 0), found);
+    const auto scores = library.searchScores(found, {"People"});
+    ASSERT_EQ(scores.size(), found.size());
+    EXPECT_TRUE(std::is_sorted(scores.rbegin(), scores.rend()));
+    EXPECT_GE(*std::min_element(scores.begin(), scores.end()), VQFeature::kShownConfidence);
+    EXPECT_EQ(library.searchScores({"/no/such.jpg"}, {"people"}), std::vector<float>{0.f});
     library.updatePeople();
     for (const Person& person : library.people()) {
         std::vector<std::string> images;

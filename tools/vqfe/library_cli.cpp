@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <iostream>
+#include <map>
 #include <set>
 
 #include "cache/store_index.h"
@@ -52,9 +54,13 @@ const char* const kSearchUsage =
     "                   [--min-faces N]\n"
     "\n"
     "Prints the images that match every condition, one path per line, best first (the\n"
-    "higher the labels' scores and the more faces of the person, the earlier).\n"
+    "higher the labels' scores and the more faces of the person, the earlier). Photos of\n"
+    "equal score follow by their faces, then path, and a note on standard error says how\n"
+    "many tie: a scene label's score stops at 0.85 (the photos with ample sky all score it),\n"
+    "so among those the order is no ranking.\n"
     "  --label NAME      a scene label or class over its threshold, by its name in the\n"
-    "                    results or its display name (\"people\", \"sunset\", \"cat\", \"one person\")\n"
+    "                    results or its display name, in any case (\"people\", \"sunset\",\n"
+    "                    \"cat\", \"one person\"); with none found, the store's labels are listed\n"
     "  --min-score S     a label counts from score S on (0 to 1; default 0.3, the score from\n"
     "                    which the summary, the pictures and the report show a label)\n"
     "  --person ID|NAME  a person of 'vqfe people'\n"
@@ -182,32 +188,81 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     return 0;
 }
 
+// The store's labels by display name, with the photos that have them from minScore on,
+// the most common first: "sky (14), snow (1)".
+std::string storeLabels(const VQFeature::IndexSnapshot& snapshot, float minScore) {
+    std::map<std::string, std::set<std::string>> photos;
+    for (const auto& label : snapshot.labels) {
+        if (label.score >= minScore) photos[VQFeature::displayName(label.name)].insert(label.assetId);
+    }
+    std::vector<std::pair<size_t, std::string>> counts;
+    for (const auto& [name, assets] : photos) counts.emplace_back(assets.size(), name);
+    std::stable_sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    constexpr size_t kListed = 30;
+    std::string text;
+    for (size_t i = 0; i < counts.size() && i < kListed; ++i) {
+        text += (i ? ", " : "") + counts[i].second + " (" + std::to_string(counts[i].first) + ")";
+    }
+    if (counts.size() > kListed) text += ", and " + std::to_string(counts.size() - kListed) + " more";
+    return text.empty() ? "none" : text;
+}
+
 // Says why a search found nothing: a label no analysis gives and the store does not hold
 // is a usage error (status 2); otherwise no photo matches (status 0), and when photos have
-// the labels under the score floor, it says how to list them.
+// the labels under the score floor, it says how to list them. Where a label alone finds no
+// photo, the labels the store has are listed.
 int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels, long long person, int minFaces,
                    float minScore) {
+    const VQFeature::IndexSnapshot snapshot = library.index().snapshot(false);
     std::set<std::string> stored;
-    for (const auto& label : library.index().snapshot(false).labels) stored.insert(label.name);
+    for (const auto& label : snapshot.labels) stored.insert(label.name);
     for (const auto& label : labels) {
         const bool known = !VQFeature::labelsNamed(label).empty() || VQFeature::displayName(label) != label;
         const auto names = labelNames(label);
-        if (known || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); })) {
+        if (known || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); }) ||
+            !library.search({label}, 0, 0, 0).empty()) {
             continue;
         }
         std::cerr << "vqfe search: unknown label '" << label << "': give a scene label (sky, sunset, people, ...) or"
-                     " a class (cat, one person, ...) by its name in the results or its display name\n";
+                     " a class (cat, one person, ...) by its name in the results or its display name; the store has "
+                  << storeLabels(snapshot, minScore) << "\n";
         return 2;
     }
-    std::cerr << "vqfe search: no photo matches";
+    const auto missing = std::find_if(labels.begin(), labels.end(),
+                                      [&](const std::string& label) { return library.search({label}, 0, 0, minScore).empty(); });
     const size_t under = minScore > 0 && !labels.empty() ? library.search(labels, person, minFaces, 0).size() : 0;
+    char floor[16];
+    std::snprintf(floor, sizeof floor, "%.2f", minScore);
     if (under > 0) {
-        char floor[16];
-        std::snprintf(floor, sizeof floor, "%.2f", minScore);
-        std::cerr << " (" << under << " with the labels scored under " << floor << ": --min-score 0 lists them)";
+        std::cerr << "vqfe search: no photo matches (" << under << " with the labels scored under " << floor
+                  << ": --min-score 0 lists them)\n";
+    } else if (missing != labels.end()) {
+        std::cerr << "vqfe search: no photo has the label '" << *missing << "' (from score " << floor
+                  << "); the store has " << storeLabels(snapshot, minScore) << "\n";
+    } else {
+        std::cerr << "vqfe search: no photo matches\n";
     }
-    std::cerr << "\n";
     return 0;
+}
+
+// Says which of the photos found tie on their labels' score: their order is no ranking.
+void noteTies(PhotoLibrary& library, const std::vector<std::string>& found, const std::vector<std::string>& labels,
+              float minScore) {
+    if (labels.empty() || found.size() < 2) return;
+    const std::vector<float> scores = library.searchScores(found, labels, minScore);
+    std::string ties;
+    for (size_t start = 0; start < scores.size();) {
+        size_t end = start + 1;
+        while (end < scores.size() && std::lround(scores[end] * 1000) == std::lround(scores[start] * 1000)) ++end;
+        if (end - start > 1) {
+            char text[64];
+            std::snprintf(text, sizeof text, "%s%zu at %.2f", ties.empty() ? "" : ", ", end - start, scores[start]);
+            ties += text;
+        }
+        start = end;
+    }
+    if (ties.empty()) return;
+    std::cerr << "vqfe search: photos of equal score (" << ties << ") follow by faces, then path: that order is no ranking\n";
 }
 
 }  // namespace
@@ -297,6 +352,8 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
         const auto found = library.search(labels, id, minFaces, minScore);
         for (const auto& path : found) std::cout << path << "\n";
         if (found.empty()) return explainNoMatch(library, labels, id, minFaces, minScore);
+        std::cout.flush();
+        noteTies(library, found, labels, minScore);
         return 0;
     } catch (const VQFeature::UnknownPerson& e) {
         std::cerr << "vqfe " << command << ": " << e.what() << "\n";

@@ -16,6 +16,9 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 mkdir -p "$work/photos"
 cp "$source_dir"/samples/*.jpg "$source_dir/testdata/grace_hopper_crop.jpg" "$work/photos/"
 cp "$source_dir/samples/coffee.jpg" "$work/photos/coffee_again.jpg"
+# A smaller copy of the rocket under the same file name in another folder.
+mkdir -p "$work/photos/old"
+cp "$source_dir/testdata/rocket.jpg" "$work/photos/old/rocket.jpg"
 
 check_store() {
   local store=$1
@@ -61,11 +64,14 @@ EOF
   # A label by its display name: "cat" is the class cat_c1_c2.
   "$vqfe" search --store "$store" --label cat >"$work/found.txt" || fail "search by display name"
   [[ "$(xargs -n1 basename <"$work/found.txt")" == "chelsea.jpg" ]] || fail "search --label cat: $(cat "$work/found.txt")"
+  "$vqfe" search --store "$store" --label Cat >"$work/found.txt" || fail "search in another case"
+  [[ "$(xargs -n1 basename <"$work/found.txt")" == "chelsea.jpg" ]] || fail "search --label Cat: $(cat "$work/found.txt")"
   # A label no analysis gives is a usage error that says what a label is; a known one
   # that no photo has is an empty answer that says so.
   status=0
   "$vqfe" search --store "$store" --label "no such label" >"$work/found.txt" 2>"$work/err.txt" || status=$?
-  [[ $status -eq 2 ]] && grep -q "unknown label 'no such label': give a scene label" "$work/err.txt" ||
+  [[ $status -eq 2 ]] && grep -q "unknown label 'no such label': give a scene label" "$work/err.txt" &&
+    grep -q "; the store has .*people (3), cat (1)" "$work/err.txt" ||
     fail "search for an unknown label gave $status: $(cat "$work/err.txt")"
   "$vqfe" search --store "$store" --label giraffe >"$work/found.txt" 2>"$work/err.txt" || fail "search --label giraffe"
   [[ ! -s "$work/found.txt" ]] && grep -q "no photo matches" "$work/err.txt" ||
@@ -98,10 +104,18 @@ check_report() {
   # Labels by their display names, and none the summary would not show (the cup's flower
   # class at 0.13): a class cat_c1_c2 is "cat".
   grep -q '>cat</a>' "$report/index.html" || fail "the index does not list the label cat"
-  # Counts in the right number: the astronaut's person has "1 face", the coffee cups are "1 group".
-  grep -q ', 1 group of copies' "$report/index.html" && grep -q ', 1 face</a>' "$report/index.html" &&
+  # Counts in the right number: the astronaut's person has "1 face".
+  grep -q ', 2 groups of copies, 0 groups of similar photos' "$report/index.html" && grep -q ', 1 face</a>' "$report/index.html" &&
     ! grep -q ' 1 faces\| 1 groups' "$report/index.html" || fail "counts in the wrong number"
   [[ "$("$vqfe" people --store "$work/results.db" 2>/dev/null | grep -c ': 1 face$')" -ge 1 ]] || fail "people: '1 face'"
+  # The two rockets go by their folders; each page shows the other as its copy, and not
+  # again as a similar photo.
+  grep -q '>old/rocket.jpg</a>' "$report/index.html" && grep -q '>photos/rocket.jpg</a>' "$report/index.html" ||
+    fail "files of one name are not told apart"
+  for page in $(grep -l '<h1>[a-z]*/rocket.jpg</h1>' "$report"/photo-*.html); do
+    grep -q '<h2>Copies</h2>' "$page" && ! grep -q '<h2>Similar photos</h2>' "$page" || fail "copies on $page"
+  done
+  [[ $(grep -l '<h1>[a-z]*/rocket.jpg</h1>' "$report"/photo-*.html | wc -l) -eq 2 ]] || fail "no rocket pages"
   if grep -l '_c1_c2\|>flower</a>' "$report"/*.html; then fail "a label by its system name or under the shown floor"; fi
   python3 - "$report" <<'EOF' || fail "the report names a file outside itself or a missing one"
 import os, re, sys
