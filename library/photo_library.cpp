@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -189,6 +190,17 @@ std::vector<float> PhotoLibrary::searchScores(const std::vector<std::string>& fo
         scores.push_back(sum);
     }
     return scores;
+}
+
+std::vector<ScoreTie> scoreTies(const std::vector<float>& scores) {
+    std::vector<ScoreTie> ties;
+    for (size_t start = 0; start < scores.size();) {
+        size_t end = start + 1;
+        while (end < scores.size() && std::fabs(scores[end] - scores[start]) < 1e-5f) ++end;
+        if (end - start > 1) ties.push_back({end - start, scores[start]});
+        start = end;
+    }
+    return ties;
 }
 
 std::vector<std::string> labelNames(const std::string& label) {

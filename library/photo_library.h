@@ -76,6 +76,15 @@ private:
     VQFeature::StoreIndex* index_ = nullptr;
 };
 
+// Photos next to one another in a search's answer with the same score: their order is
+// not a ranking.
+struct ScoreTie {
+    size_t photos = 0;
+    float score = 0;
+};
+// The runs of two or more equal scores (to 1e-5) in scores, in their order.
+std::vector<ScoreTie> scoreTies(const std::vector<float>& scores);
+
 // The system names a label given on the command line stands for.
 std::vector<std::string> labelNames(const std::string& label);
 

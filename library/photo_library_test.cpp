@@ -221,6 +221,17 @@ TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
     EXPECT_THROW(library.search({}, 999999, 0), VQFeature::UnknownPerson);
 }
 
+TEST(ScoreTies, RunsOfEqualScoresInTheirOrder) {
+    EXPECT_TRUE(scoreTies({}).empty());
+    EXPECT_TRUE(scoreTies({0.9f, 0.85f, 0.7f}).empty());
+    const auto ties = scoreTies({0.85f, 0.85f, 0.85f, 0.7f, 0.5f, 0.5f, 0.85f});
+    ASSERT_EQ(ties.size(), 2u);
+    EXPECT_EQ(ties[0].photos, 3u);
+    EXPECT_FLOAT_EQ(ties[0].score, 0.85f);
+    EXPECT_EQ(ties[1].photos, 2u);
+    EXPECT_FLOAT_EQ(ties[1].score, 0.5f);
+}
+
 // A raw statement on a store, as another program or an older version would leave it.
 void rawSql(const std::string& store, const std::string& sql) {
     if (VQFeature::PgCache::isUri(store)) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cmath>
 #include <iostream>
 #include <map>
 #include <set>
@@ -77,9 +76,11 @@ const char* const kReportUsage =
     "usage: vqfe report --store FILE|URI --out DIR [--pictures DIR]\n"
     "\n"
     "Writes a static HTML report into DIR (index.html): a page per person with face\n"
-    "thumbnails, duplicate groups side by side, labels with their counts and photos, and a\n"
-    "page per photo with its results. It needs no server and loads nothing from outside\n"
-    "DIR. DIR must be new, empty or an earlier report.\n"
+    "thumbnails, groups of copies and of similar photos side by side, labels with their\n"
+    "counts and photos (best score first), and a page per photo with its results, copies\n"
+    "and similar photos. Photos go by their file names, with the folders that tell two\n"
+    "files of one name apart. It needs no server and loads nothing from outside DIR. DIR\n"
+    "must be new, empty or an earlier report.\n"
     "  --pictures DIR   annotated pictures of 'vqfe extract --draw DIR', shown on photo pages\n";
 
 std::string boxJson(const std::array<float, 4>& box) {
@@ -249,17 +250,11 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
 void noteTies(PhotoLibrary& library, const std::vector<std::string>& found, const std::vector<std::string>& labels,
               float minScore) {
     if (labels.empty() || found.size() < 2) return;
-    const std::vector<float> scores = library.searchScores(found, labels, minScore);
     std::string ties;
-    for (size_t start = 0; start < scores.size();) {
-        size_t end = start + 1;
-        while (end < scores.size() && std::lround(scores[end] * 1000) == std::lround(scores[start] * 1000)) ++end;
-        if (end - start > 1) {
-            char text[64];
-            std::snprintf(text, sizeof text, "%s%zu at %.2f", ties.empty() ? "" : ", ", end - start, scores[start]);
-            ties += text;
-        }
-        start = end;
+    for (const ScoreTie& tie : scoreTies(library.searchScores(found, labels, minScore))) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%s%zu at %.2f", ties.empty() ? "" : ", ", tie.photos, tie.score);
+        ties += text;
     }
     if (ties.empty()) return;
     std::cerr << "vqfe search: photos of equal score (" << ties << ") follow by faces, then path: that order is no ranking\n";

@@ -237,12 +237,12 @@ private:
     }
 
     // A photo's card: its thumbnail (or its name when the file could not be read).
-    std::string card(const std::string& asset, const std::string& name = "") {
+    std::string card(const std::string& asset, const std::string& name = "", const std::string& note = "") {
         const PhotoInfo& info = photos_[asset];
         const std::string shown = name.empty() ? info.name : name;
         std::string html = "<div class=\"card\"><a href=\"" + photoPage(asset) + "\">";
         if (info.thumbnail) html += "<img src=\"img/" + asset + ".jpg\" alt=\"" + escaped(shown) + "\">";
-        return html + escaped(shortName(shown)) + "</a></div>";
+        return html + escaped(shortName(shown)) + "</a>" + escaped(note) + "</div>";
     }
 
     std::string groups(const std::vector<std::vector<std::string>>& found) {
@@ -358,7 +358,9 @@ private:
             std::set<std::string> seen;
             std::string body = "<p>Best score first.</p>\n<div class=\"grid\">";
             for (const auto& [asset, score] : scored) {
-                if (seen.insert(asset).second) body += card(asset);
+                char text[16];
+                std::snprintf(text, sizeof text, " %.2f", score);
+                if (seen.insert(asset).second) body += card(asset, "", text);
             }
             body += "</div>\n";
             writeFile(dir_ / labelPage(label), page("Label: " + label, body));
