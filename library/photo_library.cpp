@@ -211,4 +211,11 @@ std::vector<std::string> labelNames(const std::string& label) {
     return names;
 }
 
+bool isKnownLabel(const std::string& label) {
+    for (const std::string& name : {label, lowered(label)}) {
+        if (!VQFeature::labelsNamed(name).empty() || VQFeature::displayName(name) != name) return true;
+    }
+    return false;
+}
+
 }  // namespace vqfe

@@ -87,5 +87,7 @@ std::vector<ScoreTie> scoreTies(const std::vector<float>& scores);
 
 // The system names a label given on the command line stands for.
 std::vector<std::string> labelNames(const std::string& label);
+// True when an analysis gives label: a system or display name as it is or in lower case.
+bool isKnownLabel(const std::string& label);
 
 }  // namespace vqfe

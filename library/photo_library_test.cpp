@@ -221,6 +221,12 @@ TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
     EXPECT_THROW(library.search({}, 999999, 0), VQFeature::UnknownPerson);
 }
 
+TEST(LabelNames, DisplayAndSystemNamesInLowerOrTheirOwnCase) {
+    EXPECT_TRUE(isKnownLabel("sky") && isKnownLabel("SKY") && isKnownLabel("snow scene") && isKnownLabel("xuejing_c2"));
+    EXPECT_TRUE(isKnownLabel("Christmas") && isKnownLabel("Giraffe"));
+    EXPECT_FALSE(isKnownLabel("no such label"));
+}
+
 TEST(ScoreTies, RunsOfEqualScoresInTheirOrder) {
     EXPECT_TRUE(scoreTies({}).empty());
     EXPECT_TRUE(scoreTies({0.9f, 0.85f, 0.7f}).empty());

@@ -218,9 +218,8 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
     std::set<std::string> stored;
     for (const auto& label : snapshot.labels) stored.insert(label.name);
     for (const auto& label : labels) {
-        const bool known = !VQFeature::labelsNamed(label).empty() || VQFeature::displayName(label) != label;
         const auto names = labelNames(label);
-        if (known || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); }) ||
+        if (isKnownLabel(label) || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); }) ||
             !library.search({label}, 0, 0, 0).empty()) {
             continue;
         }
