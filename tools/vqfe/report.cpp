@@ -297,28 +297,28 @@ private:
         body += "</td></tr></table>\n";
         // Copies: the other photos of its copy group (its own other paths are in the table);
         // similar photos: those of its similar group that are not copies of it.
-        const std::set<std::string> copies = groupMates(duplicates_, {asset});
-        std::set<std::string> notSimilar = copies;
+        std::set<std::string> notSimilar = groupMates(duplicates_, asset);
         notSimilar.insert(asset);
         body += others("Copies", duplicates_, asset, {asset});
         body += others("Similar photos", similar_, asset, notSimilar);
         writeFile(dir_ / photoPage(asset), page(shortName(info.name), body));
     }
 
-    // The assets of the groups that hold asset, but for those left out.
-    std::set<std::string> groupMates(const std::vector<std::vector<std::string>>& found, const std::set<std::string>& assets) {
+    // The other photos (assets) of the groups that hold asset.
+    std::set<std::string> groupMates(const std::vector<std::vector<std::string>>& found, const std::string& asset) {
         std::set<std::string> mates;
         for (const auto& group : found) {
-            const bool holds = std::any_of(group.begin(), group.end(),
-                                           [&](const std::string& name) { return assets.count(byName_[name]); });
-            if (!holds) continue;
+            if (std::none_of(group.begin(), group.end(), [&](const std::string& name) { return byName_[name] == asset; })) {
+                continue;
+            }
             for (const auto& name : group) mates.insert(byName_[name]);
         }
-        for (const auto& asset : assets) mates.erase(asset);
+        mates.erase(asset);
         return mates;
     }
 
-    // A section of the photos grouped with asset, one card per path, without those of left.
+    // A section of the photos grouped with asset, one card per path, leaving out the assets
+    // in left.
     std::string others(const std::string& title, const std::vector<std::vector<std::string>>& found,
                        const std::string& asset, const std::set<std::string>& left) {
         std::vector<std::string> names;
