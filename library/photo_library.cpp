@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "cache/pg_cache.h"
@@ -127,15 +128,22 @@ std::string lowered(std::string text) {
     return text;
 }
 
+// The distinct names of the stored labels.
+std::set<std::string> storedNames(const std::vector<VQFeature::IndexedLabel>& rows) {
+    std::set<std::string> names;
+    for (const auto& row : rows) names.insert(row.name);
+    return names;
+}
+
 // The names of label: its own ones and, without regard to case, those of the stored labels
 // whose name or display name it is.
-std::vector<std::string> caselessNames(const std::string& label, const std::vector<VQFeature::IndexedLabel>& stored) {
+std::vector<std::string> caselessNames(const std::string& label, const std::set<std::string>& stored) {
     std::vector<std::string> names = labelNames(label);
     const std::string wanted = lowered(label);
-    for (const auto& row : stored) {
-        if ((lowered(row.name) == wanted || lowered(VQFeature::displayName(row.name)) == wanted) &&
-            std::find(names.begin(), names.end(), row.name) == names.end()) {
-            names.push_back(row.name);
+    for (const auto& name : stored) {
+        if ((lowered(name) == wanted || lowered(VQFeature::displayName(name)) == wanted) &&
+            std::find(names.begin(), names.end(), name) == names.end()) {
+            names.push_back(name);
         }
     }
     return names;
@@ -153,7 +161,7 @@ std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& la
     std::vector<std::string> found = index_->search(query);
     if (!found.empty() || labels.empty()) return found;
     // Nothing by the exact names: the stored names, read only now, may differ in case.
-    const std::vector<VQFeature::IndexedLabel> stored = index_->snapshot(false).labels;
+    const std::set<std::string> stored = storedNames(index_->snapshot(false).labels);
     bool other = false;
     for (size_t i = 0; i < labels.size(); ++i) {
         auto names = caselessNames(labels[i], stored);
@@ -170,8 +178,9 @@ std::vector<float> PhotoLibrary::searchScores(const std::vector<std::string>& fo
     for (const auto& image : snapshot.images) assets[displayPath(image.record)] = image.record.assetId;
     std::map<std::string, std::vector<const VQFeature::IndexedLabel*>> byAsset;
     for (const auto& row : snapshot.labels) byAsset[row.assetId].push_back(&row);
+    const std::set<std::string> stored = storedNames(snapshot.labels);
     std::vector<std::vector<std::string>> names;
-    for (const auto& label : labels) names.push_back(caselessNames(label, snapshot.labels));
+    for (const auto& label : labels) names.push_back(caselessNames(label, stored));
     std::vector<float> scores;
     for (const auto& path : found) {
         float sum = 0;
