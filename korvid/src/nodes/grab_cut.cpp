@@ -6,12 +6,14 @@
 // these, padded with fixed pixels or not; exact models with a crop's beta 0.68, and slower).
 #include "nodes/grab_cut.h"
 
+#include "nodes/cut_graph.h"
+
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
-#include <opencv2/imgproc/detail/gcgraph.hpp>
 
 namespace kv {
 
@@ -159,57 +161,68 @@ void learn(const cv::Mat& image, const cv::Mat& seed, Mixture& background, Mixtu
     foreground.endLearning();
 }
 
-// One cut over the free pixels; they become GC_PR_FGD or GC_PR_BGD. False when none is free.
-bool cut(const cv::Mat& image, cv::Mat& seed, const cv::Mat& weights, const Mixture& background, const Mixture& foreground) {
-    cv::Mat index(image.size(), CV_32S);
-    int count = 0;
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) index.at<int>(y, x) = isFree(seed.at<uchar>(y, x)) ? count++ : -1;
-    }
-    if (count == 0) return false;
-    // Terminal weights first, with the edges to fixed neighbours folded in.
-    std::vector<double> fromSource(size_t(count), 0), toSink(size_t(count), 0);
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) {
-            const int i = index.at<int>(y, x);
-            const cv::Vec4d& w = weights.at<cv::Vec4d>(y, x);
-            for (int k = 0; k < 4; ++k) {
-                const int yy = y + kStepY[k], xx = x + kStepX[k];
-                if (yy < 0 || xx < 0 || xx >= image.cols) continue;
-                const int j = index.at<int>(yy, xx);
-                if ((i < 0) == (j < 0)) continue;  // both free (an edge below) or both fixed
-                const int free = i >= 0 ? i : j;
-                const uchar fixed = i >= 0 ? seed.at<uchar>(yy, xx) : seed.at<uchar>(y, x);
-                (fixed == cv::GC_BGD ? toSink : fromSource)[size_t(free)] += w[k];
+// A pixel's colour term, -log p. Where p underflows to 0 it is finite all the same, so that
+// the next cut can take it back (infinity minus infinity has no value): any term over the
+// largest finite one (745) and the pixel's edges (at most 8 x 50 and 341 folded) decides the
+// pixel's side as infinity does.
+constexpr double kCertainTerm = 1e6;
+double colourTerm(double p) { return std::min(-std::log(p), kCertainTerm); }
+
+// The graph over the free pixels, built once: its neighbour edges and the edges to fixed
+// neighbours (folded into the terminal weights) depend on the image and the seed alone.
+class FreeGraph {
+public:
+    FreeGraph(const cv::Mat& seed, const cv::Mat& weights) : index_(seed.size(), CV_32S), graph_(countFree(seed), 8 * countFree(seed)) {
+        for (int y = 0; y < seed.rows; ++y) {
+            const uchar* s = seed.ptr<uchar>(y);
+            int* index = index_.ptr<int>(y);
+            for (int x = 0; x < seed.cols; ++x) {
+                index[x] = isFree(s[x]) ? int(pixels_.size()) : -1;
+                if (index[x] >= 0) pixels_.emplace_back(x, y);
+            }
+        }
+        fromSource_.assign(pixels_.size(), 0);
+        toSink_.assign(pixels_.size(), 0);
+        for (int y = 0; y < seed.rows; ++y) {
+            for (int x = 0; x < seed.cols; ++x) {
+                const int i = index_.at<int>(y, x);
+                const cv::Vec4d& w = weights.at<cv::Vec4d>(y, x);
+                for (int k = 0; k < 4; ++k) {
+                    const int yy = y + kStepY[k], xx = x + kStepX[k];
+                    if (yy < 0 || xx < 0 || xx >= seed.cols) continue;
+                    const int j = index_.at<int>(yy, xx);
+                    if (i >= 0 && j >= 0) {
+                        graph_.addEdges(i, j, w[k], w[k]);
+                    } else if (i >= 0 || j >= 0) {
+                        const int free = i >= 0 ? i : j;
+                        const uchar fixed = i >= 0 ? seed.at<uchar>(yy, xx) : seed.at<uchar>(y, x);
+                        (fixed == cv::GC_BGD ? toSink_ : fromSource_)[size_t(free)] += w[k];
+                    }
+                }
             }
         }
     }
-    cv::detail::GCGraph<double> graph(unsigned(count), 8u * unsigned(count));
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) {
-            const int i = index.at<int>(y, x);
-            if (i < 0) continue;
-            graph.addVtx();
-            const cv::Vec3d colour = image.at<cv::Vec3b>(y, x);
-            graph.addTermWeights(i, -std::log(background(colour)) + fromSource[size_t(i)], -std::log(foreground(colour)) + toSink[size_t(i)]);
-            const cv::Vec4d& w = weights.at<cv::Vec4d>(y, x);
-            for (int k = 0; k < 4; ++k) {
-                const int yy = y + kStepY[k], xx = x + kStepX[k];
-                if (yy < 0 || xx < 0 || xx >= image.cols) continue;
-                const int j = index.at<int>(yy, xx);
-                if (j >= 0) graph.addEdges(i, j, w[k], w[k]);
-            }
+
+    bool empty() const { return pixels_.empty(); }
+
+    // One cut with these colour models; the free pixels become GC_PR_FGD or GC_PR_BGD.
+    void cut(const cv::Mat& image, cv::Mat& seed, const Mixture& background, const Mixture& foreground) {
+        for (size_t i = 0; i < pixels_.size(); ++i) {
+            const cv::Vec3d colour = image.at<cv::Vec3b>(pixels_[i]);
+            graph_.setTerminals(int(i), colourTerm(background(colour)) + fromSource_[i], colourTerm(foreground(colour)) + toSink_[i]);
         }
+        graph_.maxFlow();
+        for (size_t i = 0; i < pixels_.size(); ++i) seed.at<uchar>(pixels_[i]) = graph_.inSourceSegment(int(i)) ? cv::GC_PR_FGD : cv::GC_PR_BGD;
     }
-    graph.maxFlow();
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) {
-            const int i = index.at<int>(y, x);
-            if (i >= 0) seed.at<uchar>(y, x) = graph.inSourceSegment(i) ? cv::GC_PR_FGD : cv::GC_PR_BGD;
-        }
-    }
-    return true;
-}
+
+private:
+    static int countFree(const cv::Mat& seed) { return cv::countNonZero(seed == cv::GC_PR_BGD) + cv::countNonZero(seed == cv::GC_PR_FGD); }
+
+    cv::Mat index_;  // the free pixels' vertices, -1 where fixed
+    std::vector<cv::Point> pixels_;
+    std::vector<double> fromSource_, toSink_;
+    CutGraph graph_;
+};
 
 cv::Mat foregroundOf(const cv::Mat& seed) { return (seed == cv::GC_FGD) | (seed == cv::GC_PR_FGD); }
 
@@ -223,11 +236,11 @@ cv::Mat grabCut(const cv::Mat& image, cv::Mat seed, int iterations, Convergence 
     // OpenCV's own initialisation (k-means clusters of each side); no iteration.
     cv::grabCut(image, seed, cv::Rect(), backgroundModel, foregroundModel, 0, cv::GC_INIT_WITH_MASK);
     Mixture background(backgroundModel), foreground(foregroundModel);
-    const cv::Mat weights = neighbourWeights(image);
+    FreeGraph graph(seed, neighbourWeights(image));
     cv::Mat mask = foregroundOf(seed);
-    for (int i = 0; i < iterations; ++i) {
+    for (int i = 0; i < iterations && !graph.empty(); ++i) {
         learn(image, seed, background, foreground);
-        if (!cut(image, seed, weights, background, foreground)) break;
+        graph.cut(image, seed, background, foreground);
         cv::Mat next = foregroundOf(seed);
         const bool checked = until.settled > 0 && i > 0 && (until.lastCheck < 0 || i <= until.lastCheck);
         const bool settled = checked && size_t(cv::countNonZero(next != mask)) * size_t(until.settled) < next.total();
