@@ -22,6 +22,14 @@ namespace {
 constexpr int kComponents = 5;
 constexpr double kGamma = 50;              // neighbour weight scale
 constexpr double kSingularFix = 0.01;      // added to a learnt covariance's diagonal when singular
+const double kLogSmallest = std::log(std::numeric_limits<double>::denorm_min());  // densities below are 0
+
+// A pixel's colour term, -log p. Where p underflows to 0 it is finite all the same, so that
+// the next cut can take it back (infinity minus infinity has no value): any term over the
+// largest finite one (745) and the pixel's edges (at most 8 x 50 and 341 folded) decides the
+// pixel's side as infinity does.
+constexpr double kCertainTerm = 1e6;
+double colourTerm(double p) { return std::min(-std::log(p), kCertainTerm); }
 
 bool isBackground(uchar m) { return m == cv::GC_BGD || m == cv::GC_PR_BGD; }
 bool isFree(uchar m) { return m == cv::GC_PR_BGD || m == cv::GC_PR_FGD; }
@@ -42,13 +50,17 @@ public:
         }
     }
 
-    double component(int c, const cv::Vec3d& colour) const {
-        if (weights_[c] <= 0) return 0;
+    // The squared Mahalanobis distance of a colour to component c.
+    double distance(int c, const cv::Vec3d& colour) const {
         const cv::Vec3d d = colour - means_[c];
         const cv::Matx33d& v = inverses_[c];
-        const double mult = d[0] * (d[0] * v(0, 0) + d[1] * v(1, 0) + d[2] * v(2, 0)) + d[1] * (d[0] * v(0, 1) + d[1] * v(1, 1) + d[2] * v(2, 1)) +
-                            d[2] * (d[0] * v(0, 2) + d[1] * v(1, 2) + d[2] * v(2, 2));
-        return 1.0f / std::sqrt(determinants_[c]) * std::exp(-0.5f * mult);
+        return d[0] * (d[0] * v(0, 0) + d[1] * v(1, 0) + d[2] * v(2, 0)) + d[1] * (d[0] * v(0, 1) + d[1] * v(1, 1) + d[2] * v(2, 1)) +
+               d[2] * (d[0] * v(0, 2) + d[1] * v(1, 2) + d[2] * v(2, 2));
+    }
+
+    double component(int c, const cv::Vec3d& colour) const {
+        if (weights_[c] <= 0) return 0;
+        return scales_[c] * std::exp(-0.5f * distance(c, colour));
     }
 
     double operator()(const cv::Vec3d& colour) const {
@@ -57,12 +69,16 @@ public:
         return p;
     }
 
+    // The component of the highest density, compared by its logarithm: no exponential per
+    // pixel. Where every density underflows to 0 the first component, as when compared as
+    // densities.
     int likeliest(const cv::Vec3d& colour) const {
         int best = 0;
-        double most = 0;
+        double most = kLogSmallest;
         for (int c = 0; c < kComponents; ++c) {
-            const double p = component(c, colour);
-            if (p > most) best = c, most = p;
+            if (weights_[c] <= 0) continue;
+            const double logP = logScales_[c] - 0.5 * distance(c, colour);
+            if (logP > most) best = c, most = logP;
         }
         return best;
     }
@@ -100,14 +116,15 @@ private:
             d = cv::determinant(v);
         }
         CV_Assert(d > std::numeric_limits<double>::epsilon());
-        determinants_[c] = d;
+        scales_[c] = 1.0f / std::sqrt(d);
+        logScales_[c] = std::log(scales_[c]);
         inverses_[c] = v.inv();
     }
 
     double weights_[kComponents] = {};
     cv::Vec3d means_[kComponents], sums_[kComponents];
     cv::Matx33d covariances_[kComponents], inverses_[kComponents], products_[kComponents];
-    double determinants_[kComponents] = {};
+    double scales_[kComponents] = {}, logScales_[kComponents] = {};  // 1 / sqrt(determinant)
     int counts_[kComponents] = {};
     int total_ = 0;
 };
@@ -161,12 +178,6 @@ void learn(const cv::Mat& image, const cv::Mat& seed, Mixture& background, Mixtu
     foreground.endLearning();
 }
 
-// A pixel's colour term, -log p. Where p underflows to 0 it is finite all the same, so that
-// the next cut can take it back (infinity minus infinity has no value): any term over the
-// largest finite one (745) and the pixel's edges (at most 8 x 50 and 341 folded) decides the
-// pixel's side as infinity does.
-constexpr double kCertainTerm = 1e6;
-double colourTerm(double p) { return std::min(-std::log(p), kCertainTerm); }
 
 // The graph over the free pixels, built once: its neighbour edges and the edges to fixed
 // neighbours (folded into the terminal weights) depend on the image and the seed alone.
@@ -236,7 +247,8 @@ cv::Mat grabCut(const cv::Mat& image, cv::Mat seed, int iterations, Convergence 
     // OpenCV's own initialisation (k-means clusters of each side); no iteration.
     cv::grabCut(image, seed, cv::Rect(), backgroundModel, foregroundModel, 0, cv::GC_INIT_WITH_MASK);
     Mixture background(backgroundModel), foreground(foregroundModel);
-    FreeGraph graph(seed, neighbourWeights(image));
+    const cv::Mat nw = neighbourWeights(image);
+    FreeGraph graph(seed, nw);
     cv::Mat mask = foregroundOf(seed);
     for (int i = 0; i < iterations && !graph.empty(); ++i) {
         learn(image, seed, background, foreground);
