@@ -6,6 +6,7 @@
 // these, padded with fixed pixels or not; exact models with a crop's beta 0.68, and slower).
 #include "nodes/grab_cut.h"
 
+#include "nodes/colour_clusters.h"
 #include "nodes/cut_graph.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <limits>
 #include <vector>
 
+#include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
 namespace kv {
@@ -34,22 +36,11 @@ double colourTerm(double p) { return std::min(-std::log(p), kCertainTerm); }
 bool isBackground(uchar m) { return m == cv::GC_BGD || m == cv::GC_PR_BGD; }
 bool isFree(uchar m) { return m == cv::GC_PR_BGD || m == cv::GC_PR_FGD; }
 
-// A Gaussian mixture over BGR, started from cv::grabCut's model array (1 x 65 doubles:
-// weights, means, covariances) and learnt as OpenCV learns it, operation for operation (the
+// A Gaussian mixture over BGR, learnt as OpenCV's GrabCut learns it, operation for operation (the
 // 3 x 3 inverse and determinant of cv::Matx are OpenCV's GrabCut expressions term for term),
 // so that the models and the cut are the same.
 class Mixture {
 public:
-    explicit Mixture(const cv::Mat& model) {
-        const double* m = model.ptr<double>(0);
-        for (int c = 0; c < kComponents; ++c) {
-            weights_[c] = m[c];
-            means_[c] = cv::Vec3d(m + kComponents + 3 * c);
-            covariances_[c] = cv::Matx33d(m + 4 * kComponents + 9 * c);
-            if (weights_[c] > 0) invert(c, 0.0);
-        }
-    }
-
     // The squared Mahalanobis distance of a colour to component c.
     double distance(int c, const cv::Vec3d& colour) const {
         const cv::Vec3d d = colour - means_[c];
@@ -162,6 +153,25 @@ cv::Mat neighbourWeights(const cv::Mat& image) {
     return weights;
 }
 
+// The first models: each side's colours in k-means clusters, learnt as components (OpenCV's
+// GrabCut initialisation: 10 rounds from k-means++ centres).
+void initialise(const cv::Mat& image, const cv::Mat& seed, Mixture& background, Mixture& foreground) {
+    std::vector<cv::Vec3f> samples[2];
+    for (int y = 0; y < image.rows; ++y) {
+        const cv::Vec3b* colour = image.ptr<cv::Vec3b>(y);
+        const uchar* s = seed.ptr<uchar>(y);
+        for (int x = 0; x < image.cols; ++x) samples[isBackground(s[x]) ? 0 : 1].push_back(cv::Vec3f(colour[x]));
+    }
+    Mixture* sides[2] = {&background, &foreground};
+    for (int side = 0; side < 2; ++side) {
+        const std::vector<cv::Vec3f>& colours = samples[side];
+        const std::vector<int> labels = colourClusters(colours, std::min(kComponents, int(colours.size())), 10);
+        sides[side]->startLearning();
+        for (size_t i = 0; i < colours.size(); ++i) sides[side]->add(labels[i], cv::Vec3d(colours[i]));
+        sides[side]->endLearning();
+    }
+}
+
 // Each pixel's likeliest component of its side's mixture, then both mixtures learnt anew
 // (the components are assigned with the models of before: they change only at the end).
 void learn(const cv::Mat& image, const cv::Mat& seed, Mixture& background, Mixture& foreground) {
@@ -243,10 +253,8 @@ cv::Mat grabCut(const cv::Mat& image, cv::Mat seed, int iterations, Convergence 
     const size_t seeded = size_t(cv::countNonZero(foregroundOf(seed)));
     if (seeded == 0 || seeded == seed.total()) return cv::Mat::zeros(image.size(), CV_8U);
     cv::theRNG().state = 0x4b6f72766964ULL;
-    cv::Mat backgroundModel, foregroundModel;
-    // OpenCV's own initialisation (k-means clusters of each side); no iteration.
-    cv::grabCut(image, seed, cv::Rect(), backgroundModel, foregroundModel, 0, cv::GC_INIT_WITH_MASK);
-    Mixture background(backgroundModel), foreground(foregroundModel);
+    Mixture background, foreground;
+    initialise(image, seed, background, foreground);
     const cv::Mat nw = neighbourWeights(image);
     FreeGraph graph(seed, nw);
     cv::Mat mask = foregroundOf(seed);
