@@ -2,7 +2,9 @@
 // weights and cut), with the graph built over the undecided pixels only. A fixed pixel never
 // changes side (its terminal weight, 9 x 50, exceeds the sum of its eight neighbour weights),
 // so its edges join its free neighbours' terminal weights instead: the seeds of the matting
-// nodes leave about half the image fixed, and the graph work shrinks with it.
+// nodes leave about half the image fixed, and the graph work shrinks with it. The graph is
+// built once: each iteration after the first changes the colour terms of the flow found
+// before (nodes/cut_graph.h) instead of cutting anew.
 #pragma once
 
 #include <opencv2/core.hpp>

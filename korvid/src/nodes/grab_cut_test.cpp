@@ -30,7 +30,8 @@ cv::Mat opencvMask(const cv::Mat& image, cv::Mat seed, int iterations) {
 
 // The graph over the free pixels gives OpenCV's masks, whichever way the fixed pixels lie:
 // background outside a box (the salient seed), a certain foreground core (its edges fold
-// into the source side), and fixed pixels inside the free region.
+// into the source side), and fixed pixels inside the free region; over three iterations each
+// cut starts from the flow of the one before (with colour terms of speckles that underflow).
 TEST(GrabCut, SameMasksAsOpenCv) {
     const cv::Mat image = scene();
     cv::Mat boxed(image.size(), CV_8U, cv::Scalar(cv::GC_BGD));

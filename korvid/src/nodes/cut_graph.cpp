@@ -1,0 +1,194 @@
+#include "nodes/cut_graph.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+
+namespace kv {
+
+namespace {
+constexpr int kTerminal = -1, kOrphan = -2;
+}
+
+CutGraph::CutGraph(int vertices, int edges) : vertices_(size_t(std::max(vertices, 0))), net_(vertices_.size(), 0) {
+    edges_.reserve(size_t(std::max(edges, 0)) + 2);
+    edges_.resize(2, Edge{0, 0, 0});
+}
+
+void CutGraph::addEdges(int i, int j, double forward, double backward) {
+    Vertex& a = vertices_[size_t(i)];
+    Vertex& b = vertices_[size_t(j)];
+    edges_.push_back(Edge{j, a.first, Capacity(forward)});
+    a.first = int(edges_.size()) - 1;
+    edges_.push_back(Edge{i, b.first, Capacity(backward)});
+    b.first = int(edges_.size()) - 1;
+}
+
+void CutGraph::setTerminals(int i, double source, double sink) {
+    const double net = source - sink;
+    // The flow through the vertex's neighbour edges stays: only its terminal residual moves.
+    vertices_[size_t(i)].residual += Capacity(net - net_[size_t(i)]);
+    net_[size_t(i)] = net;
+}
+
+void CutGraph::maxFlow() {
+    if (vertices_.empty()) return;
+    Vertex stub, *nil = &stub, *first = nil, *last = nil;
+    int stamp = 0;
+    stub.next = nil;
+    Vertex* const vtx = vertices_.data();
+    Edge* const edge = edges_.data();
+    std::vector<Vertex*> orphans;
+
+    // Every vertex with a terminal residual roots its tree; the trees are grown anew.
+    for (Vertex& v : vertices_) {
+        v.next = nullptr;
+        v.stamp = 0;
+        if (v.residual != 0) {
+            last = last->next = &v;
+            v.dist = 1;
+            v.parent = kTerminal;
+            v.tree = v.residual < 0;
+        } else {
+            v.parent = 0;
+        }
+    }
+    first = first->next;
+    last->next = nil;
+    nil->next = nullptr;
+
+    for (;;) {
+        Vertex *v, *u;
+        int e0 = -1, ei = 0, ej = 0;
+        unsigned char vt;
+
+        // Grow both trees until an edge joins them.
+        while (first != nil) {
+            v = first;
+            if (v->parent) {
+                vt = v->tree;
+                for (ei = v->first; ei != 0; ei = edge[ei].next) {
+                    if (edge[ei ^ vt].residual == 0) continue;
+                    u = vtx + edge[ei].to;
+                    if (!u->parent) {
+                        u->tree = vt;
+                        u->parent = ei ^ 1;
+                        u->stamp = v->stamp;
+                        u->dist = v->dist + 1;
+                        if (!u->next) {
+                            u->next = nil;
+                            last = last->next = u;
+                        }
+                        continue;
+                    }
+                    if (u->tree != vt) {
+                        e0 = ei ^ vt;
+                        break;
+                    }
+                    if (u->dist > v->dist + 1 && u->stamp <= v->stamp) {
+                        u->parent = ei ^ 1;
+                        u->stamp = v->stamp;
+                        u->dist = v->dist + 1;
+                    }
+                }
+                if (e0 > 0) break;
+            }
+            first = first->next;
+            v->next = nullptr;
+        }
+        if (e0 <= 0) break;
+
+        // The path's bottleneck (k = 1: the source tree's half, k = 0: the sink tree's).
+        Capacity bottleneck = edge[e0].residual;
+        for (int k = 1; k >= 0; k--) {
+            for (v = vtx + edge[e0 ^ k].to;; v = vtx + edge[ei].to) {
+                if ((ei = v->parent) < 0) break;
+                bottleneck = std::min(bottleneck, edge[ei ^ k].residual);
+            }
+            bottleneck = std::min(bottleneck, std::fabs(v->residual));
+        }
+
+        // Augment; vertices whose edge to the parent saturates become orphans.
+        edge[e0].residual -= bottleneck;
+        edge[e0 ^ 1].residual += bottleneck;
+        for (int k = 1; k >= 0; k--) {
+            for (v = vtx + edge[e0 ^ k].to;; v = vtx + edge[ei].to) {
+                if ((ei = v->parent) < 0) break;
+                edge[ei ^ (k ^ 1)].residual += bottleneck;
+                if ((edge[ei ^ k].residual -= bottleneck) == 0) {
+                    orphans.push_back(v);
+                    v->parent = kOrphan;
+                }
+            }
+            v->residual = v->residual + bottleneck * (1 - k * 2);
+            if (v->residual == 0) {
+                orphans.push_back(v);
+                v->parent = kOrphan;
+            }
+        }
+
+        // Adopt the orphans: the nearest parent of their own tree, or free them.
+        stamp++;
+        while (!orphans.empty()) {
+            Vertex* o = orphans.back();
+            orphans.pop_back();
+            int d, minDist = INT_MAX;
+            e0 = 0;
+            vt = o->tree;
+            for (ei = o->first; ei != 0; ei = edge[ei].next) {
+                if (edge[ei ^ (vt ^ 1)].residual == 0) continue;
+                u = vtx + edge[ei].to;
+                if (u->tree != vt || u->parent == 0) continue;
+                for (d = 0;;) {
+                    if (u->stamp == stamp) {
+                        d += u->dist;
+                        break;
+                    }
+                    ej = u->parent;
+                    d++;
+                    if (ej < 0) {
+                        if (ej == kOrphan) {
+                            d = INT_MAX - 1;
+                        } else {
+                            u->stamp = stamp;
+                            u->dist = 1;
+                        }
+                        break;
+                    }
+                    u = vtx + edge[ej].to;
+                }
+                if (++d < INT_MAX) {
+                    if (d < minDist) {
+                        minDist = d;
+                        e0 = ei;
+                    }
+                    for (u = vtx + edge[ei].to; u->stamp != stamp; u = vtx + edge[u->parent].to) {
+                        u->stamp = stamp;
+                        u->dist = --d;
+                    }
+                }
+            }
+            if ((o->parent = e0) > 0) {
+                o->stamp = stamp;
+                o->dist = minDist;
+                continue;
+            }
+            o->stamp = 0;
+            for (ei = o->first; ei != 0; ei = edge[ei].next) {
+                u = vtx + edge[ei].to;
+                ej = u->parent;
+                if (u->tree != vt || !ej) continue;
+                if (edge[ei ^ (vt ^ 1)].residual != 0 && !u->next) {
+                    u->next = nil;
+                    last = last->next = u;
+                }
+                if (ej > 0 && vtx + edge[ej].to == o) {
+                    orphans.push_back(u);
+                    u->parent = kOrphan;
+                }
+            }
+        }
+    }
+}
+
+}  // namespace kv

@@ -1,0 +1,53 @@
+// A graph for repeated minimum s-t cuts whose terminal capacities change between cuts:
+// Boykov-Kolmogorov max-flow, step for step as OpenCV's cv::detail::GCGraph runs it, except
+// that the flow already found stays. GrabCut's neighbour edges are the same in every
+// iteration and only the colour terms move, so each cut after the first starts from the
+// last one's residual graph (the cut is that of the new capacities: changing a vertex's
+// terminal capacities changes only its net terminal residual) and pushes only the difference.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace kv {
+
+class CutGraph {
+public:
+#ifdef CUT_FLOAT
+    using Capacity = float;
+#else
+    using Capacity = double;
+#endif
+    explicit CutGraph(int vertices, int edges = 0);
+
+    // An edge pair i -> j of capacity `forward` and j -> i of `backward` (both >= 0).
+    void addEdges(int i, int j, double forward, double backward);
+    // The capacities of vertex i from the source and to the sink; replaces those set before.
+    void setTerminals(int i, double source, double sink);
+    // Pushes flow until no path from the source to the sink is left.
+    void maxFlow();
+    // After maxFlow: whether i stays on the source side of the cut.
+    bool inSourceSegment(int i) const { return vertices_[std::size_t(i)].tree == 0; }
+
+private:
+    struct Vertex {
+        Vertex* next = nullptr;  // in the active queue (used by maxFlow only)
+        int parent = 0;          // edge to the parent; 0: free; kTerminal, kOrphan
+        int first = 0;           // first edge out of it
+        int stamp = 0;           // when dist was last known right
+        int dist = 0;            // edges to its tree's terminal
+        Capacity residual = 0;   // net terminal residual: > 0 from the source, < 0 to the sink
+        unsigned char tree = 0;  // 0: source tree, 1: sink tree
+    };
+    struct Edge {
+        int to;
+        int next;
+        Capacity residual;
+    };
+
+    std::vector<Vertex> vertices_;
+    std::vector<double> net_;  // each vertex's source minus sink capacity last set
+    std::vector<Edge> edges_;  // pairs 2k, 2k + 1 are each other's reverse; 0 and 1 unused
+};
+
+}  // namespace kv
