@@ -172,6 +172,8 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
         const Kind& kind = setup_.kinds.front();
         auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph), true, error);
         for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
+            // Handed back under the key a request carrying the graph gives it, as stored.
+            results[i]->algorithmKey = keys_.front();
             batch[i]->keepAlive.push_back(results[i]);
             batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
             batch[i]->produced = results[i]->result != nullptr || kind.number == 9;
