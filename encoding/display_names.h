@@ -12,7 +12,8 @@ namespace VQFeature {
 /// Labels and classes under this confidence are not shown to people (the vqfe summary and
 /// pictures, the Java helpers' shown classes): the object detector's boxes under 0.3 are
 /// mostly wrong (a mobile phone on the cat), and a scene cue under it lacks its evidence.
-/// The blobs keep every value.
+/// The blobs keep every value. The open framework scales its class confidences to the
+/// same floor (kv::kShownClass; display_names_test checks that they agree).
 constexpr float kShownConfidence = 0.3f;
 
 /// The short English name of a label (a classification label such as "2252_alone" or a

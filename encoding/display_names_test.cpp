@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dnn/shown_class.h"
 #include "testing/builtin_templates.h"
 
 namespace VQFeature {
@@ -51,6 +52,12 @@ TEST(DisplayNames, EveryClassAndSceneLabelHasAShortNameOfItsOwn) {
 
 TEST(DisplayNames, UnknownLabelsComeBackUnchanged) {
     for (const char* label : {"", "class 12", "2252_Alone", "qrcode_c2 ", "\xff\xfe"}) EXPECT_EQ(displayName(label), label);
+}
+
+// The open framework scales a detector score so that its shown-from score lands on its
+// floor: a class it calibrates to the floor must be one the summary shows.
+TEST(DisplayNames, TheFrameworkScalesConfidencesToTheFloorThatIsShown) {
+    EXPECT_EQ(static_cast<float>(kv::kShownClass), kShownConfidence);
 }
 
 }  // namespace

@@ -4,9 +4,10 @@
 // from the built model directory (its networks stay in the system's cache, so a load costs
 // little besides the fuzzed model). Checked for each load: it gives NO_ERROR or
 // INVALID_MODEL, nothing else; a failure says why; every model block comes back after
-// releaseGraph. A slot whose model a bundle names (a reference) runs the loaded graph on a
-// photo with a person, which fetches the model: the run must give NO_ERROR whatever the
-// bytes (a damaged named model only leaves the person unconfirmed).
+// releaseGraph. Built with VQFE_FUZZ_NAMED_MODELS it is fuzz_named_network: its slots'
+// models are named by a bundle (a reference), so it runs each loaded graph on a photo with
+// a person, which fetches the model: the run must give NO_ERROR whatever the bytes (a
+// damaged named model only leaves the person unconfirmed).
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,16 @@
 using namespace Vantor;
 
 namespace {
+
+#ifdef VQFE_FUZZ_NAMED_MODELS
+constexpr const vqfe_fuzz::NetworkSlot* kTargetSlots = vqfe_fuzz::kNamedSlots;
+constexpr size_t kTargetSlotCount = vqfe_fuzz::kNamedSlotCount;
+constexpr bool kRuns = true;
+#else
+constexpr const vqfe_fuzz::NetworkSlot* kTargetSlots = vqfe_fuzz::kSlots;
+constexpr size_t kTargetSlotCount = vqfe_fuzz::kSlotCount;
+constexpr bool kRuns = false;
+#endif
 
 // Serves the fuzzed bytes under the slot's model name and the real model under every name of
 // realModels; any other name gets the fuzzed bytes too.
@@ -87,7 +98,7 @@ struct Framework {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Framework* framework = new Framework();  // one system for the whole run, never freed
     if (size == 0) return 0;
-    const vqfe_fuzz::NetworkSlot& slot = vqfe_fuzz::kSlots[data[0] % vqfe_fuzz::kSlotCount];
+    const vqfe_fuzz::NetworkSlot& slot = kTargetSlots[data[0] % kTargetSlotCount];
     framework->finder.fuzzedName = slot.model;
     framework->finder.bytes.assign(reinterpret_cast<const char*>(data + 1), size - 1);
     VantorAlgorithmSystem* system = framework->system;
@@ -100,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fprintf(stderr, "%s: a refused model without a message\n", slot.model);
         std::abort();
     }
-    if (code == NO_ERROR && slot.runs) {
+    if (code == NO_ERROR && kRuns) {
         const VantorErrorCode run = system->execute(framework->photo, AlgorithmType::AllNodes);
         if (run != NO_ERROR) {
             std::fprintf(stderr, "%s: a run gave %d: %s\n", slot.model, static_cast<int>(run), system->getLastErrorMessage().c_str());

@@ -1,5 +1,6 @@
-// The models fuzz_network feeds damaged bytes to, each with a graph that loads it: the
-// input's first byte picks one (modulo the count), the seed maker writes seeds behind it.
+// The models fuzz_network and fuzz_named_network feed damaged bytes to, each with a graph
+// that loads it: the input's first byte picks one (modulo the count), the seed maker
+// writes seeds behind it.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +10,6 @@ namespace vqfe_fuzz {
 struct NetworkSlot {
     const char* model;  // the name the fuzzed bytes are served under
     const char* graph;
-    // The model is one a bundle of the graph names (a reference): the graph runs once on a
-    // photo with a person after loading, and the run fetches it.
-    bool runs = false;
 };
 
 #define VQFE_FUZZ_FACE_NODE(extra)                                                                         \
@@ -46,14 +44,20 @@ inline constexpr NetworkSlot kSlots[] = {
     {"qm_porn_classifier",
      VQFE_FUZZ_GRAPH(R"({"name":"porn_cls_0","type":"porn_cls","config":{"keymaps":{"stringParam":{"model_name":"qm_porn_classifier"}}}})",
                      VQFE_FUZZ_LINK("porn_cls_0", 0))},
+};
+inline constexpr size_t kSlotCount = sizeof kSlots / sizeof kSlots[0];
+
+// The slots of fuzz_named_network: the model is one a bundle of the graph names (a
+// reference), so the graph runs once on a photo with a person after loading, and the run
+// fetches it. A target of its own: a run costs a detector pass, many times a load.
+inline constexpr NetworkSlot kNamedSlots[] = {
     // The scene's bundle (qm_c1_small, built) names qm_skeleton's body network, fetched to
     // check the photo's person.
     {"qm_skeleton",
      VQFE_FUZZ_GRAPH(R"({"name":"scene_0","type":"scene_recognition","config":{"keymaps":{"intParam":{"scene_recog_use_old":1}}}})",
-                     VQFE_FUZZ_LINK("scene_0", 0)),
-     true},
+                     VQFE_FUZZ_LINK("scene_0", 0))},
 };
-inline constexpr size_t kSlotCount = sizeof kSlots / sizeof kSlots[0];
+inline constexpr size_t kNamedSlotCount = sizeof kNamedSlots / sizeof kNamedSlots[0];
 
 #undef VQFE_FUZZ_FACE_NODE
 #undef VQFE_FUZZ_GRAPH

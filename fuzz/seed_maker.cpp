@@ -8,7 +8,8 @@
 //   string_utils/ the default model list and short texts;
 //   network/   per model of fuzz_network, behind its slot byte: the built model with each
 //              network in it replaced by a tiny one (fuzz/tiny_networks/) or cut to 4 KiB,
-//              a cascade by the one-stage tiny_cascade.xml.
+//              a cascade by the one-stage tiny_cascade.xml;
+//   named_network/ the same for the named models of fuzz_named_network.
 // Run it from a default build: cmake --build --preset default --target fuzz_seed_maker
 // && build/bin/fuzz_seed_maker [corpus]. Files are named by content, so reruns replace
 // them; a corpus name writes that corpus alone.
@@ -141,17 +142,17 @@ std::vector<std::pair<std::string, std::string>> bundleParts(const std::string& 
     return parts;
 }
 
-void writeNetworkSeeds(const fs::path& dir) {
+// named: the slots are fuzz_named_network's, their seeds named <model>-named-*.
+void writeNetworkSeeds(const fs::path& dir, const vqfe_fuzz::NetworkSlot* slots, size_t count, bool named) {
     const std::string tinyCascade = readFile(VQFE_FUZZ_TINY_CASCADE);
     std::vector<std::pair<std::string, std::string>> tinyNetworks;
     for (const auto& entry : fs::directory_iterator(VQFE_FUZZ_TINY_NETWORKS)) {
         tinyNetworks.emplace_back(entry.path().stem().string(), readFile(entry.path()));
     }
-    for (size_t slot = 0; slot < vqfe_fuzz::kSlotCount; ++slot) {
-        const std::string name = vqfe_fuzz::kSlots[slot].model;
+    for (size_t slot = 0; slot < count; ++slot) {
+        const std::string name = slots[slot].model;
         const std::string model = readFile(fs::path(VQFE_FUZZ_NETWORKS) / (name + ".model"));
-        // A slot of a named model has its own seeds beside the slot that loads it.
-        const std::string stem = vqfe_fuzz::kSlots[slot].runs ? name + "-named" : name;
+        const std::string stem = named ? name + "-named" : name;
         const std::string prefix(1, static_cast<char>(slot));
         const auto parts = bundleParts(model);
         // A network of the model (or the model itself) in one of its replacements.
@@ -176,7 +177,7 @@ void writeNetworkSeeds(const fs::path& dir) {
         }
         writeFile(dir / (stem + "-head.bin"), variant(first.substr(0, 4096)));
     }
-    writeFile(dir / "qm_petface-tiny_cascade.bin", std::string(1, '\x01') + tinyCascade);
+    if (!named) writeFile(dir / "qm_petface-tiny_cascade.bin", std::string(1, '\x01') + tinyCascade);
 }
 
 }  // namespace
@@ -190,6 +191,9 @@ int main(int argc, char** argv) {
     if (wanted("config")) writeConfigs(corpus / "config");
     if (wanted("model_name")) writeModelNames(corpus / "model_name");
     if (wanted("string_utils")) writeTexts(corpus / "string_utils");
-    if (wanted("network")) writeNetworkSeeds(corpus / "network");
+    if (wanted("network")) writeNetworkSeeds(corpus / "network", vqfe_fuzz::kSlots, vqfe_fuzz::kSlotCount, false);
+    if (wanted("named_network")) {
+        writeNetworkSeeds(corpus / "named_network", vqfe_fuzz::kNamedSlots, vqfe_fuzz::kNamedSlotCount, true);
+    }
     return 0;
 }

@@ -57,10 +57,7 @@ BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, s
     batchStore_ = std::make_shared<BatchStore>(inner, dynamic_cast<VQFeature::StoreIndex*>(store.get()));
     // Requests after the graph has loaded carry no graph text, so the extractor files their
     // results under the keys of the empty text; the store keeps them under the full graph's.
-    std::map<std::string, std::string> aliases;
-    const std::vector<std::string> keptGraphKeys = keysFor("");
-    for (size_t k = 0; k < keys_.size(); ++k) aliases.emplace(keptGraphKeys[k], keys_[k]);
-    batchStore_->setKeyAliases(std::move(aliases));
+    batchStore_->setKeyAliases(VQFeature::KeptGraph::keyAliases(keysFor(""), keys_));
     // The batch store is the only cache: it passes new results on to the store.
     std::shared_ptr<CacheAdapter> cache = batchStore_;
     std::shared_ptr<CacheAdapter> none;
@@ -163,20 +160,21 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
         resources.push_back(std::make_shared<VQFeature::Resource>(outcome->image.assetId, outcome->image.path,
                                                                   outcome->image.buffer));
     }
-    // The framework releases and reloads the graph whenever a request carries its text, so
-    // only requests until one has run carry it (a load that failed is tried again). Only a
-    // framework run saves a result (answers from the cache do not): a save proves the graph.
-    const std::string graph = graphLoaded_ ? std::string() : graph_;
+    // Only a framework run saves a result (answers from the cache do not): a save proves
+    // the graph.
+    const std::string graph = keptGraph_.requestText(graph_);
     const size_t savedBefore = batchStore_->resultsSaved();
     if (isSingleKindRequest(setup_)) {
         const Kind& kind = setup_.kinds.front();
         auto results = extractor_->extractFeatures(singleInput(setup_, resources, graph), true, error);
         for (size_t i = 0; i < batch.size() && i < results.size(); ++i) {
+            // Handed back under the key a request carrying the graph gives it, as stored.
+            results[i]->algorithmKey = keys_.front();
             batch[i]->keepAlive.push_back(results[i]);
             batch[i]->blobs[kind.name] = {results[i]->result, results[i]->resultLength};
             batch[i]->produced = results[i]->result != nullptr || kind.number == 9;
         }
-        if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
+        if (batchStore_->resultsSaved() > savedBefore) keptGraph_.ran(graph_);
         return;
     }
     auto results = extractor_->extractFeatures(multiInput(setup_, resources, graph), true, error);
@@ -191,7 +189,7 @@ void BatchRunner::extract(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPai
             if (item) batch[i]->blobs[kind.name] = {item->data, item->size};
         }
     }
-    if (batchStore_->resultsSaved() > savedBefore) graphLoaded_ = true;
+    if (batchStore_->resultsSaved() > savedBefore) keptGraph_.ran(graph_);
 }
 
 }  // namespace vqfe

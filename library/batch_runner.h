@@ -1,6 +1,6 @@
 // BatchRunner: one extractor with its own framework system, running a set of kinds over
-// batches of images, one request per batch. The graph is loaded once per runner: the first
-// request that runs anything carries the graph text, later ones keep the loaded graph and the
+// batches of images, one request per batch. The graph is loaded once per runner (KeptGraph):
+// requests carry the graph text until one has run, later ones keep the loaded graph and the
 // batch store files their results under the full graph's keys. Images whose every kind is in the store are answered by the store
 // alone: the extractor loads its graph before it looks anything up, so a batch the store
 // answers whole loads no graph at all. Shared by `vqfe extract` and `vqfe work`. A store that keeps an
@@ -16,6 +16,7 @@
 
 #include "extractor/cache_adapter.h"
 #include "extractor/extractor.h"
+#include "extractor/kept_graph.h"
 #include "library/batch_store.h"
 #include "library/image_io.h"
 #include "library/kinds.h"
@@ -69,7 +70,7 @@ private:
     std::shared_ptr<BatchStore> batchStore_;
     std::shared_ptr<VQFeature::Extractor> extractor_;
     int initCode_ = 0;
-    bool graphLoaded_ = false;  // a request has run on graph_: later ones need not send it
+    VQFeature::KeptGraph keptGraph_;  // whether requests still carry graph_
 };
 
 }  // namespace vqfe

@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "cache/memory_cache.h"
 #include "cache/sqlite_cache.h"
+#include "cache/stored_result.h"
+#include "library/batch_store.h"
 #include "extractor/algorithm_types.h"
 #include "extractor/input.h"
 #include "extractor/result.h"
@@ -203,6 +206,29 @@ TEST_F(BatchRunnerTest, ABatchThatRanNothingSendsTheGraphAgain) {
         // The first request ran nothing, so the second carried the graph again; the third did not.
         EXPECT_EQ(system.graphs, (std::vector<std::string>{"{g}", "{g}"})) << kind;
         EXPECT_EQ(system.executes, 3) << kind;
+    }
+}
+
+// The extractor's result keeps the key it was saved with; the store gets a copy of its
+// bytes under the full graph's key, with an index or without.
+TEST(BatchStoreTest, StoresAnAliasedResultUnderTheFullKeyAndLeavesTheSavedOneAlone) {
+    VQFeature::TempDir dir;
+    auto sqlite = std::make_shared<VQFeature::SqliteCache>(dir.path() + "/results.db");
+    auto memory = std::make_shared<VQFeature::MemoryCache>(16);
+    for (const bool indexed : {true, false}) {
+        SCOPED_TRACE(indexed ? "indexed" : "memory");
+        std::shared_ptr<VQFeature::CacheAdapter> inner = indexed ? std::shared_ptr<VQFeature::CacheAdapter>(sqlite) : memory;
+        BatchStore batchStore(inner, indexed ? sqlite.get() : nullptr);
+        batchStore.setKeyAliases({{"kept", "full"}});
+        batchStore.begin({{"asset", "photo.png", 3, 1, 1, 0}});
+        auto saved = VQFeature::storedResult("asset", "kept", 33, "", "abc", 3);
+        batchStore.save(saved);
+        EXPECT_EQ(saved->algorithmKey, "kept");
+        batchStore.finish();
+        auto found = inner->query("asset", "full");
+        ASSERT_NE(found, nullptr);
+        EXPECT_EQ(std::string(static_cast<const char*>(found->result), found->resultLength), "abc");
+        EXPECT_EQ(inner->query("asset", "kept"), nullptr);
     }
 }
 

@@ -69,14 +69,22 @@ void BatchStore::save(const std::vector<std::shared_ptr<VQFeature::Result>>& res
 void BatchStore::save(const std::shared_ptr<VQFeature::Result>& result) {
     if (!result) return;
     ++saved_;
-    result->algorithmKey = storedKey(result->algorithmKey);
     touch(result->assetId);
-    if (index_ == nullptr) {
+    const std::string& key = storedKey(result->algorithmKey);
+    if (index_ == nullptr && key == result->algorithmKey) {
         inner_->save(result);
         return;
     }
-    // The extractor may take the blob back once saved: keep a copy until the image is done.
-    pending_.push_back(VQFeature::copyResult(*result));
+    // A copy under the stored key, the caller's result left as it is. With an index the
+    // copy also outlives the blob, which the extractor may take back once saved, until
+    // the image is done.
+    auto stored = VQFeature::copyResult(*result);
+    stored->algorithmKey = key;
+    if (index_ == nullptr) {
+        inner_->save(stored);
+        return;
+    }
+    pending_.push_back(std::move(stored));
 }
 
 }  // namespace vqfe

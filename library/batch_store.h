@@ -28,8 +28,9 @@ public:
     // inner: the store or memory cache; index: inner's index, or null.
     BatchStore(std::shared_ptr<VQFeature::CacheAdapter> inner, VQFeature::StoreIndex* index);
 
-    // Algorithm keys the extractor uses -> the keys the store files them under. Results
-    // saved under an alias get the stored key in place, as if the request had carried it.
+    // Algorithm keys the extractor uses -> the keys the store files them under. A result
+    // saved under an alias is stored as a copy under the stored key; the saved object
+    // keeps its own key.
     void setKeyAliases(std::map<std::string, std::string> aliases) { aliases_ = std::move(aliases); }
     // A new batch of these images.
     void begin(const std::vector<VQFeature::ImageRecord>& records);

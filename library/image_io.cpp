@@ -86,6 +86,10 @@ std::optional<LoadedImage> loadImage(const std::string& path, std::string* error
     return image;
 }
 
+std::string truncatedWarning(const std::string& path) {
+    return "warning: " + path + " ends early (a truncated JPEG): the missing part is analysed as grey";
+}
+
 std::vector<std::string> collectImages(const std::vector<std::string>& arguments, std::vector<std::string>* problems) {
     auto isImage = [](const fs::path& p) {
         std::string ext = p.extension().string();

@@ -23,6 +23,9 @@ struct LoadedImage {
 // and the scans; a complete file reaches the marker, with anything appended after it.
 bool jpegEndsEarly(const std::string& bytes);
 
+// What every command says of a truncated JPEG it analyses, after "vqfe <command>: ".
+std::string truncatedWarning(const std::string& path);
+
 // Reads and decodes a JPEG or PNG file. On failure returns nullopt and says why in
 // *error ("cannot read", "not a JPEG or PNG image").
 std::optional<LoadedImage> loadImage(const std::string& path, std::string* error);

@@ -62,6 +62,7 @@ long long PhotoLibrary::reindex(const std::vector<std::string>& inputs, std::vec
         if (auto image = loadImage(file, &error); image && image->buffer) {
             record.width = image->buffer->width;
             record.height = image->buffer->height;
+            if (image->truncated) problems->push_back(truncatedWarning(file));
         }
         known[record.assetId] = record;
     }

@@ -43,6 +43,7 @@ public:
 
     // Indexes every stored result again from its blob; paths and sizes come from the
     // given images and directories (matched by content). Returns the images indexed.
+    // Unreadable arguments and the warnings of truncated JPEGs go to *problems.
     long long reindex(const std::vector<std::string>& inputs, std::vector<std::string>* problems);
 
     // Clusters the faces not yet in a person: they join existing persons or form new ones.

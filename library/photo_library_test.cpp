@@ -285,9 +285,15 @@ TEST_P(PhotoLibraryTest, AStoreFromBeforeTheIndexIsIndexedOnlyOnRequestAndKeepsI
         EXPECT_NE(std::string(e.what()).find("vqfe reindex"), std::string::npos) << e.what();
     }
     PhotoLibrary reindexing(old, true);
+    // A JPEG cut short gets the warning every command gives, and the rest is indexed.
+    TempDir cutDir;
+    const std::string cut = cutDir.path() + "/cut.jpg";
+    const std::string whole = fileBytes(path("astronaut.jpg"));
+    std::ofstream(cut, std::ios::binary) << whole.substr(0, whole.size() * 2 / 3);
     std::vector<std::string> problems;
-    EXPECT_EQ(reindexing.reindex({photos_->path()}, &problems), 3);
-    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(reindexing.reindex({photos_->path(), cut}, &problems), 3);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_EQ(problems[0].rfind("warning: " + cut + " ends early (a truncated JPEG)", 0), 0u) << problems[0];
     EXPECT_EQ(count(), results);
     PhotoLibrary library(old);
     EXPECT_EQ(library.duplicates(false).size(), 1u);

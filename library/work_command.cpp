@@ -212,6 +212,10 @@ private:
                 finish(job, error, {});
                 continue;
             }
+            if (image->truncated) {
+                std::lock_guard<std::mutex> lock(errMutex_);
+                err_ << "vqfe work: " << truncatedWarning(job.path) << "\n";
+            }
             outcomes.emplace_back();
             outcomes.back().image = std::move(*image);
             owners.push_back(&job);

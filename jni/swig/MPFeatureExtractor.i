@@ -17,6 +17,7 @@
 #include "extractor/extractor.h"
 #include "extractor/image_buffer.h"
 #include "extractor/input.h"
+#include "extractor/kept_graph.h"
 #include "extractor/multi_result.h"
 #include "extractor/resource.h"
 #include "extractor/result.h"
@@ -82,6 +83,7 @@ static_assert(std::is_same<int64_t, long>::value, "StringLongMap wraps the engin
 %vqfe_requests_not_null
 %include "extractor/extractor.h"
 %vqfe_clear_requests_not_null
+%include "extractor/kept_graph.h"
 %include "jni/byte_array_callback.h"
 %include "jni/native_string_utils.h"
 %include "jni/string_utils.h"

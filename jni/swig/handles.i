@@ -62,6 +62,7 @@
 %ignore Vantor::VantorImageBuffer;
 %ignore VQFeature::VantorGraph;
 %ignore VQFeature::kPostProcessorNames;
+%ignore VQFeature::KeptGraph::keyAliases;  // for stores that file answers by the request's keys
 %ignore *::operator=;
 %ignore VQFeature::Config::Config(const Config&);
 %warnfilter(520) Vantor::VantorImageBuffer;

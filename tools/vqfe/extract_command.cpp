@@ -188,8 +188,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 }
                 if (image->truncated) {
                     std::lock_guard<std::mutex> lock(outputMutex);
-                    err << "vqfe extract: warning: " << files[i]
-                        << " ends early (a truncated JPEG): the missing part is analysed as grey\n";
+                    err << "vqfe extract: " << truncatedWarning(files[i]) << "\n";
                 }
                 outcomes.emplace_back();
                 outcomes.back().image = std::move(*image);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "dnn/object_detector.h"
+#include "dnn/shown_class.h"
 #include "model/error.h"
 #include "model/model_blob.h"
 
@@ -41,9 +42,6 @@ private:
 
 // Detections of at least this score count towards a number of objects.
 constexpr float kCountedScore = 0.4f;
-
-// The confidence from which a class is shown to the user (the summary's floor).
-constexpr double kShownClass = 0.3;
 
 // A detector score as a class confidence: the score shownFrom, above the scores of the wrong
 // detections measured for that label, becomes kShownClass; linear below it (weak evidence

@@ -5,14 +5,14 @@
 #pragma once
 
 #include "dnn/pose_estimator.h"
-#include "nodes/part_network.h"
+#include "nodes/lazy_wrapper.h"
 
 namespace kv {
 
-class BodyCheck : public PartNetwork<PoseEstimator> {
+class BodyCheck : public LazyWrapper<PoseEstimator> {
 public:
     BodyCheck() = default;  // no body network: no person is ever confirmed
-    explicit BodyCheck(const ModelBlob& part) : PartNetwork(part, PoseEstimator::singleShape()) {}
+    explicit BodyCheck(const ModelBlob& part) : LazyWrapper(part, PoseEstimator::singleShape()) {}
     // The bodies; null without the part, or when its reference cannot be resolved.
     const PoseEstimator* bodies() { return get(); }
 };

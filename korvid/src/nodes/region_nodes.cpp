@@ -21,9 +21,9 @@
 #include "nodes/drawing_gate.h"
 #include "nodes/grab_cut.h"
 #include "nodes/image_stats.h"
+#include "nodes/lazy_wrapper.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
-#include "nodes/part_network.h"
 #include "nodes/pet_detector.h"
 #include "nodes/pet_selection.h"
 #include "nodes/shared_objects.h"
@@ -339,8 +339,8 @@ public:
         // The content classifier and the detector, carried or named (qm_skeleton names them:
         // fetched on the first image that needs them).
         const auto parts = bundleParts(blob);
-        if (parts.count("drawing")) drawing_ = PartNetwork<ContentClassifier>(parts.at("drawing"), ContentClassifier::shape());
-        if (parts.count("objects")) objects_ = PartNetwork<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
+        if (parts.count("drawing")) drawing_ = LazyWrapper<ContentClassifier>(parts.at("drawing"), ContentClassifier::shape());
+        if (parts.count("objects")) objects_ = LazyWrapper<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
     }
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
@@ -400,8 +400,8 @@ private:
     // and up, the crowd's small figures from 0.3; the mouse wallpaper has none from 0.2).
     static constexpr float kMinPersonScore = 0.3f;
     std::unique_ptr<PoseEstimator> estimator_;
-    PartNetwork<ObjectDetector> objects_;
-    PartNetwork<ContentClassifier> drawing_;
+    LazyWrapper<ObjectDetector> objects_;
+    LazyWrapper<ContentClassifier> drawing_;
 };
 
 }  // namespace

@@ -14,11 +14,11 @@
 #include "model/model_bundle.h"
 #include "model/model_loading.h"
 #include "nodes/body_check.h"
-#include "nodes/part_network.h"
 #include "nodes/content_cues.h"
 #include "nodes/cue_math.h"
 #include "nodes/face_output.h"
 #include "nodes/image_stats.h"
+#include "nodes/lazy_wrapper.h"
 #include "nodes/node_helpers.h"
 #include "nodes/node_types.h"
 #include "nodes/person_evidence.h"
@@ -216,7 +216,7 @@ public:
         // The object detector and MoveNet's single-person network, when the bundle has them
         // (carried or named), tell whether a person is there.
         const auto parts = bundleParts(blob);
-        if (parts.count("objects")) objects_ = PartNetwork<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
+        if (parts.count("objects")) objects_ = LazyWrapper<ObjectDetector>(parts.at("objects"), ObjectDetector::shape());
         if (parts.count("single")) bodies_ = BodyCheck(parts.at("single"));
         cv::FileStorage fs = openParams(bundle->params, "porn_cls");
         sexyWeight_ = paramOr(fs, "sexy_weight", 0.3);
@@ -251,7 +251,7 @@ public:
 
 private:
     std::unique_ptr<ContentClassifier> classifier_;
-    PartNetwork<ObjectDetector> objects_;  // made on first need (null when it cannot be fetched)
+    LazyWrapper<ObjectDetector> objects_;  // made on first need (null when it cannot be fetched)
     BodyCheck bodies_;
     static constexpr float kNegligible = 0.01f;
     static constexpr float kWorthChecking = 0.2f;  // the lowest confidence the quality figures count

@@ -9,6 +9,7 @@ import com.quorvane.zul.mediaprocessors.extractor_jni.Config;
 import com.quorvane.zul.mediaprocessors.extractor_jni.ErrorPair;
 import com.quorvane.zul.mediaprocessors.extractor_jni.Extractor;
 import com.quorvane.zul.mediaprocessors.extractor_jni.ImageBuffer;
+import com.quorvane.zul.mediaprocessors.extractor_jni.KeptGraph;
 import com.quorvane.zul.mediaprocessors.extractor_jni.MPFeatureExtractor;
 import com.quorvane.zul.mediaprocessors.extractor_jni.MultiAlgorithmInput;
 import com.quorvane.zul.mediaprocessors.extractor_jni.MultiResult;
@@ -57,10 +58,11 @@ public final class Analyzer implements AutoCloseable {
   private final Map<Kind<?>, String> kindKeys = new ConcurrentHashMap<>();
   private final ReentrantReadWriteLock lifecycle = new ReentrantReadWriteLock();
   private boolean closed;
-  // The graph the framework holds, null when none is known to be loaded. Guarded by
-  // runLock: a run that keeps the graph must not interleave with one that changes it.
+  // Which graph the framework holds, so that a request for it carries no graph text.
+  // Guarded by runLock: a run that keeps the graph must not interleave with one that
+  // changes it.
   private final Object runLock = new Object();
-  private String loadedGraph;
+  private final KeptGraph keptGraph = new KeptGraph();
 
   private Analyzer(Extractor extractor, TieredCache cache) {
     this.extractor = extractor;
@@ -295,6 +297,7 @@ public final class Analyzer implements AutoCloseable {
       closed = true;
       extractor.delete();
       cache.delete();
+      keptGraph.delete();
     } finally {
       lifecycle.writeLock().unlock();
     }
@@ -321,16 +324,14 @@ public final class Analyzer implements AutoCloseable {
       Status empty = emptyImage(image);
       if (empty != null) return new Analysis(assetId, empty, Analysis.Source.RUN, new LinkedHashMap<>());
       synchronized (runLock) {
-        // The framework releases and reloads the graph (reading every model file) whenever
-        // a request carries its text, so a request for the graph it holds carries none. The
-        // answers are cached under keyOf's keys, which do not depend on the request's text.
-        boolean keep = graph.equals(loadedGraph);
-        loadedGraph = null;
-        try (MultiAlgorithmInput request = new MultiAlgorithmInput(resources, keep ? "" : graph, types, names)) {
+        // A request for the graph the framework holds carries no text (the framework would
+        // release and reload it). The answers are cached under keyOf's keys, which do not
+        // depend on the request's text.
+        try (MultiAlgorithmInput request =
+            new MultiAlgorithmInput(resources, keptGraph.requestText(graph), types, names)) {
           Analysis analysis = run(assetId, request, wanted);
-          // Only a graph that ran gives answers; after a failed load (which leaves no graph)
-          // the next request carries the text again.
-          if (!analysis.answers().isEmpty()) loadedGraph = graph;
+          // Only a graph that ran gives answers.
+          if (!analysis.answers().isEmpty()) keptGraph.ran(graph);
           return analysis;
         }
       }

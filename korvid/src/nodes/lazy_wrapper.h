@@ -1,6 +1,7 @@
-// A network wrapper (ObjectDetector, ContentClassifier, PoseEstimator) over a bundle part
-// that carries the network or names another model's (model/network_part.h): made on first
-// need, so that a named network is fetched only when an image needs it.
+// LazyWrapper: a network wrapper (ObjectDetector, ContentClassifier, PoseEstimator) over a
+// NetworkPart, a bundle part that carries the network or names another model's
+// (model/network_part.h). The wrapper is made on first need, so that a named network is
+// fetched only when an image needs it.
 #pragma once
 
 #include <memory>
@@ -11,12 +12,12 @@
 namespace kv {
 
 template <typename Wrapper>
-class PartNetwork {
+class LazyWrapper {
 public:
-    PartNetwork() = default;  // the bundle has no such part
+    LazyWrapper() = default;  // the bundle has no such part
     // Throws Error(INVALID_MODEL) for carried bytes that are no network of shape, or a
     // malformed reference.
-    PartNetwork(const ModelBlob& part, const NetworkShape& shape) : part_(part, shape) {}
+    LazyWrapper(const ModelBlob& part, const NetworkShape& shape) : part_(part, shape) {}
     bool present() const { return part_.present(); }
     // The wrapper; null without the part or when its reference cannot be resolved.
     Wrapper* get() {
