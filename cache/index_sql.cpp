@@ -315,7 +315,7 @@ long long findPerson(SqlRunner& sql, const std::string& name) {
     return rows[0][0].asInteger();
 }
 
-std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
+std::vector<SearchHit> searchIndex(SqlRunner& sql, const SearchQuery& query) {
     if (query.person != 0 && !personExists(sql, query.person)) {
         throw UnknownPerson("no person " + std::to_string(query.person));
     }
@@ -376,9 +376,9 @@ std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query) {
     const std::string statement = "SELECT CASE WHEN i.path = '' THEN i.asset_id ELSE i.path END, " + score +
                                   " AS score FROM " + from + where + " ORDER BY score DESC, " + personOrder +
                                   "i.face_count DESC, i.path, i.asset_id";
-    std::vector<std::string> paths;
-    for (const SqlRow& row : sql.run(statement, params)) paths.push_back(row[0].bytes);
-    return paths;
+    std::vector<SearchHit> hits;
+    for (const SqlRow& row : sql.run(statement, params)) hits.push_back({row[0].bytes, row[1].asReal()});
+    return hits;
 }
 
 }  // namespace VQFeature

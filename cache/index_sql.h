@@ -39,6 +39,6 @@ std::vector<long long> writeAssignment(SqlRunner& sql, const PersonAssignment& a
 void renamePerson(SqlRunner& sql, long long id, const std::string& name);
 void mergePersonRows(SqlRunner& sql, long long into, long long from);
 long long findPerson(SqlRunner& sql, const std::string& name);
-std::vector<std::string> searchIndex(SqlRunner& sql, const SearchQuery& query);
+std::vector<SearchHit> searchIndex(SqlRunner& sql, const SearchQuery& query);
 
 }  // namespace VQFeature

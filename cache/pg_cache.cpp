@@ -245,14 +245,14 @@ long long PgCache::personNamed(const std::string& name) {
     return id;
 }
 
-std::vector<std::string> PgCache::search(const SearchQuery& query) {
+std::vector<SearchHit> PgCache::search(const SearchQuery& query) {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<std::string> paths;
+    std::vector<SearchHit> hits;
     connection_.run([&] {
         PgRunner sql(connection_);
-        paths = searchIndex(sql, query);
+        hits = searchIndex(sql, query);
     });
-    return paths;
+    return hits;
 }
 
 }  // namespace VQFeature

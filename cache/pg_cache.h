@@ -56,7 +56,7 @@ public:
     void namePerson(long long id, const std::string& name) override;
     void mergePersons(long long into, long long from) override;
     long long personNamed(const std::string& name) override;
-    std::vector<std::string> search(const SearchQuery& query) override;
+    std::vector<SearchHit> search(const SearchQuery& query) override;
 
     /// True when text is a PostgreSQL connection URI rather than a file path.
     static bool isUri(const std::string& text);

@@ -296,7 +296,7 @@ long long SqliteCache::personNamed(const std::string& name) {
     return findPerson(sql, name);
 }
 
-std::vector<std::string> SqliteCache::search(const SearchQuery& query) {
+std::vector<SearchHit> SqliteCache::search(const SearchQuery& query) {
     std::lock_guard<std::mutex> lock(mutex_);
     SqliteRunner sql(db_);
     return searchIndex(sql, query);

@@ -79,6 +79,13 @@ struct PersonAssignment {
     std::vector<std::vector<FaceKey>> newPersons;
 };
 
+/// One image a search found, with the score it was ranked by: the sum over the query's
+/// labels of the best matching label's score.
+struct SearchHit {
+    std::string path;
+    double score = 0;
+};
+
 struct SearchQuery {
     std::vector<std::vector<std::string>> labels;  // all must hold; each is one of its names
     long long person = 0;             // 0: any
@@ -126,7 +133,7 @@ public:
 
     /// Paths of the images that match, best first: the higher the matched labels' scores
     /// and the more faces of the person, the earlier. Uses the label and person indexes.
-    virtual std::vector<std::string> search(const SearchQuery& query) = 0;
+    virtual std::vector<SearchHit> search(const SearchQuery& query) = 0;
 };
 
 }  // namespace VQFeature

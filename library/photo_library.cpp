@@ -154,12 +154,19 @@ std::vector<std::string> caselessNames(const std::string& label, const std::set<
 
 std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,
                                               float minScore) {
+    std::vector<std::string> paths;
+    for (auto& hit : searchHits(labels, person, minFaces, minScore)) paths.push_back(std::move(hit.path));
+    return paths;
+}
+
+std::vector<VQFeature::SearchHit> PhotoLibrary::searchHits(const std::vector<std::string>& labels, long long person,
+                                                           int minFaces, float minScore) {
     VQFeature::SearchQuery query;
     for (const auto& label : labels) query.labels.push_back(labelNames(label));
     query.person = person;
     query.minFaces = minFaces;
     query.minScore = minScore;
-    std::vector<std::string> found = index_->search(query);
+    std::vector<VQFeature::SearchHit> found = index_->search(query);
     if (!found.empty() || labels.empty()) return found;
     // Nothing by the exact names: the stored names, read only now, may differ in case.
     const std::set<std::string> stored = storedNames(index_->snapshot(false).labels);
@@ -172,42 +179,12 @@ std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& la
     return other ? index_->search(query) : found;
 }
 
-std::vector<float> PhotoLibrary::searchScores(const std::vector<std::string>& found, const std::vector<std::string>& labels,
-                                              float minScore) {
-    const VQFeature::IndexSnapshot snapshot = index_->snapshot(false);
-    std::map<std::string, std::string> assets;  // path as search gives it, asset id
-    for (const auto& image : snapshot.images) assets[displayPath(image.record)] = image.record.assetId;
-    std::map<std::string, std::vector<const VQFeature::IndexedLabel*>> byAsset;
-    for (const auto& row : snapshot.labels) byAsset[row.assetId].push_back(&row);
-    const std::set<std::string> stored = storedNames(snapshot.labels);
-    std::vector<std::vector<std::string>> names;
-    for (const auto& label : labels) names.push_back(caselessNames(label, stored));
-    std::vector<float> scores;
-    for (const auto& path : found) {
-        float sum = 0;
-        const auto asset = assets.find(path);
-        for (const auto& alternatives : names) {
-            float best = 0;
-            if (asset != assets.end()) {
-                for (const auto* row : byAsset[asset->second]) {
-                    if (row->score >= minScore && std::find(alternatives.begin(), alternatives.end(), row->name) != alternatives.end()) {
-                        best = std::max(best, row->score);
-                    }
-                }
-            }
-            sum += best;
-        }
-        scores.push_back(sum);
-    }
-    return scores;
-}
-
-std::vector<ScoreTie> scoreTies(const std::vector<float>& scores) {
+std::vector<ScoreTie> scoreTies(const std::vector<VQFeature::SearchHit>& hits) {
     std::vector<ScoreTie> ties;
-    for (size_t start = 0; start < scores.size();) {
+    for (size_t start = 0; start < hits.size();) {
         size_t end = start + 1;
-        while (end < scores.size() && std::fabs(scores[end] - scores[start]) < 1e-5f) ++end;
-        if (end - start > 1) ties.push_back({end - start, scores[start]});
+        while (end < hits.size() && std::fabs(hits[end].score - hits[start].score) < 1e-5) ++end;
+        if (end - start > 1) ties.push_back({end - start, static_cast<float>(hits[start].score)});
         start = end;
     }
     return ties;

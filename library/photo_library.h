@@ -63,10 +63,10 @@ public:
     // Names are matched without regard to case when the exact ones find nothing ("Sky").
     std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces,
                                     float minScore = VQFeature::kShownConfidence);
-    // The score search ranked each of found by: the sum over labels of the best matching
-    // label's score (0 for a path it does not know).
-    std::vector<float> searchScores(const std::vector<std::string>& found, const std::vector<std::string>& labels,
-                                    float minScore = VQFeature::kShownConfidence);
+    // The same with the score each photo was ranked by: the sum over labels of the best
+    // matching label's score.
+    std::vector<VQFeature::SearchHit> searchHits(const std::vector<std::string>& labels, long long person,
+                                                 int minFaces, float minScore = VQFeature::kShownConfidence);
 
     VQFeature::StoreIndex& index() { return *index_; }
     const std::string& store() const { return store_; }
@@ -84,7 +84,7 @@ struct ScoreTie {
     float score = 0;
 };
 // The runs of two or more equal scores (to 1e-5) in scores, in their order.
-std::vector<ScoreTie> scoreTies(const std::vector<float>& scores);
+std::vector<ScoreTie> scoreTies(const std::vector<VQFeature::SearchHit>& hits);
 
 // The system names a label given on the command line stands for.
 std::vector<std::string> labelNames(const std::string& label);

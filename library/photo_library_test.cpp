@@ -204,14 +204,21 @@ TEST_P(PhotoLibraryTest, SearchCombinesLabelsPersonAndFaceCount) {
     EXPECT_TRUE(names(library.search({"flower"}, 0, 0, 0.1f)).count("chelsea.jpg"));
     EXPECT_TRUE(library.search({"flower"}, 0, 0, 0.2f).empty());
     // A name in another case finds the same; the scores are those search ranked by, best
-    // first, and 0 for a path the store does not know.
+    // first, and a second label adds its score.
     const auto found = library.search({"people"}, 0, 0);
     EXPECT_EQ(library.search({"PEOPLE"}, 0, 0), found);
-    const auto scores = library.searchScores(found, {"People"});
-    ASSERT_EQ(scores.size(), found.size());
-    EXPECT_TRUE(std::is_sorted(scores.rbegin(), scores.rend()));
-    EXPECT_GE(*std::min_element(scores.begin(), scores.end()), VQFeature::kShownConfidence);
-    EXPECT_EQ(library.searchScores({"/no/such.jpg"}, {"people"}), std::vector<float>{0.f});
+    const auto hits = library.searchHits({"People"}, 0, 0);
+    ASSERT_EQ(hits.size(), found.size());
+    for (size_t i = 0; i < hits.size(); ++i) {
+        EXPECT_EQ(hits[i].path, found[i]);
+        EXPECT_GE(hits[i].score, VQFeature::kShownConfidence);
+        if (i > 0) {
+            EXPECT_LE(hits[i].score, hits[i - 1].score);
+        }
+    }
+    const auto both = library.searchHits({"people", "people"}, 0, 0);
+    ASSERT_FALSE(both.empty());
+    EXPECT_NEAR(both[0].score, 2 * hits[0].score, 1e-6);
     library.updatePeople();
     for (const Person& person : library.people()) {
         std::vector<std::string> images;
@@ -228,9 +235,15 @@ TEST(LabelNames, DisplayAndSystemNamesInLowerOrTheirOwnCase) {
 }
 
 TEST(ScoreTies, RunsOfEqualScoresInTheirOrder) {
+    auto hits = [](std::vector<double> scores) {
+        std::vector<VQFeature::SearchHit> found;
+        for (double score : scores) found.push_back({"photo.jpg", score});
+        return found;
+    };
     EXPECT_TRUE(scoreTies({}).empty());
-    EXPECT_TRUE(scoreTies({0.9f, 0.85f, 0.7f}).empty());
-    const auto ties = scoreTies({0.85f, 0.85f, 0.85f, 0.7f, 0.5f, 0.5f, 0.85f});
+    EXPECT_TRUE(scoreTies(hits({0.9, 0.85, 0.7})).empty());
+    // Scores as the store gives them back: float labels summed in double.
+    const auto ties = scoreTies(hits({0.85f, 0.85f, 0.85f, 0.7f, 0.5f, 0.5f, 0.85f}));
     ASSERT_EQ(ties.size(), 2u);
     EXPECT_EQ(ties[0].photos, 3u);
     EXPECT_FLOAT_EQ(ties[0].score, 0.85f);

@@ -246,11 +246,10 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
 }
 
 // Says which of the photos found tie on their labels' score: their order is no ranking.
-void noteTies(PhotoLibrary& library, const std::vector<std::string>& found, const std::vector<std::string>& labels,
-              float minScore) {
+void noteTies(const std::vector<VQFeature::SearchHit>& found, const std::vector<std::string>& labels) {
     if (labels.empty() || found.size() < 2) return;
     std::string ties;
-    for (const ScoreTie& tie : scoreTies(library.searchScores(found, labels, minScore))) {
+    for (const ScoreTie& tie : scoreTies(found)) {
         char text[64];
         std::snprintf(text, sizeof text, "%s%zu at %.2f", ties.empty() ? "" : ", ", tie.photos, tie.score);
         ties += text;
@@ -343,11 +342,11 @@ int libraryCommand(const std::string& command, const std::vector<std::string>& a
             return 0;
         }
         const long long id = person.empty() ? 0 : library.person(person);
-        const auto found = library.search(labels, id, minFaces, minScore);
-        for (const auto& path : found) std::cout << path << "\n";
+        const auto found = library.searchHits(labels, id, minFaces, minScore);
+        for (const auto& hit : found) std::cout << hit.path << "\n";
         if (found.empty()) return explainNoMatch(library, labels, id, minFaces, minScore);
         std::cout.flush();
-        noteTies(library, found, labels, minScore);
+        noteTies(found, labels);
         return 0;
     } catch (const VQFeature::UnknownPerson& e) {
         std::cerr << "vqfe " << command << ": " << e.what() << "\n";
