@@ -110,7 +110,7 @@ double mirrorSymmetry(const cv::Mat& grey, int& row) {
 
 }  // namespace
 
-SceneEvidence measureScene(const cv::Mat& input) {
+SceneEvidence measureScene(const cv::Mat& input, ExecuteMemo* memo) {
     SceneEvidence e;
     const cv::Mat bgr = shrinkToFit(input, 256);
     if (bgr.empty()) return e;
@@ -201,7 +201,8 @@ SceneEvidence measureScene(const cv::Mat& input) {
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
     e.pointLights = countPointLights(val, e.lowerPointLights);
 
-    const ImageStats stats = computeImageStats(bgr);
+    // The statistics shrink the input to the same 256 pixels: the input's are bgr's.
+    const ImageStats stats = sharedImageStats(input, memo);
     e.entropy = stats.entropy;
     e.colourfulness = stats.colourfulness;
     return e;
@@ -209,7 +210,7 @@ SceneEvidence measureScene(const cv::Mat& input) {
 
 SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo) {
     if (memo == nullptr) return measureScene(bgr);
-    return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr); });
+    return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr, memo); });
 }
 
 const std::vector<std::string>& sceneLabelNames() {
