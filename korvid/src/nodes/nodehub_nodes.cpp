@@ -163,10 +163,14 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
     cv::cartToPolar(gx, gy, mag, angle);
     const size_t hogStart = f.size();
     f.resize(hogStart + 512, 0.f);
+    // fmod(a, pi) of the angles, 0 to 2 pi: between pi and 2 pi, a - pi is exact (the two lie
+    // within a factor of two), so it is fmod's value without fmod's cost.
+    const float pi = float(CV_PI);
+    const auto halfTurn = [pi](float a) { return a < pi ? a : a < 2 * pi ? a - pi : std::fmod(a, pi); };
     for (int y = 0; y < gray.rows; ++y) {
         for (int x = 0; x < gray.cols; ++x) {
             const int cell = (y * 8 / gray.rows) * 8 + (x * 8 / gray.cols);
-            const int bin = std::min(7, int(std::fmod(angle.at<float>(y, x), float(CV_PI)) / float(CV_PI) * 8));
+            const int bin = std::min(7, int(halfTurn(angle.at<float>(y, x)) / pi * 8));
             f[hogStart + static_cast<size_t>(cell * 8 + bin)] += mag.at<float>(y, x);
         }
     }
