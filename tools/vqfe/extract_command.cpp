@@ -43,9 +43,6 @@ void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, st
     std::snprintf(timing, sizeof timing, ",\"store\":%s,\"ms\":%.2f", outcome.fromStore ? "true" : "false",
                   outcome.milliseconds);
     std::string lines;
-    size_t blobBytes = 0;
-    for (const auto& blob : outcome.blobs) blobBytes += blob.second.second;
-    lines.reserve(options.kinds.size() * (head.size() + 128) + blobBytes * 4);
     for (const Kind& kind : options.kinds) {
         lines += head;
         lines += ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + VQFeature::jsonQuoted(kind.name) + timing;
