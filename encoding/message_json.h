@@ -24,5 +24,7 @@ const ProtobufCMessageDescriptor* blobDescriptorForKind(int kind);
 // Decodes a blob of the given kind and returns its JSON. On failure returns "" and
 // says why in *error ("no blob format for kind 9", "malformed blob for kind 4").
 std::string blobToJson(int kind, const void* data, size_t length, std::string* error);
+// The same JSON appended to out (left as it was on failure); false on failure.
+bool appendBlobJson(std::string& out, int kind, const void* data, size_t length, std::string* error);
 
 }  // namespace VQFeature

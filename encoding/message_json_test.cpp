@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "vqfe_results.pb-c.h"
@@ -49,6 +53,33 @@ TEST(MessageJsonTest, BlobsDecodeByKindAndFailuresSayWhy) {
     EXPECT_EQ(blobToJson(4, blob.data(), blob.size(), &error), "");
     EXPECT_EQ(error, "malformed blob for kind 4");
     EXPECT_EQ(blobDescriptorForKind(130), blobDescriptorForKind(121));
+}
+
+// Numbers are formatted without printf; they must read exactly as printf's "%.9g" and "%d"
+// wrote them, for floats across every exponent and for the integer extremes.
+TEST(MessageJsonTest, NumbersReadAsPrintfWroteThem) {
+    std::mt19937 random(7);
+    std::vector<float> floats = {0.f, -0.f, 1.f, -1.f, 0.1f, 1e-45f, 1.17549435e-38f, 3.40282347e38f, 123456789.f, 1e9f, 1e-5f, 0.000123f};
+    for (int i = 0; i < 20000; ++i) {
+        const uint32_t bits = random();
+        float value;
+        std::memcpy(&value, &bits, sizeof value);
+        if (std::isfinite(value)) floats.push_back(value);
+        floats.push_back(float(random() % 100000) / 1000.f);
+    }
+    CPornClsBuffer porn = C__PORN_CLS_BUFFER__INIT;
+    CFaceMouthMask mask = C__FACE_MOUTH_MASK__INIT;
+    uint32_t pixels[] = {0, 7, 255, 4294967295u};
+    mask.face_mask_size = -2147483647 - 1;
+    mask.n_face_mask = 4;
+    mask.face_mask = pixels;
+    EXPECT_EQ(messageToJson(mask.base), R"({"face_mask_size":-2147483648,"face_mask":[0,7,255,4294967295],"warp_mat":[],"id":0})");
+    for (float value : floats) {
+        porn.confidence = value;
+        char expected[64];
+        std::snprintf(expected, sizeof expected, R"({"is_porn":false,"confidence":%.9g})", double(value));
+        ASSERT_EQ(messageToJson(porn.base), expected) << value;
+    }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "encoding/display_names.h"
 #include "encoding/message_json.h"
+#include "encoding/message_unpack.h"
 #include "library/kinds.h"
 
 namespace vqfe {
@@ -16,8 +17,7 @@ DecodedBlobs::DecodedBlobs(const BlobMap& blobs) {
         if (!kind || blob.first == nullptr) continue;
         const auto* descriptor = VQFeature::blobDescriptorForKind(kind->stringType.empty() ? kind->number : 121);
         if (descriptor == nullptr) continue;
-        ProtobufCMessage* message = protobuf_c_message_unpack(descriptor, nullptr, blob.second,
-                                                              static_cast<const uint8_t*>(blob.first));
+        ProtobufCMessage* message = VQFeature::unpackMessage(descriptor, blob.second, static_cast<const uint8_t*>(blob.first));
         if (message) {
             messages_[name] = std::shared_ptr<ProtobufCMessage>(
                 message, [](ProtobufCMessage* m) { protobuf_c_message_free_unpacked(m, nullptr); });

@@ -34,33 +34,38 @@ namespace {
 
 using VQFeature::CacheAdapter;
 
+// Every kind's line of an image in one buffer and one write: the masks make an image's
+// lines hundreds of kilobytes, and the output stream is unbuffered.
 void printOutcome(const ExtractOptions& options, const ImageOutcome& outcome, std::ostream& out) {
     const std::string head = "{\"image\":" + VQFeature::jsonQuoted(outcome.image.path) +
                              ",\"asset\":" + VQFeature::jsonQuoted(outcome.image.assetId);
     char timing[64];
     std::snprintf(timing, sizeof timing, ",\"store\":%s,\"ms\":%.2f", outcome.fromStore ? "true" : "false",
                   outcome.milliseconds);
+    std::string lines;
     for (const Kind& kind : options.kinds) {
-        std::string line = head + ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + VQFeature::jsonQuoted(kind.name) + timing;
+        lines += head;
+        lines += ",\"kind\":" + std::to_string(kind.number) + ",\"name\":" + VQFeature::jsonQuoted(kind.name) + timing;
+        lines += ",\"result\":";
         auto found = outcome.blobs.find(kind.name);
         std::string error;
-        std::string json;
+        bool written = false;
         if (found != outcome.blobs.end() && found->second.first != nullptr) {
             const int blobKind = kind.stringType.empty() ? kind.number : 121;
-            json = VQFeature::blobToJson(blobKind, found->second.first, found->second.second, &error);
+            written = VQFeature::appendBlobJson(lines, blobKind, found->second.first, found->second.second, &error);
         }
-        if (!json.empty()) line += ",\"result\":" + json;
-        else line += ",\"result\":null";
+        if (!written) lines += "null";
         if (outcome.error.first != 0 || !outcome.error.second.empty()) {
-            line += ",\"error\":{\"code\":" + std::to_string(outcome.error.first) +
-                    ",\"message\":" + VQFeature::jsonQuoted(outcome.error.second) + "}";
+            lines += ",\"error\":{\"code\":" + std::to_string(outcome.error.first) +
+                     ",\"message\":" + VQFeature::jsonQuoted(outcome.error.second) + "}";
         } else if (!error.empty()) {
-            line += ",\"error\":{\"code\":0,\"message\":" + VQFeature::jsonQuoted(error) + "}";
-        } else if (json.empty() && kind.number == 9) {
-            line += ",\"note\":\"kind 9 has no blob format\"";
+            lines += ",\"error\":{\"code\":0,\"message\":" + VQFeature::jsonQuoted(error) + "}";
+        } else if (!written && kind.number == 9) {
+            lines += ",\"note\":\"kind 9 has no blob format\"";
         }
-        out << line << "}\n";
+        lines += "}\n";
     }
+    out << lines;
 }
 
 void printFailure(const std::string& path, const std::string& message, std::ostream& out) {

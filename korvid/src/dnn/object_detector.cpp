@@ -51,10 +51,18 @@ const NetworkShape& ObjectDetector::shape() {
 ObjectDetector::Pass ObjectDetector::run(const cv::Mat& bgr) const {
     Pass pass;
     pass.box = letterbox(bgr, declared::qm_object);
+    // Network::forward hands out fresh matrices, which the pass keeps as they are.
     pass.outs = network_->forward(pass.box.blob);
-    // The network reuses its output buffers on the next pass: a kept result owns its copy.
-    for (cv::Mat& out : pass.outs) out = out.clone();
     pass.box.blob.release();
+    for (size_t level = 0; level < kStrides.size(); ++level) {
+        const int grid = kSide / kStrides[level];
+        const float* s = pass.outs[level * 2].ptr<float>();
+        for (int cell = 0; cell < grid * grid; ++cell) {
+            const float* cs = s + size_t(cell) * kClasses;
+            const int best = static_cast<int>(std::max_element(cs, cs + kClasses) - cs);
+            pass.best.emplace_back(best, cs[best]);
+        }
+    }
     return pass;
 }
 
@@ -64,14 +72,13 @@ std::vector<ObjectDetection> ObjectDetector::detect(const Pass& pass, float minS
     std::vector<ObjectDetection> found;
     std::vector<cv::Rect2d> rects;
     std::vector<float> scores;
+    auto cellBest = pass.best.begin();
     for (size_t level = 0; level < kStrides.size(); ++level) {
         const int stride = kStrides[level], grid = kSide / stride;
-        const float* s = outs[level * 2].ptr<float>();
         const float* r = outs[level * 2 + 1].ptr<float>();
-        for (int cell = 0; cell < grid * grid; ++cell) {
-            const float* cs = s + size_t(cell) * kClasses;
-            const int best = static_cast<int>(std::max_element(cs, cs + kClasses) - cs);
-            if (!(cs[best] >= minScore)) continue;
+        for (int cell = 0; cell < grid * grid; ++cell, ++cellBest) {
+            const auto [best, score] = *cellBest;
+            if (!(score >= minScore)) continue;
             // Cell centre and the four distances (left, top, right, bottom) in network pixels.
             const float cx = (static_cast<float>(cell % grid) + 0.5f) * static_cast<float>(stride);
             const float cy = (static_cast<float>(cell / grid) + 0.5f) * static_cast<float>(stride);
@@ -81,11 +88,11 @@ std::vector<ObjectDetection> ObjectDetector::detect(const Pass& pass, float minS
             const cv::Point2f br = box.toImage((cx + d[2]) / kSide, (cy + d[3]) / kSide, kSide);
             const cv::Rect2f rect(tl, br);
             if (!(rect.width > 0 && rect.height > 0)) continue;
-            found.push_back({rect, best, cs[best]});
+            found.push_back({rect, best, score});
             // Boxes of different classes never overlap once shifted apart by class: one
             // suppression pass is then per class.
             rects.emplace_back(rect.x + best * kClassShift, rect.y, rect.width, rect.height);
-            scores.push_back(cs[best]);
+            scores.push_back(score);
         }
     }
     std::vector<int> keep;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ public:
     struct Pass {
         Letterbox box;
         std::vector<cv::Mat> outs;
+        // Each cell's likeliest class and its score, the cells of the three strides in turn:
+        // found once per pass, since every node that shares it asks for its own threshold.
+        std::vector<std::pair<int, float>> best;
     };
 
     static const NetworkShape& shape();

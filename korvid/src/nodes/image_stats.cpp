@@ -5,6 +5,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "graph/execute_memo.h"
 #include "nodes/cue_math.h"
 
 namespace kv {
@@ -103,6 +104,11 @@ ImageStats computeImageStats(const cv::Mat& input) {
     }
     s.entropy = e / 8.0;
     return s;
+}
+
+ImageStats sharedImageStats(const cv::Mat& bgr, ExecuteMemo* memo) {
+    if (memo == nullptr) return computeImageStats(bgr);
+    return memo->get<ImageStats>("image-stats:" + imageIdentity(bgr), [&] { return computeImageStats(bgr); });
 }
 
 }  // namespace kv

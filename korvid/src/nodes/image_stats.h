@@ -30,6 +30,11 @@ struct ImageStats {
 
 ImageStats computeImageStats(const cv::Mat& bgr);
 
+class ExecuteMemo;
+// computeImageStats(bgr), computed once per execute with a memo (aesthetics, scene v3 and
+// the scene evidence ask for the same image's).
+ImageStats sharedImageStats(const cv::Mat& bgr, ExecuteMemo* memo);
+
 // image scaled down (INTER_AREA) so that its longer side is at most side pixels, or image
 // itself when it fits; extreme shapes (1 x 16384) keep one row or column.
 cv::Mat shrinkToFit(const cv::Mat& image, int side);

@@ -71,6 +71,9 @@ public:
         auto out = std::make_unique<TransformedOutput>();
         cv::Mat m = inputAs<ImageOutput>(inputs, 0).bgr;
         cv::Mat view = m;
+        // How m stands to view: resizing works on each channel alone, so a view that is m or
+        // m with red and blue swapped is resized with it, not a second time.
+        enum { Same, Swapped, Apart } relation = Same;
         for (const std::string& step : splitText(params.stringOr("transforms", ""), ':', true)) {
             if (step == "cvt_color") {
                 // Never in place: m may still share the input image, which other nodes read.
@@ -80,17 +83,22 @@ public:
                 else if (code == 2) cv::cvtColor(m, next, cv::COLOR_BGR2GRAY);
                 else if (code != 0) throw Error(Vantor::INVALID_NODE, "unknown cvt_color_code");
                 if (code != 0) m = next;
+                if (code == 1) relation = relation == Same ? Swapped : relation == Swapped ? Same : Apart;
+                if (code == 2) relation = Apart;
             } else if (step == "resize") {
                 const long w = params.intOr("resize_width", 224), h = params.intOr("resize_height", 224);
                 if (w < 8 || h < 8 || w > 4096 || h > 4096) throw Error(Vantor::INVALID_NODE, "resize size out of range");
                 cv::resize(m, m, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
-                cv::resize(view, view, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
+                if (relation == Same) view = m;
+                else if (relation == Swapped) cv::cvtColor(m, view, cv::COLOR_RGB2BGR);
+                else cv::resize(view, view, cv::Size(int(w), int(h)), 0, 0, cv::INTER_AREA);
             } else if (step == "data_convert") {
                 const long depth = params.intOr("data_convert_rtype", CV_32F);
                 if (depth < CV_8U || depth > CV_64F) throw Error(Vantor::INVALID_NODE, "unknown data_convert_rtype");
                 cv::Mat next;
                 m.convertTo(next, int(depth), params.floatOr("data_convert_alpha", 1.f), params.floatOr("data_convert_beta", 0.f));
                 m = next;
+                relation = Apart;
             } else {
                 throw Error(Vantor::INVALID_NODE, "unknown transform \"" + step + "\"");
             }
@@ -155,10 +163,14 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
     cv::cartToPolar(gx, gy, mag, angle);
     const size_t hogStart = f.size();
     f.resize(hogStart + 512, 0.f);
+    // fmod(a, pi) of the angles, 0 to 2 pi: between pi and 2 pi, a - pi is exact (the two lie
+    // within a factor of two), so it is fmod's value without fmod's cost.
+    const float pi = float(CV_PI);
+    const auto halfTurn = [pi](float a) { return a < pi ? a : a < 2 * pi ? a - pi : std::fmod(a, pi); };
     for (int y = 0; y < gray.rows; ++y) {
         for (int x = 0; x < gray.cols; ++x) {
             const int cell = (y * 8 / gray.rows) * 8 + (x * 8 / gray.cols);
-            const int bin = std::min(7, int(std::fmod(angle.at<float>(y, x), float(CV_PI)) / float(CV_PI) * 8));
+            const int bin = std::min(7, int(halfTurn(angle.at<float>(y, x)) / pi * 8));
             f[hogStart + static_cast<size_t>(cell * 8 + bin)] += mag.at<float>(y, x);
         }
     }

@@ -68,14 +68,17 @@ int countPointLights(const cv::Mat& value, int& lower) {
     return spots;
 }
 
+// The mean and standard deviation of a float image.
+struct Spread {
+    explicit Spread(const cv::Mat& image) { cv::meanStdDev(image, mean, deviation); }
+    cv::Scalar mean, deviation;
+};
+
 // The normalised correlation of two float images of one size; 0 when either has a spread
 // of less than 4 (nothing to compare).
-double correlation(const cv::Mat& a, const cv::Mat& b) {
-    cv::Scalar ma, sa, mb, sb;
-    cv::meanStdDev(a, ma, sa);
-    cv::meanStdDev(b, mb, sb);
-    if (sa[0] < 4 || sb[0] < 4) return 0;
-    return cv::mean((a - ma[0]).mul(b - mb[0]))[0] / (sa[0] * sb[0]);
+double correlation(const cv::Mat& a, const Spread& sa, const cv::Mat& b, const Spread& sb) {
+    if (sa.deviation[0] < 4 || sb.deviation[0] < 4) return 0;
+    return cv::mean((a - sa.mean[0]).mul(b - sb.mean[0]))[0] / (sa.deviation[0] * sb.deviation[0]);
 }
 
 // The best mirror symmetry of grey about a horizontal line between 30 % and 75 % of its
@@ -97,9 +100,12 @@ double mirrorSymmetry(const cv::Mat& grey, int& row) {
         const cv::Mat upper = g(cv::Rect(0, h - band, g.cols, band)), below = g(cv::Rect(0, h, g.cols, band));
         cv::Mat above;
         cv::flip(upper, above, 0);
+        const Spread belowSpread(below);
+        const double mirrored = correlation(above, Spread(above), below, belowSpread);
+        if (mirrored <= best) continue;  // what is subtracted below is never negative
         // What a mirror adds over what the band shares with the one above it anyway
         // (straight vertical edges run through both: a wall's corner, a drawing's shapes).
-        const double ncc = correlation(above, below) - std::max(0.0, correlation(upper, below));
+        const double ncc = mirrored - std::max(0.0, correlation(upper, Spread(upper), below, belowSpread));
         if (ncc > best) {
             best = ncc;
             row = h;
@@ -110,7 +116,7 @@ double mirrorSymmetry(const cv::Mat& grey, int& row) {
 
 }  // namespace
 
-SceneEvidence measureScene(const cv::Mat& input) {
+SceneEvidence measureScene(const cv::Mat& input, ExecuteMemo* memo) {
     SceneEvidence e;
     const cv::Mat bgr = shrinkToFit(input, 256);
     if (bgr.empty()) return e;
@@ -201,7 +207,8 @@ SceneEvidence measureScene(const cv::Mat& input) {
     e.flatDarkShare = share((val < 50) & (texture < 1.5f));
     e.pointLights = countPointLights(val, e.lowerPointLights);
 
-    const ImageStats stats = computeImageStats(bgr);
+    // The statistics shrink the input to the same 256 pixels: the input's are bgr's.
+    const ImageStats stats = sharedImageStats(input, memo);
     e.entropy = stats.entropy;
     e.colourfulness = stats.colourfulness;
     return e;
@@ -209,7 +216,7 @@ SceneEvidence measureScene(const cv::Mat& input) {
 
 SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo) {
     if (memo == nullptr) return measureScene(bgr);
-    return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr); });
+    return memo->get<SceneEvidence>("scene-evidence:" + imageIdentity(bgr), [&] { return measureScene(bgr, memo); });
 }
 
 const std::vector<std::string>& sceneLabelNames() {

@@ -45,7 +45,8 @@ struct SceneEvidence {
     double colourfulness = 0;  // Hasler-Suesstrunk / 100, clamped to 1
 };
 
-SceneEvidence measureScene(const cv::Mat& bgr);
+// memo: where the image statistics of bgr may already be (image_stats.h); null computes them.
+SceneEvidence measureScene(const cv::Mat& bgr, ExecuteMemo* memo = nullptr);
 // The same, measured once per execute for all the nodes that ask (memo null: measured).
 SceneEvidence sceneEvidence(const cv::Mat& bgr, ExecuteMemo* memo);
 

@@ -39,7 +39,7 @@ class AfterEffectNode : public Node {
 public:
     std::unique_ptr<NodeOutput> run(const NodeParams&, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        const ImageStats s = computeImageStats(bgr);
+        const ImageStats s = sharedImageStats(bgr, memo);
         Vantor::AEScoreInfo info;
         info.sharpnessScore = static_cast<float>(sharpnessScore(s.sharpness));
         const double exposure = 1.0 - std::abs(s.brightness - 0.5) * 2.0;
@@ -175,7 +175,7 @@ public:
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        const ImageStats s = computeImageStats(bgr);
+        const ImageStats s = sharedImageStats(bgr, memo);
         const LabelSet set = sceneLabels(params);
         const std::vector<double> values = labelValues(set, bgr);
         auto out = std::make_unique<BufferOutput<Vantor::SceneRecogV3Buffer>>(typeList(AlgorithmType::SceneRecogV3));
