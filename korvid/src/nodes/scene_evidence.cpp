@@ -114,6 +114,17 @@ double mirrorSymmetry(const cv::Mat& grey, int& row) {
     return best;
 }
 
+// A cue over the labels' threshold, given its place in the band below the ceiling: what its
+// ramp measured takes it up to kFoundCue, the evidence past the ramp's end (strength, 0..1)
+// the rest. Photos whose measure passed the point where the ramp stops rising would all score
+// kMaxCue otherwise, and an order among them would be none; a cue under the threshold keeps
+// its value, so no photo gains or loses a label.
+double banded(double cue, double strength) {
+    if (cue <= kFoundFloor) return cue;
+    const double t = rise(cue, kFoundFloor, kMaxCue);
+    return kFoundFloor + t * (kFoundCue - kFoundFloor) + t * (kMaxCue - kFoundCue) * clamp01(strength);
+}
+
 }  // namespace
 
 SceneEvidence measureScene(const cv::Mat& input, ExecuteMemo* memo) {
@@ -157,6 +168,7 @@ SceneEvidence measureScene(const cv::Mat& input, ExecuteMemo* memo) {
     // alone is as often a white wall or a studio backdrop as an overcast sky.
     const double blueSky = share((sky & blue)(topHalf));
     e.skyShare = blueSky + std::min(blueSky, share((sky & pale)(topHalf)));
+    e.skyTopEdge = share(sky(cv::Rect(0, 0, cols, std::min(edgeRows, rows))));
     e.skyBottomShare = share(sky(bottomQuarter));
     e.coolSkyShare = share((sky & (blue | pale))(topHalf));
     e.blueSkyImage = share(sky & blue);
@@ -245,19 +257,28 @@ bool sceneCue(const std::string& label, const SceneEvidence& e, double& value) {
         // featureless blue is a wall).
         const double fromBelow = ramp(e.blueSkyImage, 0.65, 0.8) * (1 - clamp01((e.blurShare - 0.5) / 0.3));
         value = std::max({ramp(e.skyShare, 0.15, 0.55) * (1 - backdrop) * ground, fromBelow, mirrorWater, glow});
+        // More sky than the ramp needs, and a sky spanning the top edge from side to side.
+        value = banded(value, 0.5 * rise(e.skyShare, 0.55, 1.0) + 0.5 * e.skyTopEdge);
     } else if (label == "sunset") {
         // A warm region is a sunset's sky beside some blue or pale sky, or above a dark and
         // detailed ground; alone it is a flower, fur or food as often.
         const bool skyLike = e.coolSkyShare >= 0.02 || e.groundTexture >= 0.4;
         value = skyLike ? ramp(e.warmSkyShare, 0.05, 0.3) * clamp01(e.skyOverGround / 0.2) * (1 - backdrop) * ground : 0.0;
-        value = std::max(value, glow);
+        value = banded(std::max(value, glow), std::max(rise(e.warmSkyShare, 0.3, 0.6), rise(e.glowShare, 0.35, 0.7)));
     }
-    else if (label == "water") value = std::max(ramp(e.waterShare, 0.1, 0.45) * ground, mirrorWater);
-    else if (label == "snow") value = ramp(e.snowShare, 0.2, 0.55) * (e.skyShare >= 0.1 ? 1.0 : 0.5);
-    else if (label == "greenery") value = ramp(e.greenShare, 0.1, 0.4) * (1 - clamp01((e.blurShare - 0.3) / 0.4));
+    else if (label == "water") {
+        value = banded(std::max(ramp(e.waterShare, 0.1, 0.45) * ground, mirrorWater),
+                       std::max(rise(e.waterShare, 0.45, 1.0), rise(e.mirror, 0.65, 1.0)));
+    }
+    else if (label == "snow") value = banded(ramp(e.snowShare, 0.2, 0.55) * (e.skyShare >= 0.1 ? 1.0 : 0.5), rise(e.snowShare, 0.55, 1.0));
+    else if (label == "greenery") {
+        value = banded(ramp(e.greenShare, 0.1, 0.4) * (1 - clamp01((e.blurShare - 0.3) / 0.4)), rise(e.greenShare, 0.4, 1.0));
+    }
     else if (label == "night") {
         // Flat black is a drawing's background, dark green a forest in shade.
-        value = ramp(e.darkShare - e.flatDarkShare, 0.35, 0.7) * clamp01((e.pointLights - 2) / 6.0) * (e.greenShare < 0.1 ? 1.0 : 0.3);
+        const double dark = e.darkShare - e.flatDarkShare;
+        value = ramp(dark, 0.35, 0.7) * clamp01((e.pointLights - 2) / 6.0) * (e.greenShare < 0.1 ? 1.0 : 0.3);
+        value = banded(value, 0.5 * rise(dark, 0.7, 1.0) + 0.5 * rise(e.pointLights, 8, 40));
     }
     else if (label == "document") value = 0;  // the words the text reader finds (text_cues.h), not a region
     else if (label == "solid_colour") value = kMaxCue * clamp01(1 - 2 * e.entropy);

@@ -17,12 +17,17 @@
 namespace kv {
 
 constexpr double kMaxCue = 0.85;
+// A label's cue from kFoundFloor (the scene labels' default threshold) up: its measure's ramp
+// reaches kFoundCue, evidence past the ramp's end fills the band to kMaxCue (ranks the photos).
+constexpr double kFoundFloor = 0.5;
+constexpr double kFoundCue = 0.75;
 constexpr double kFlowerCue = 0.6;
 constexpr double kGalaxyCue = 0.6;
 
 // The raw measures behind the cues (shares are fractions of the part of the image named).
 struct SceneEvidence {
     double skyShare = 0;       // top half covered by a smooth sky-coloured region reaching the top edge
+    double skyTopEdge = 0;     // top rows (a twentieth of the height) covered by that region
     double skyBottomShare = 0; // bottom quarter covered by that same region (a backdrop, not a sky)
     double coolSkyShare = 0;   // top half covered by the blue or pale part of that region
     double blueSkyImage = 0;   // the whole image covered by the blue part of that region (a sky seen from below)

@@ -65,6 +65,41 @@ TEST(SceneEvidence, LandscapesHaveTheirSkyGroundAndSunsetWhereTheyBelong) {
     EXPECT_GE(cues(lake)["water"], 0.4);
 }
 
+// The same clear sky down to a horizon at the given row of 400, a meadow below it.
+cv::Mat meadowUnder(int horizon) {
+    cv::Mat image = grass({600, 400}, 21);
+    const cv::Scalar top(200, 120, 40), low(235, 190, 140);
+    for (int y = 0; y < horizon; ++y) image.row(y).setTo(top + (low - top) * (y / double(horizon)));
+    return image;
+}
+
+TEST(SceneEvidence, MoreSkyRanksHigherAndNoSkyStaysUnderTheThreshold) {
+    // Skies past the point where the sky's measure stops rising (over 55 % of the top half)
+    // used to score the ceiling alike; more sky now ranks higher, below the ceiling.
+    double previous = 0;
+    for (int horizon : {130, 160, 200}) {
+        const double sky = cues(meadowUnder(horizon))["sky"];
+        EXPECT_GT(sky, previous) << horizon;
+        EXPECT_GE(sky, kFoundCue) << horizon;
+        previous = sky;
+    }
+    // A sky spanning only part of the top edge (a tree in its corner) ranks under one
+    // spanning all of it, though both are found.
+    cv::Mat tree = meadowUnder(200);
+    grass({240, 120}, 22).copyTo(tree(cv::Rect(0, 0, 240, 120)));
+    const double cornered = cues(tree)["sky"];
+    EXPECT_GE(cornered, 0.5);
+    EXPECT_LT(cornered, cues(meadowUnder(160))["sky"]);
+    // A strip of sky keeps the value it had under the threshold, and a meadow without sky
+    // gains none: more greenery ranks higher instead.
+    auto strip = cues(meadowUnder(40));
+    EXPECT_LT(strip["sky"], 0.5);
+    auto meadow = cues(grass({600, 400}, 23));
+    EXPECT_LT(meadow["sky"], 0.1);
+    EXPECT_GT(meadow["greenery"], strip["greenery"]);
+    EXPECT_GE(strip["greenery"], 0.5);
+}
+
 TEST(SceneEvidence, AStillLakeMirrorsItsShoreUnderAGreySky) {
     // Fog: a pale grey sky, a line of dark trees on the far shore, and below it their
     // reflection, darker and rippled. No blue anywhere: only the mirror tells water.
