@@ -41,6 +41,7 @@ private:
         unsigned char tree = 0;    // 0: source tree, 1: sink tree
         unsigned char active = 0;  // in the queue of active vertices (used by maxFlow only)
     };
+    static_assert(sizeof(Vertex) <= 32, "two vertices to a cache line");
     struct Edge {
         int to;
         int next;
