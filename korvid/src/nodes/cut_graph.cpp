@@ -32,20 +32,28 @@ void CutGraph::setTerminals(int i, double source, double sink) {
 }
 
 void CutGraph::maxFlow() {
-    if (vertices_.empty()) return;
-    Vertex stub, *nil = &stub, *first = nil, *last = nil;
-    int stamp = 0;
-    stub.next = nil;
+    const int n = int(vertices_.size());
+    if (n == 0) return;
     Vertex* const vtx = vertices_.data();
     Edge* const edge = edges_.data();
     std::vector<Vertex*> orphans;
+    std::vector<int> path;  // one half of the augmenting path: the edges to the parents, then -1
+
+    // The active vertices, first in first out; each is in it at most once, so n slots hold it.
+    std::vector<int> queue(static_cast<size_t>(n));
+    int head = 0, queued = 0;
+    const auto activate = [&](Vertex* u) {
+        u->active = 1;
+        int at = head + queued++;
+        queue[size_t(at >= n ? at - n : at)] = int(u - vtx);
+    };
 
     // Every vertex with a terminal residual roots its tree; the trees are grown anew.
     for (Vertex& v : vertices_) {
-        v.next = nullptr;
+        v.active = 0;
         v.stamp = 0;
         if (v.residual != 0) {
-            last = last->next = &v;
+            activate(&v);
             v.dist = 1;
             v.parent = kTerminal;
             v.tree = v.residual < 0;
@@ -53,9 +61,7 @@ void CutGraph::maxFlow() {
             v.parent = 0;
         }
     }
-    first = first->next;
-    last->next = nil;
-    nil->next = nullptr;
+    int stamp = 0;
 
     for (;;) {
         Vertex *v, *u;
@@ -63,8 +69,8 @@ void CutGraph::maxFlow() {
         unsigned char vt;
 
         // Grow both trees until an edge joins them.
-        while (first != nil) {
-            v = first;
+        while (queued > 0) {
+            v = vtx + queue[size_t(head)];
             if (v->parent) {
                 vt = v->tree;
                 for (ei = v->first; ei != 0; ei = edge[ei].next) {
@@ -73,12 +79,10 @@ void CutGraph::maxFlow() {
                     if (!u->parent) {
                         u->tree = vt;
                         u->parent = ei ^ 1;
+                        u->up = int(v - vtx);
                         u->stamp = v->stamp;
                         u->dist = v->dist + 1;
-                        if (!u->next) {
-                            u->next = nil;
-                            last = last->next = u;
-                        }
+                        if (!u->active) activate(u);
                         continue;
                     }
                     if (u->tree != vt) {
@@ -87,39 +91,48 @@ void CutGraph::maxFlow() {
                     }
                     if (u->dist > v->dist + 1 && u->stamp <= v->stamp) {
                         u->parent = ei ^ 1;
+                        u->up = int(v - vtx);
                         u->stamp = v->stamp;
                         u->dist = v->dist + 1;
                     }
                 }
                 if (e0 > 0) break;
             }
-            first = first->next;
-            v->next = nullptr;
+            head = head + 1 == n ? 0 : head + 1;
+            --queued;
+            v->active = 0;
         }
         if (e0 <= 0) break;
 
-        // The path's bottleneck (k = 1: the source tree's half, k = 0: the sink tree's).
+        // The path's bottleneck (k = 1: the source tree's half, k = 0: the sink tree's); its
+        // edges are kept, source half first, so that augmenting walks an array, not the trees.
         Capacity bottleneck = edge[e0].residual;
+        path.clear();
+        Vertex* roots[2];
         for (int k = 1; k >= 0; k--) {
-            for (v = vtx + edge[e0 ^ k].to;; v = vtx + edge[ei].to) {
+            for (v = vtx + edge[e0 ^ k].to;; v = vtx + v->up) {
                 if ((ei = v->parent) < 0) break;
+                path.push_back(ei);
                 bottleneck = std::min(bottleneck, edge[ei ^ k].residual);
             }
+            path.push_back(-1);
+            roots[k] = v;
             bottleneck = std::min(bottleneck, std::fabs(v->residual));
         }
 
         // Augment; vertices whose edge to the parent saturates become orphans.
         edge[e0].residual -= bottleneck;
         edge[e0 ^ 1].residual += bottleneck;
+        const int* step = path.data();
         for (int k = 1; k >= 0; k--) {
-            for (v = vtx + edge[e0 ^ k].to;; v = vtx + edge[ei].to) {
-                if ((ei = v->parent) < 0) break;
+            for (v = vtx + edge[e0 ^ k].to; (ei = *step++) >= 0; v = vtx + v->up) {
                 edge[ei ^ (k ^ 1)].residual += bottleneck;
                 if ((edge[ei ^ k].residual -= bottleneck) == 0) {
                     orphans.push_back(v);
                     v->parent = kOrphan;
                 }
             }
+            v = roots[k];
             v->residual = v->residual + bottleneck * (1 - k * 2);
             if (v->residual == 0) {
                 orphans.push_back(v);
@@ -155,20 +168,21 @@ void CutGraph::maxFlow() {
                         }
                         break;
                     }
-                    u = vtx + edge[ej].to;
+                    u = vtx + u->up;
                 }
                 if (++d < INT_MAX) {
                     if (d < minDist) {
                         minDist = d;
                         e0 = ei;
                     }
-                    for (u = vtx + edge[ei].to; u->stamp != stamp; u = vtx + edge[u->parent].to) {
+                    for (u = vtx + edge[ei].to; u->stamp != stamp; u = vtx + u->up) {
                         u->stamp = stamp;
                         u->dist = --d;
                     }
                 }
             }
             if ((o->parent = e0) > 0) {
+                o->up = edge[e0].to;
                 o->stamp = stamp;
                 o->dist = minDist;
                 continue;
@@ -178,11 +192,8 @@ void CutGraph::maxFlow() {
                 u = vtx + edge[ei].to;
                 ej = u->parent;
                 if (u->tree != vt || !ej) continue;
-                if (edge[ei ^ (vt ^ 1)].residual != 0 && !u->next) {
-                    u->next = nil;
-                    last = last->next = u;
-                }
-                if (ej > 0 && vtx + edge[ej].to == o) {
+                if (edge[ei ^ (vt ^ 1)].residual != 0 && !u->active) activate(u);
+                if (ej > 0 && vtx + u->up == o) {
                     orphans.push_back(u);
                     u->parent = kOrphan;
                 }
