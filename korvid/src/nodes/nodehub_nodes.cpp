@@ -4,7 +4,9 @@
 // its model bundle maps onto detected objects, otherwise from the statistic named for each
 // class in its model file; relation_recog scores relations from the detected faces.
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <numeric>
 #include <optional>
 
@@ -137,6 +139,26 @@ void normaliseL1(std::vector<float>& v, size_t from, size_t count) {
     }
 }
 
+// Counts of the 8-neighbour LBP codes at radius (bit k set where neighbour k, clockwise from
+// the upper left, is at least the centre) over the pixels radius away from every edge. Counted
+// in integers: a float bin counted up by 1 holds the same number, exactly, below 2^24 pixels.
+std::array<uint32_t, 256> lbpCounts(const cv::Mat& gray, int radius) {
+    std::array<uint32_t, 256> counts{};
+    const int r = radius;
+    for (int y = r; y < gray.rows - r; ++y) {
+        const uint8_t* up = gray.ptr<uint8_t>(y - r);
+        const uint8_t* row = gray.ptr<uint8_t>(y);
+        const uint8_t* down = gray.ptr<uint8_t>(y + r);
+        for (int x = r; x < gray.cols - r; ++x) {
+            const uint8_t c = row[x];
+            const int code = (up[x - r] >= c) | (up[x] >= c) << 1 | (up[x + r] >= c) << 2 | (row[x + r] >= c) << 3 |
+                             (down[x + r] >= c) << 4 | (down[x] >= c) << 5 | (down[x - r] >= c) << 6 | (row[x - r] >= c) << 7;
+            ++counts[static_cast<size_t>(code)];
+        }
+    }
+    return counts;
+}
+
 // "stats1280": 256 HSV joint-histogram bins (16 hue x 4 saturation x 4 value), 512
 // gradient-orientation bins (8 x 8 cells x 8 orientations, magnitude weighted), and
 // two 256-bin LBP histograms (radius 1 and 2), each block L1-normalised.
@@ -146,14 +168,14 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
     cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);
     cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
     const int hueBins = layout == "hsv128" ? 8 : 16;
-    std::vector<float> f(static_cast<size_t>(hueBins * 16), 0.f);
+    std::array<uint8_t, 256> hueBin{};
+    for (int h = 0; h < 256; ++h) hueBin[size_t(h)] = static_cast<uint8_t>(std::min(hueBins - 1, h * hueBins / 180));
+    std::vector<uint32_t> colourCounts(static_cast<size_t>(hueBins * 16), 0);
     for (int y = 0; y < hsv.rows; ++y) {
-        for (int x = 0; x < hsv.cols; ++x) {
-            const cv::Vec3b p = hsv.at<cv::Vec3b>(y, x);
-            const int h = std::min(hueBins - 1, p[0] * hueBins / 180), s = p[1] / 64, v = p[2] / 64;
-            f[static_cast<size_t>((h * 4 + s) * 4 + v)] += 1.f;
-        }
+        const uint8_t* p = hsv.ptr<uint8_t>(y);
+        for (int x = 0; x < hsv.cols; ++x, p += 3) ++colourCounts[size_t((hueBin[p[0]] * 4 + p[1] / 64) * 4 + p[2] / 64)];
     }
+    std::vector<float> f(colourCounts.begin(), colourCounts.end());
     normaliseL1(f, 0, f.size());
     if (layout == "hsv128") return f;
 
@@ -167,26 +189,23 @@ std::vector<float> descriptor(const cv::Mat& bgr, const std::string& layout) {
     // within a factor of two), so it is fmod's value without fmod's cost.
     const float pi = float(CV_PI);
     const auto halfTurn = [pi](float a) { return a < pi ? a : a < 2 * pi ? a - pi : std::fmod(a, pi); };
+    std::vector<int> cellX(static_cast<size_t>(gray.cols));
+    for (int x = 0; x < gray.cols; ++x) cellX[size_t(x)] = x * 8 / gray.cols;
+    // Each bin adds its magnitudes in raster order, as float sums must to stay the same.
     for (int y = 0; y < gray.rows; ++y) {
+        float* row = f.data() + hogStart + size_t(y * 8 / gray.rows) * 64;
+        const float* a = angle.ptr<float>(y);
+        const float* m = mag.ptr<float>(y);
         for (int x = 0; x < gray.cols; ++x) {
-            const int cell = (y * 8 / gray.rows) * 8 + (x * 8 / gray.cols);
-            const int bin = std::min(7, int(halfTurn(angle.at<float>(y, x)) / pi * 8));
-            f[hogStart + static_cast<size_t>(cell * 8 + bin)] += mag.at<float>(y, x);
+            const int bin = std::min(7, int(halfTurn(a[x]) / pi * 8));
+            row[cellX[size_t(x)] * 8 + bin] += m[x];
         }
     }
     for (size_t c = 0; c < 64; ++c) normaliseL1(f, hogStart + c * 8, 8);
     for (int radius : {1, 2}) {
         const size_t start = f.size();
-        f.resize(start + 256, 0.f);
-        static const int dx[8] = {-1, 0, 1, 1, 1, 0, -1, -1}, dy[8] = {-1, -1, -1, 0, 1, 1, 1, 0};
-        for (int y = radius; y < gray.rows - radius; ++y) {
-            for (int x = radius; x < gray.cols - radius; ++x) {
-                const uint8_t c = gray.at<uint8_t>(y, x);
-                int code = 0;
-                for (int k = 0; k < 8; ++k) code |= (gray.at<uint8_t>(y + dy[k] * radius, x + dx[k] * radius) >= c) << k;
-                f[start + static_cast<size_t>(code)] += 1.f;
-            }
-        }
+        const std::array<uint32_t, 256> counts = lbpCounts(gray, radius);
+        f.insert(f.end(), counts.begin(), counts.end());
         normaliseL1(f, start, 256);
     }
     return f;
