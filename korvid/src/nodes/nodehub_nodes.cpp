@@ -323,7 +323,7 @@ private:
     static constexpr float kStrongOnDrawing = 0.6f;  // docs/quality.md
     static constexpr float kMinObjectScore = 0.2f;  // weaker detections are no evidence
     static constexpr double kSceneClassScale = 0.9;  // scene cues (at most 0.85) stay below 0.8
-    static constexpr double kSceneFound = 0.5;  // the scene labels' threshold unless the graph sets one
+    static constexpr double kSceneFound = kFoundFloor;  // the scene labels' threshold unless the graph sets one
     static constexpr double kSceneWeak = 0.25;
 
     std::string layout_, featureName_, scoreName_;
