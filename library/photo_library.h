@@ -60,7 +60,7 @@ public:
     std::vector<std::vector<std::string>> duplicates(bool similar);
     // labels by their system or display names; person 0 for any. A label counts from
     // minScore on (by default from where the summary, the pictures and the report show it).
-    // Names are matched without regard to case when the exact ones find nothing ("Sky").
+    // Names match without regard to case ("Sky", "christmas").
     std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces,
                                     float minScore = VQFeature::kShownConfidence);
     // The same with the score each photo was ranked by: the sum over labels of the best

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <map>
-#include <set>
 
 #include "cache/store_index.h"
 #include "encoding/display_names.h"
@@ -190,14 +189,20 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
 }
 
 // The store's labels by display name, with the photos that have them from minScore on,
-// the most common first: "sky (14), snow (1)".
-std::string storeLabels(const VQFeature::IndexSnapshot& snapshot, float minScore) {
-    std::map<std::string, std::set<std::string>> photos;
-    for (const auto& label : snapshot.labels) {
-        if (label.score >= minScore) photos[VQFeature::displayName(label.name)].insert(label.assetId);
+// the most common first: "sky (14), snow (1)". One query for the stored names; a display
+// name that several stored names share is counted by a search, so a photo with both
+// counts once.
+std::string storeLabels(PhotoLibrary& library, float minScore) {
+    std::map<std::string, std::vector<VQFeature::LabelCount>> byDisplay;
+    for (auto& count : library.index().labelCounts(minScore)) {
+        byDisplay[VQFeature::displayName(count.name)].push_back(std::move(count));
     }
-    std::vector<std::pair<size_t, std::string>> counts;
-    for (const auto& [name, assets] : photos) counts.emplace_back(assets.size(), name);
+    std::vector<std::pair<long long, std::string>> counts;
+    for (const auto& [name, stored] : byDisplay) {
+        const long long photos = stored.size() == 1 ? stored[0].photos
+                                                    : static_cast<long long>(library.search({name}, 0, 0, minScore).size());
+        counts.emplace_back(photos, name);
+    }
     std::stable_sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     constexpr size_t kListed = 30;
     std::string text;
@@ -209,23 +214,16 @@ std::string storeLabels(const VQFeature::IndexSnapshot& snapshot, float minScore
 }
 
 // Says why a search found nothing: a label no analysis gives and the store does not hold
-// is a usage error (status 2); otherwise no photo matches (status 0), and when photos have
-// the labels under the score floor, it says how to list them. Where a label alone finds no
-// photo, the labels the store has are listed.
+// (in any case) is a usage error (status 2); otherwise no photo matches (status 0), and
+// when photos have the labels under the score floor, it says how to list them. Where a
+// label alone finds no photo, the labels the store has are listed.
 int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels, long long person, int minFaces,
                    float minScore) {
-    const VQFeature::IndexSnapshot snapshot = library.index().snapshot(false);
-    std::set<std::string> stored;
-    for (const auto& label : snapshot.labels) stored.insert(label.name);
     for (const auto& label : labels) {
-        const auto names = labelNames(label);
-        if (isKnownLabel(label) || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); }) ||
-            !library.search({label}, 0, 0, 0).empty()) {
-            continue;
-        }
+        if (isKnownLabel(label) || !library.search({label}, 0, 0, 0).empty()) continue;
         std::cerr << "vqfe search: unknown label '" << label << "': give a scene label (sky, sunset, people, ...) or"
                      " a class (cat, one person, ...) by its name in the results or its display name; the store has "
-                  << storeLabels(snapshot, minScore) << "\n";
+                  << storeLabels(library, minScore) << "\n";
         return 2;
     }
     const auto missing = std::find_if(labels.begin(), labels.end(),
@@ -238,7 +236,7 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
                   << ": --min-score 0 lists them)\n";
     } else if (missing != labels.end()) {
         std::cerr << "vqfe search: no photo has the label '" << *missing << "' (from score " << floor
-                  << "); the store has " << storeLabels(snapshot, minScore) << "\n";
+                  << "); the store has " << storeLabels(library, minScore) << "\n";
     } else {
         std::cerr << "vqfe search: no photo matches\n";
     }
