@@ -115,9 +115,13 @@ long long PhotoLibrary::person(const std::string& idOrName) {
 }
 
 std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar) {
-    return findDuplicates(index_->snapshot(false).images,
-                          similar ? std::vector<DuplicateLimits>{kSamePhoto, kSimilarPhoto}
-                                  : std::vector<DuplicateLimits>{kSamePhoto});
+    return duplicates(similar, index_->snapshot(false).images);
+}
+
+std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar,
+                                                                const std::vector<VQFeature::IndexedImage>& images) {
+    return findDuplicates(images, similar ? std::vector<DuplicateLimits>{kSamePhoto, kSimilarPhoto}
+                                          : std::vector<DuplicateLimits>{kSamePhoto});
 }
 
 std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,

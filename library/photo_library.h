@@ -58,6 +58,9 @@ public:
     // Groups of copies of one photo; with similar, also of one scene a little zoomed,
     // panned or cropped (library/duplicates.h has the measured limits).
     std::vector<std::vector<std::string>> duplicates(bool similar);
+    // The same among images, for a caller that reads the index's images itself.
+    static std::vector<std::vector<std::string>> duplicates(bool similar,
+                                                            const std::vector<VQFeature::IndexedImage>& images);
     // labels by their system or display names; person 0 for any. A label counts from
     // minScore on (by default from where the summary, the pictures and the report show it).
     // Names match without regard to case ("Sky", "christmas").

@@ -153,8 +153,8 @@ bool isPeopleAction(const std::vector<std::string>& words) {
 
 int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     bool first = true;
-    const auto groups = library.duplicates(similar);
     const auto images = library.index().snapshot(false).images;
+    const auto groups = PhotoLibrary::duplicates(similar, images);
     const size_t withoutSignature = std::count_if(images.begin(), images.end(),
         [](const VQFeature::IndexedImage& image) { return image.hash && image.signature.empty(); });
     if (similar && withoutSignature > 0) {
