@@ -9,6 +9,7 @@
 #include "cache/store_index.h"
 #include "encoding/display_names.h"
 #include "encoding/message_json.h"
+#include "library/duplicates.h"
 #include "library/photo_library.h"
 #include "tools/vqfe/counted.h"
 #include "tools/vqfe/report.h"
@@ -34,18 +35,22 @@ const char* const kPeopleUsage =
     "\n"
     "Exit status: 0 done, 1 the store failed, 2 a usage error or an unknown person.\n";
 
-const char* const kDuplicatesUsage =
-    "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
-    "\n"
-    "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
-    "copies): at most 10 of the 64 perceptual-hash bits differ and the aspect ratios agree.\n"
-    "Every two photos of a group pass (no chains of neighbours). One group per paragraph,\n"
-    "one path per line.\n"
-    "  --similar   also the same scene a little zoomed, panned or cropped: up to 14 bits,\n"
-    "              any aspect, unless the classes seen contradict (needs --kind\n"
-    "              classification); other shots of a scene mostly differ by more and are\n"
-    "              not found, as the hash cannot tell them from unrelated photos\n"
-    "  --json      one JSON array of paths per group and line\n";
+// The hash limits come from the grouping's own constants.
+std::string duplicatesUsage() {
+    return "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
+           "\n"
+           "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
+           "copies): at most " + std::to_string(kSamePhoto.hashBits) +
+           " of the 64 perceptual-hash bits differ and the aspect ratios agree.\n"
+           "Every two photos of a group pass (no chains of neighbours). One group per paragraph,\n"
+           "one path per line.\n"
+           "  --similar   also the same scene a little zoomed, panned or cropped: up to " +
+           std::to_string(kSimilarPhoto.hashBits) + " bits,\n"
+           "              any aspect, unless the classes seen contradict (needs --kind\n"
+           "              classification); other shots of a scene mostly differ by more and are\n"
+           "              not found, as the hash cannot tell them from unrelated photos\n"
+           "  --json      one JSON array of paths per group and line\n";
+}
 
 const char* const kSearchUsage =
     "usage: vqfe search --store FILE|URI [--label NAME]... [--min-score S] [--person ID|NAME]\n"
@@ -264,11 +269,11 @@ bool isLibraryCommand(const std::string& command) {
 }
 
 int libraryCommand(const std::string& command, const std::vector<std::string>& args) {
-    const char* usage = command == "people"       ? kPeopleUsage
-                        : command == "duplicates" ? kDuplicatesUsage
-                        : command == "search"     ? kSearchUsage
-                        : command == "reindex"    ? kReindexUsage
-                                                  : kReportUsage;
+    const std::string usage = command == "people"       ? kPeopleUsage
+                              : command == "duplicates" ? duplicatesUsage()
+                              : command == "search"     ? kSearchUsage
+                              : command == "reindex"    ? kReindexUsage
+                                                        : kReportUsage;
     std::string store, person, out, pictures;
     std::vector<std::string> labels, words;
     bool json = false, similar = false;
