@@ -13,6 +13,12 @@
 namespace VQFeature {
 namespace {
 
+// Searches match label names in any case through this index (the expression must read
+// lower(name) to be used); name itself is in it so that both databases answer from the
+// index alone. Stores written before it existed get it when opened.
+const char* const kLabelsByLowerName =
+    "CREATE INDEX IF NOT EXISTS vqfe_labels_by_lower_name ON vqfe_labels (lower(name), asset_id, score, name)";
+
 // Column types written once for both databases: {int}, {real}, {blob}, {serial}.
 const char* const kSchema[] = {
     "CREATE TABLE IF NOT EXISTS vqfe_images ("
@@ -40,6 +46,7 @@ const char* const kSchema[] = {
     " score {real} NOT NULL,"
     " PRIMARY KEY (asset_id, source, name))",
     "CREATE INDEX IF NOT EXISTS vqfe_labels_by_name ON vqfe_labels (name, asset_id, score)",
+    kLabelsByLowerName,
     "CREATE TABLE IF NOT EXISTS vqfe_persons (id {serial} PRIMARY KEY, name text UNIQUE)",
     // Every path an image was seen at: byte-identical copies share one asset id.
     "CREATE TABLE IF NOT EXISTS vqfe_paths (path text PRIMARY KEY, asset_id text NOT NULL)",
@@ -121,7 +128,15 @@ void checkFormat(SqlRunner& sql, const std::string& store) {
 }
 
 void createIndexTables(SqlRunner& sql, const std::string& resultsTable) {
-    if (recordedFormat(sql)) return;
+    if (recordedFormat(sql)) {
+        // Looked up first: CREATE INDEX IF NOT EXISTS would lock the table on every open.
+        const char* exists = sql.postgres() ? "SELECT 1 FROM pg_indexes WHERE schemaname = current_schema()"
+                                              " AND indexname = 'vqfe_labels_by_lower_name'"
+                                            : "SELECT 1 FROM sqlite_master WHERE type = 'index'"
+                                              " AND name = 'vqfe_labels_by_lower_name'";
+        if (sql.run(exists).empty()) sql.run(kLabelsByLowerName);
+        return;
+    }
     sql.run("CREATE TABLE IF NOT EXISTS vqfe_store (key text PRIMARY KEY, value text NOT NULL)");
     for (const char* statement : kSchema) sql.run(typed(statement, sql.postgres()));
     const bool hadResults = !sql.run("SELECT 1 FROM " + resultsTable + " LIMIT 1").empty();
@@ -324,14 +339,18 @@ std::vector<SearchHit> searchIndex(SqlRunner& sql, const SearchQuery& query) {
         params.push_back(std::move(value));
         return "?" + std::to_string(params.size());
     };
-    auto nameList = [&](const std::vector<std::string>& names) {
+    // Each database lowers both sides alike, so stored and asked names meet in any case.
+    // One name is an equality: SQLite then reads the index in asset order for the grouping.
+    auto nameMatch = [&](const std::vector<std::string>& names) {
+        if (names.size() == 1) return " = lower(" + param(SqlValue::text(names[0])) + ")";
         std::string list;
-        for (const auto& name : names) list += (list.empty() ? "" : ", ") + param(SqlValue::text(name));
-        return list.empty() ? std::string("NULL") : list;
+        for (const auto& name : names) list += (list.empty() ? "lower(" : ", lower(") + param(SqlValue::text(name)) + ")";
+        return " IN (" + (list.empty() ? std::string("NULL") : list) + ")";
     };
-    // The label's names and score floor, for a WHERE clause over vqfe_labels (alias prefix).
+    // The label's names in any case and its score floor, for a WHERE clause over vqfe_labels
+    // (alias prefix), served by vqfe_labels_by_lower_name.
     auto labelMatch = [&](const std::vector<std::string>& names, const std::string& prefix) {
-        return prefix + "name IN (" + nameList(names) + ") AND " + prefix +
+        return "lower(" + prefix + "name)" + nameMatch(names) + " AND " + prefix +
                "score >= " + param(SqlValue::of(double(query.minScore)));
     };
     // The rarest label drives the query through the label index (a bounded count tells
@@ -379,6 +398,16 @@ std::vector<SearchHit> searchIndex(SqlRunner& sql, const SearchQuery& query) {
     std::vector<SearchHit> hits;
     for (const SqlRow& row : sql.run(statement, params)) hits.push_back({row[0].bytes, row[1].asReal()});
     return hits;
+}
+
+std::vector<LabelCount> countLabels(SqlRunner& sql, float minScore) {
+    std::vector<LabelCount> counts;
+    for (const SqlRow& row : sql.run("SELECT name, count(DISTINCT asset_id) FROM vqfe_labels WHERE score >= ?1"
+                                     " GROUP BY name ORDER BY name",
+                                     {SqlValue::of(double(minScore))})) {
+        counts.push_back({row[0].bytes, row[1].asInteger()});
+    }
+    return counts;
 }
 
 }  // namespace VQFeature

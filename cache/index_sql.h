@@ -40,5 +40,6 @@ void renamePerson(SqlRunner& sql, long long id, const std::string& name);
 void mergePersonRows(SqlRunner& sql, long long into, long long from);
 long long findPerson(SqlRunner& sql, const std::string& name);
 std::vector<SearchHit> searchIndex(SqlRunner& sql, const SearchQuery& query);
+std::vector<LabelCount> countLabels(SqlRunner& sql, float minScore);
 
 }  // namespace VQFeature

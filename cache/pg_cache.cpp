@@ -255,4 +255,14 @@ std::vector<SearchHit> PgCache::search(const SearchQuery& query) {
     return hits;
 }
 
+std::vector<LabelCount> PgCache::labelCounts(float minScore) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<LabelCount> counts;
+    connection_.run([&] {
+        PgRunner sql(connection_);
+        counts = countLabels(sql, minScore);
+    });
+    return counts;
+}
+
 }  // namespace VQFeature

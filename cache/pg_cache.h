@@ -57,6 +57,7 @@ public:
     void mergePersons(long long into, long long from) override;
     long long personNamed(const std::string& name) override;
     std::vector<SearchHit> search(const SearchQuery& query) override;
+    std::vector<LabelCount> labelCounts(float minScore) override;
 
     /// True when text is a PostgreSQL connection URI rather than a file path.
     static bool isUri(const std::string& text);

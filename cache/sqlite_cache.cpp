@@ -302,4 +302,10 @@ std::vector<SearchHit> SqliteCache::search(const SearchQuery& query) {
     return searchIndex(sql, query);
 }
 
+std::vector<LabelCount> SqliteCache::labelCounts(float minScore) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    SqliteRunner sql(db_);
+    return countLabels(sql, minScore);
+}
+
 }  // namespace VQFeature

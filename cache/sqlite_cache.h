@@ -58,6 +58,7 @@ public:
     void mergePersons(long long into, long long from) override;
     long long personNamed(const std::string& name) override;
     std::vector<SearchHit> search(const SearchQuery& query) override;
+    std::vector<LabelCount> labelCounts(float minScore) override;
 
 private:
     void execute(const char* sql);

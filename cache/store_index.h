@@ -93,6 +93,12 @@ struct SearchQuery {
     float minScore = 0;  // a label scored under it does not count
 };
 
+/// A stored label name and the photos that have it.
+struct LabelCount {
+    std::string name;
+    long long photos = 0;
+};
+
 /// An unknown person id or name.
 class UnknownPerson : public std::runtime_error {
 public:
@@ -133,7 +139,11 @@ public:
 
     /// Paths of the images that match, best first: the higher the matched labels' scores
     /// and the more faces of the person, the earlier. Uses the label and person indexes.
+    /// Label names match in any case.
     virtual std::vector<SearchHit> search(const SearchQuery& query) = 0;
+
+    /// Every stored label name with the photos that have it from minScore on, by name.
+    virtual std::vector<LabelCount> labelCounts(float minScore) = 0;
 };
 
 }  // namespace VQFeature

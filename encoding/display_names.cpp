@@ -1,5 +1,7 @@
 #include "encoding/display_names.h"
 
+#include <strings.h>
+
 #include <unordered_map>
 
 namespace VQFeature {
@@ -243,7 +245,7 @@ std::string displayName(const std::string& label) {
 std::vector<std::string> labelsNamed(const std::string& name) {
     std::vector<std::string> labels;
     for (const auto& entry : names()) {
-        if (entry.second == name) labels.push_back(entry.first);
+        if (strcasecmp(entry.second.c_str(), name.c_str()) == 0) labels.push_back(entry.first);
     }
     return labels;
 }

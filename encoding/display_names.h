@@ -20,7 +20,7 @@ constexpr float kShownConfidence = 0.3f;
 /// scene label such as "sunset"), or label itself when it is not one of the known labels.
 std::string displayName(const std::string& label);
 
-/// The labels whose display name is name, in no particular order (empty when none is;
+/// The labels whose display name is name in any case ("christmas", "One Person"), in no particular order (empty when none is;
 /// several where two labels share a name, such as a scene label and a class).
 std::vector<std::string> labelsNamed(const std::string& name);
 

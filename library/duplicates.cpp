@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <numeric>
-#include <set>
 #include <tuple>
 #include <utility>
 
@@ -54,15 +54,32 @@ std::vector<std::vector<std::string>> findDuplicates(const std::vector<VQFeature
         bool operator<(const Pair& o) const { return std::tie(bits, i, j) < std::tie(o.bits, o.i, o.j); }
     };
     std::vector<Pair> pairs;
-    std::set<std::pair<size_t, size_t>> alikePairs;
     for (size_t i = 0; i < images.size(); ++i) {
         for (size_t j = i + 1; j < images.size(); ++j) {
-            if (std::none_of(limits.begin(), limits.end(),
-                             [&](const DuplicateLimits& each) { return alike(images[i], images[j], each); })) {
-                continue;
+            if (std::any_of(limits.begin(), limits.end(),
+                            [&](const DuplicateLimits& each) { return alike(images[i], images[j], each); })) {
+                pairs.push_back({__builtin_popcountll(*images[i].hash ^ *images[j].hash), i, j});
             }
-            pairs.push_back({__builtin_popcountll(*images[i].hash ^ *images[j].hash), i, j});
-            alikePairs.insert({i, j});
+        }
+    }
+    // Groups form inside the components of the alike pairs. Each photo gets a row of bits
+    // over its component, set for the photos it is alike with; a group keeps the AND of its
+    // members' rows: the photos alike with all of them.
+    std::vector<size_t> root(images.size());
+    std::iota(root.begin(), root.end(), 0);
+    auto find = [&](size_t i) {
+        while (root[i] != i) i = root[i] = root[root[i]];
+        return i;
+    };
+    for (const Pair& pair : pairs) root[find(pair.i)] = find(pair.j);
+    std::vector<size_t> slot(images.size()), componentSize(images.size(), 0);
+    for (size_t i = 0; i < images.size(); ++i) slot[i] = componentSize[find(i)]++;
+    std::vector<std::vector<uint64_t>> common(images.size());
+    auto has = [&](size_t group, size_t image) { return (common[group][slot[image] / 64] >> (slot[image] % 64)) & 1; };
+    for (const Pair& pair : pairs) {
+        for (auto [from, to] : {std::pair{pair.i, pair.j}, std::pair{pair.j, pair.i}}) {
+            if (common[from].empty()) common[from].resize((componentSize[find(from)] + 63) / 64);
+            common[from][slot[to] / 64] |= uint64_t{1} << (slot[to] % 64);
         }
     }
     // Closest pairs first; two groups join only when every photo of one is alike with
@@ -75,15 +92,14 @@ std::vector<std::vector<std::string>> findDuplicates(const std::vector<VQFeature
     for (const Pair& pair : pairs) {
         size_t into = groupOf[pair.i], from = groupOf[pair.j];
         if (into == from) continue;
-        const bool all = std::all_of(members[into].begin(), members[into].end(), [&](size_t a) {
-            return std::all_of(members[from].begin(), members[from].end(),
-                                [&](size_t b) { return alikePairs.count({std::min(a, b), std::max(a, b)}) > 0; });
-        });
-        if (!all) continue;
+        // The smaller group's photos against the larger one's common row.
         if (members[into].size() < members[from].size()) std::swap(into, from);
+        if (!std::all_of(members[from].begin(), members[from].end(), [&](size_t b) { return has(into, b); })) continue;
         for (size_t k : members[from]) groupOf[k] = into;
         members[into].insert(members[into].end(), members[from].begin(), members[from].end());
         members[from].clear();
+        for (size_t w = 0; w < common[into].size(); ++w) common[into][w] &= common[from][w];
+        common[from] = {};
     }
     // A group holds every path of its images: identical files share one image.
     std::vector<std::vector<std::string>> found;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 namespace vqfe {
 namespace {
 
@@ -68,6 +70,27 @@ TEST(DuplicatesTest, GroupsDoNotChainUnlikePhotos) {
     twice.record.assetId = "same";
     twice.paths = {"x/one.jpg", "y/one.jpg"};
     EXPECT_EQ(findDuplicates({twice, at("a", a)}, kSame), (Groups{{"x/one.jpg", "y/one.jpg"}}));
+}
+
+TEST(DuplicatesTest, LargeGroupsHoldOnlyPhotosAlikeTwoByTwo) {
+    // 150 photos along a line of hashes (the lowest m bits set, m from 0 to 63): two are
+    // alike while their m differ by 10 or less, so all form one chain of neighbours, wider
+    // than 64 photos, that must break into groups of mutual copies.
+    std::vector<VQFeature::IndexedImage> images;
+    for (int k = 0; k < 150; ++k) images.push_back(image("p" + std::to_string(k), 0, k * 64 / 150));
+    std::map<std::string, const VQFeature::IndexedImage*> byPath;
+    for (const auto& each : images) byPath[each.record.path] = &each;
+    size_t grouped = 0;
+    for (const auto& group : findDuplicates(images, kSame)) {
+        grouped += group.size();
+        for (size_t i = 0; i < group.size(); ++i) {
+            for (size_t j = i + 1; j < group.size(); ++j) {
+                EXPECT_TRUE(alike(*byPath[group[i]], *byPath[group[j]], kSamePhoto)) << group[i] << " " << group[j];
+            }
+        }
+    }
+    // Every photo has another at its own m, so none is left alone.
+    EXPECT_EQ(grouped, images.size());
 }
 
 }  // namespace

@@ -90,10 +90,14 @@ std::string truncatedWarning(const std::string& path) {
     return "warning: " + path + " ends early (a truncated JPEG): the missing part is analysed as grey";
 }
 
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
 std::vector<std::string> collectImages(const std::vector<std::string>& arguments, std::vector<std::string>* problems) {
     auto isImage = [](const fs::path& p) {
-        std::string ext = p.extension().string();
-        std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+        const std::string ext = lowered(p.extension().string());
         return ext == ".jpg" || ext == ".jpeg" || ext == ".png";
     };
     std::vector<std::string> files;

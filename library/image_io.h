@@ -26,6 +26,9 @@ bool jpegEndsEarly(const std::string& bytes);
 // What every command says of a truncated JPEG it analyses, after "vqfe <command>: ".
 std::string truncatedWarning(const std::string& path);
 
+// text with its ASCII letters in lower case (file extensions, label names).
+std::string lowered(std::string text);
+
 // Reads and decodes a JPEG or PNG file. On failure returns nullopt and says why in
 // *error ("cannot read", "not a JPEG or PNG image").
 std::optional<LoadedImage> loadImage(const std::string& path, std::string* error);

@@ -3,13 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <set>
 #include <stdexcept>
 
 #include "cache/pg_cache.h"
@@ -117,40 +115,14 @@ long long PhotoLibrary::person(const std::string& idOrName) {
 }
 
 std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar) {
-    return findDuplicates(index_->snapshot(false).images,
-                          similar ? std::vector<DuplicateLimits>{kSamePhoto, kSimilarPhoto}
-                                  : std::vector<DuplicateLimits>{kSamePhoto});
+    return duplicates(similar, index_->snapshot(false).images);
 }
 
-namespace {
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
+std::vector<std::vector<std::string>> PhotoLibrary::duplicates(bool similar,
+                                                                const std::vector<VQFeature::IndexedImage>& images) {
+    return findDuplicates(images, similar ? std::vector<DuplicateLimits>{kSamePhoto, kSimilarPhoto}
+                                          : std::vector<DuplicateLimits>{kSamePhoto});
 }
-
-// The distinct names of the stored labels.
-std::set<std::string> storedNames(const std::vector<VQFeature::IndexedLabel>& rows) {
-    std::set<std::string> names;
-    for (const auto& row : rows) names.insert(row.name);
-    return names;
-}
-
-// The names of label: its own ones and, without regard to case, those of the stored labels
-// whose name or display name it is.
-std::vector<std::string> caselessNames(const std::string& label, const std::set<std::string>& stored) {
-    std::vector<std::string> names = labelNames(label);
-    const std::string wanted = lowered(label);
-    for (const auto& name : stored) {
-        if ((lowered(name) == wanted || lowered(VQFeature::displayName(name)) == wanted) &&
-            std::find(names.begin(), names.end(), name) == names.end()) {
-            names.push_back(name);
-        }
-    }
-    return names;
-}
-
-}  // namespace
 
 std::vector<std::string> PhotoLibrary::search(const std::vector<std::string>& labels, long long person, int minFaces,
                                               float minScore) {
@@ -166,17 +138,7 @@ std::vector<VQFeature::SearchHit> PhotoLibrary::searchHits(const std::vector<std
     query.person = person;
     query.minFaces = minFaces;
     query.minScore = minScore;
-    std::vector<VQFeature::SearchHit> found = index_->search(query);
-    if (!found.empty() || labels.empty()) return found;
-    // Nothing by the exact names: the stored names, read only now, may differ in case.
-    const std::set<std::string> stored = storedNames(index_->snapshot(false).labels);
-    bool other = false;
-    for (size_t i = 0; i < labels.size(); ++i) {
-        auto names = caselessNames(labels[i], stored);
-        other = other || names.size() != query.labels[i].size();
-        query.labels[i] = std::move(names);
-    }
-    return other ? index_->search(query) : found;
+    return index_->search(query);
 }
 
 std::vector<ScoreTie> scoreTies(const std::vector<VQFeature::SearchHit>& hits) {
@@ -192,7 +154,8 @@ std::vector<ScoreTie> scoreTies(const std::vector<VQFeature::SearchHit>& hits) {
 
 std::vector<std::string> labelNames(const std::string& label) {
     // A label is given by its system name ("people", "cat_c1_c2") or by its display name
-    // ("one person", "cat"), which may stand for several system names.
+    // ("one person", "cat"), which may stand for several system names; both in any case
+    // (the store matches the names it holds without regard to case).
     std::vector<std::string> names = VQFeature::labelsNamed(label);
     if (std::find(names.begin(), names.end(), label) == names.end()) names.push_back(label);
     return names;

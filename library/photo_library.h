@@ -58,9 +58,12 @@ public:
     // Groups of copies of one photo; with similar, also of one scene a little zoomed,
     // panned or cropped (library/duplicates.h has the measured limits).
     std::vector<std::vector<std::string>> duplicates(bool similar);
+    // The same among images, for a caller that reads the index's images itself.
+    static std::vector<std::vector<std::string>> duplicates(bool similar,
+                                                            const std::vector<VQFeature::IndexedImage>& images);
     // labels by their system or display names; person 0 for any. A label counts from
     // minScore on (by default from where the summary, the pictures and the report show it).
-    // Names are matched without regard to case when the exact ones find nothing ("Sky").
+    // Names match without regard to case ("Sky", "christmas").
     std::vector<std::string> search(const std::vector<std::string>& labels, long long person, int minFaces,
                                     float minScore = VQFeature::kShownConfidence);
     // The same with the score each photo was ranked by: the sum over labels of the best

@@ -313,6 +313,62 @@ TEST_P(PhotoLibraryTest, AStoreFromBeforeTheIndexIsIndexedOnlyOnRequestAndKeepsI
     EXPECT_EQ(library.search({"people"}, 0, 0), std::vector<std::string>{path("astronaut.jpg")});
 }
 
+// The first label row the query plan of a search for "sky" reads by (SQLite).
+std::string labelPlan(const std::string& store) {
+    sqlite3* db = nullptr;
+    sqlite3_open(store.c_str(), &db);
+    sqlite3_stmt* plan = nullptr;
+    sqlite3_prepare_v2(db,
+                       "EXPLAIN QUERY PLAN SELECT asset_id, max(score) FROM vqfe_labels"
+                       " WHERE lower(name) = lower('sky') AND score >= 0.3 GROUP BY asset_id",
+                       -1, &plan, nullptr);
+    std::string detail;
+    while (sqlite3_step(plan) == SQLITE_ROW) detail += reinterpret_cast<const char*>(sqlite3_column_text(plan, 3));
+    sqlite3_finalize(plan);
+    sqlite3_close(db);
+    return detail;
+}
+
+TEST_P(PhotoLibraryTest, LabelsMatchInAnyCaseThroughAnIndexAlsoInAStoreOfTheLastVersion) {
+    TempDir dir;
+    std::unique_ptr<PgTestDatabase> database;
+    std::string store = dir.path() + "/last.db";
+    if (GetParam() == "pg") {
+        database = std::make_unique<PgTestDatabase>();
+        store = database->uri();
+        VQFeature::PgCache{store};
+    } else {
+        VQFeature::SqliteCache{store};
+    }
+    // As the last version left it: no index on the lowered names; names in several cases.
+    rawSql(store, "DROP INDEX vqfe_labels_by_lower_name");
+    rawSql(store, "INSERT INTO vqfe_images (asset_id, path) VALUES ('a', '/p/a.jpg'), ('b', '/p/b.jpg'),"
+                  " ('c', '/p/c.jpg')");
+    rawSql(store, "INSERT INTO vqfe_labels (asset_id, source, name, score) VALUES ('a', '25', 'Sky', 0.8),"
+                  " ('b', '25', 'sky', 0.7), ('b', '25', '156_halloween', 0.9), ('c', '25', 'snow', 0.6)");
+    PhotoLibrary library(store);
+    const std::vector<std::string> sky{"/p/a.jpg", "/p/b.jpg"};
+    EXPECT_EQ(library.search({"sky"}, 0, 0), sky);
+    EXPECT_EQ(library.search({"SKY"}, 0, 0), sky);
+    // A display name in another case than the table's, for a system name in another case.
+    EXPECT_EQ(library.search({"halloween"}, 0, 0), std::vector<std::string>{"/p/b.jpg"});
+    EXPECT_EQ(library.search({"Sky", "HALLOWEEN"}, 0, 0), std::vector<std::string>{"/p/b.jpg"});
+    EXPECT_TRUE(library.search({"sky", "snow"}, 0, 0).empty());
+    const auto counts = library.index().labelCounts(0.75f);
+    ASSERT_EQ(counts.size(), 2u);
+    EXPECT_EQ(counts[0].name + " " + std::to_string(counts[0].photos), "156_halloween 1");
+    EXPECT_EQ(counts[1].name + " " + std::to_string(counts[1].photos), "Sky 1");
+    // Opening put the index back, and a search reads by it.
+    if (database) {
+        EXPECT_EQ(VQFeature::PgConnection(store)
+                      .command("SELECT 1 FROM pg_indexes WHERE indexname = 'vqfe_labels_by_lower_name'")
+                      .size(),
+                  1);
+    } else {
+        EXPECT_EQ(labelPlan(store), "SEARCH vqfe_labels USING COVERING INDEX vqfe_labels_by_lower_name (<expr>=?)");
+    }
+}
+
 TEST_P(PhotoLibraryTest, AStoreOfAnotherProgramOrANewerVersionIsRefusedUntouched) {
     TempDir dir;
     std::unique_ptr<PgTestDatabase> database;

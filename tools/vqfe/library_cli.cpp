@@ -5,11 +5,11 @@
 #include <cstdlib>
 #include <iostream>
 #include <map>
-#include <set>
 
 #include "cache/store_index.h"
 #include "encoding/display_names.h"
 #include "encoding/message_json.h"
+#include "library/duplicates.h"
 #include "library/photo_library.h"
 #include "tools/vqfe/counted.h"
 #include "tools/vqfe/report.h"
@@ -35,18 +35,22 @@ const char* const kPeopleUsage =
     "\n"
     "Exit status: 0 done, 1 the store failed, 2 a usage error or an unknown person.\n";
 
-const char* const kDuplicatesUsage =
-    "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
-    "\n"
-    "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
-    "copies): at most 10 of the 64 perceptual-hash bits differ and the aspect ratios agree.\n"
-    "Every two photos of a group pass (no chains of neighbours). One group per paragraph,\n"
-    "one path per line.\n"
-    "  --similar   also the same scene a little zoomed, panned or cropped: up to 14 bits,\n"
-    "              any aspect, unless the classes seen contradict (needs --kind\n"
-    "              classification); other shots of a scene mostly differ by more and are\n"
-    "              not found, as the hash cannot tell them from unrelated photos\n"
-    "  --json      one JSON array of paths per group and line\n";
+// The hash limits come from the grouping's own constants.
+std::string duplicatesUsage() {
+    return "usage: vqfe duplicates --store FILE|URI [--similar] [--json]\n"
+           "\n"
+           "Prints groups of the same photo (resized, recompressed, lightly cropped or brightened\n"
+           "copies): at most " + std::to_string(kSamePhoto.hashBits) +
+           " of the 64 perceptual-hash bits differ and the aspect ratios agree.\n"
+           "Every two photos of a group pass (no chains of neighbours). One group per paragraph,\n"
+           "one path per line.\n"
+           "  --similar   also the same scene a little zoomed, panned or cropped: up to " +
+           std::to_string(kSimilarPhoto.hashBits) + " bits,\n"
+           "              any aspect, unless the classes seen contradict (needs --kind\n"
+           "              classification); other shots of a scene mostly differ by more and are\n"
+           "              not found, as the hash cannot tell them from unrelated photos\n"
+           "  --json      one JSON array of paths per group and line\n";
+}
 
 const char* const kSearchUsage =
     "usage: vqfe search --store FILE|URI [--label NAME]... [--min-score S] [--person ID|NAME]\n"
@@ -154,8 +158,8 @@ bool isPeopleAction(const std::vector<std::string>& words) {
 
 int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
     bool first = true;
-    const auto groups = library.duplicates(similar);
     const auto images = library.index().snapshot(false).images;
+    const auto groups = PhotoLibrary::duplicates(similar, images);
     const size_t withoutSignature = std::count_if(images.begin(), images.end(),
         [](const VQFeature::IndexedImage& image) { return image.hash && image.signature.empty(); });
     if (similar && withoutSignature > 0) {
@@ -190,14 +194,20 @@ int duplicatesCommand(PhotoLibrary& library, bool similar, bool json) {
 }
 
 // The store's labels by display name, with the photos that have them from minScore on,
-// the most common first: "sky (14), snow (1)".
-std::string storeLabels(const VQFeature::IndexSnapshot& snapshot, float minScore) {
-    std::map<std::string, std::set<std::string>> photos;
-    for (const auto& label : snapshot.labels) {
-        if (label.score >= minScore) photos[VQFeature::displayName(label.name)].insert(label.assetId);
+// the most common first: "sky (14), snow (1)". One query for the stored names; a display
+// name that several stored names share is counted by a search, so a photo with both
+// counts once.
+std::string storeLabels(PhotoLibrary& library, float minScore) {
+    std::map<std::string, std::vector<VQFeature::LabelCount>> byDisplay;
+    for (auto& count : library.index().labelCounts(minScore)) {
+        byDisplay[VQFeature::displayName(count.name)].push_back(std::move(count));
     }
-    std::vector<std::pair<size_t, std::string>> counts;
-    for (const auto& [name, assets] : photos) counts.emplace_back(assets.size(), name);
+    std::vector<std::pair<long long, std::string>> counts;
+    for (const auto& [name, stored] : byDisplay) {
+        const long long photos = stored.size() == 1 ? stored[0].photos
+                                                    : static_cast<long long>(library.search({name}, 0, 0, minScore).size());
+        counts.emplace_back(photos, name);
+    }
     std::stable_sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     constexpr size_t kListed = 30;
     std::string text;
@@ -209,23 +219,16 @@ std::string storeLabels(const VQFeature::IndexSnapshot& snapshot, float minScore
 }
 
 // Says why a search found nothing: a label no analysis gives and the store does not hold
-// is a usage error (status 2); otherwise no photo matches (status 0), and when photos have
-// the labels under the score floor, it says how to list them. Where a label alone finds no
-// photo, the labels the store has are listed.
+// (in any case) is a usage error (status 2); otherwise no photo matches (status 0), and
+// when photos have the labels under the score floor, it says how to list them. Where a
+// label alone finds no photo, the labels the store has are listed.
 int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels, long long person, int minFaces,
                    float minScore) {
-    const VQFeature::IndexSnapshot snapshot = library.index().snapshot(false);
-    std::set<std::string> stored;
-    for (const auto& label : snapshot.labels) stored.insert(label.name);
     for (const auto& label : labels) {
-        const auto names = labelNames(label);
-        if (isKnownLabel(label) || std::any_of(names.begin(), names.end(), [&](const std::string& name) { return stored.count(name); }) ||
-            !library.search({label}, 0, 0, 0).empty()) {
-            continue;
-        }
+        if (isKnownLabel(label) || !library.search({label}, 0, 0, 0).empty()) continue;
         std::cerr << "vqfe search: unknown label '" << label << "': give a scene label (sky, sunset, people, ...) or"
                      " a class (cat, one person, ...) by its name in the results or its display name; the store has "
-                  << storeLabels(snapshot, minScore) << "\n";
+                  << storeLabels(library, minScore) << "\n";
         return 2;
     }
     const auto missing = std::find_if(labels.begin(), labels.end(),
@@ -238,7 +241,7 @@ int explainNoMatch(PhotoLibrary& library, const std::vector<std::string>& labels
                   << ": --min-score 0 lists them)\n";
     } else if (missing != labels.end()) {
         std::cerr << "vqfe search: no photo has the label '" << *missing << "' (from score " << floor
-                  << "); the store has " << storeLabels(snapshot, minScore) << "\n";
+                  << "); the store has " << storeLabels(library, minScore) << "\n";
     } else {
         std::cerr << "vqfe search: no photo matches\n";
     }
@@ -266,11 +269,11 @@ bool isLibraryCommand(const std::string& command) {
 }
 
 int libraryCommand(const std::string& command, const std::vector<std::string>& args) {
-    const char* usage = command == "people"       ? kPeopleUsage
-                        : command == "duplicates" ? kDuplicatesUsage
-                        : command == "search"     ? kSearchUsage
-                        : command == "reindex"    ? kReindexUsage
-                                                  : kReportUsage;
+    const std::string usage = command == "people"       ? kPeopleUsage
+                              : command == "duplicates" ? duplicatesUsage()
+                              : command == "search"     ? kSearchUsage
+                              : command == "reindex"    ? kReindexUsage
+                                                        : kReportUsage;
     std::string store, person, out, pictures;
     std::vector<std::string> labels, words;
     bool json = false, similar = false;

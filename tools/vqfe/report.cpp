@@ -135,8 +135,8 @@ public:
         prepareFolder(dir_);
         people_ = library_.people();
         snapshot_ = library_.index().snapshot(false);
-        duplicates_ = library_.duplicates(false);
-        similar_ = library_.duplicates(true);
+        duplicates_ = PhotoLibrary::duplicates(false, snapshot_.images);
+        similar_ = PhotoLibrary::duplicates(true, snapshot_.images);
         similarOnly_ = beyondCopies(similar_, duplicates_);
         collectPhotos();
         writeImages();
