@@ -10,6 +10,7 @@
 %ignore Class::mergePersons;
 %ignore Class::personNamed;
 %ignore Class::search;
+%ignore Class::labelCounts;
 %warnfilter(401) Class;
 %enddef
 VQFE_WITHOUT_STORE_INDEX(VQFeature::SqliteCache)
