@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "cache/index_sql.h"
 #include "cache/pg_runner.h"
@@ -11,6 +12,18 @@
 
 namespace VQFeature {
 namespace {
+
+// Runs read(sql) under the cache's lock through the reconnecting connection; its answer.
+template <class Read>
+auto readIndex(PgConnection& connection, std::mutex& mutex, Read read) {
+    std::lock_guard<std::mutex> lock(mutex);
+    decltype(read(std::declval<SqlRunner&>())) answer{};
+    connection.run([&] {
+        PgRunner sql(connection);
+        answer = read(sql);
+    });
+    return answer;
+}
 
 constexpr const char* kColumns =
     "asset_id text,algorithm_key text,algorithm_type integer,algorithm_string_type text,blob bytea";
@@ -178,13 +191,7 @@ void PgCache::saveIndexed(const std::vector<std::shared_ptr<Result>>& results, c
 }
 
 bool PgCache::needsReindex() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    bool incomplete = false;
-    connection_.run([&] {
-        PgRunner sql(connection_);
-        incomplete = indexIncomplete(sql);
-    });
-    return incomplete;
+    return readIndex(connection_, mutex_, [](SqlRunner& sql) { return indexIncomplete(sql); });
 }
 
 long long PgCache::reindex(const std::map<std::string, ImageRecord>& known) {
@@ -236,33 +243,15 @@ void PgCache::mergePersons(long long into, long long from) {
 }
 
 long long PgCache::personNamed(const std::string& name) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    long long id = 0;
-    connection_.run([&] {
-        PgRunner sql(connection_);
-        id = findPerson(sql, name);
-    });
-    return id;
+    return readIndex(connection_, mutex_, [&](SqlRunner& sql) { return findPerson(sql, name); });
 }
 
 std::vector<SearchHit> PgCache::search(const SearchQuery& query) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<SearchHit> hits;
-    connection_.run([&] {
-        PgRunner sql(connection_);
-        hits = searchIndex(sql, query);
-    });
-    return hits;
+    return readIndex(connection_, mutex_, [&](SqlRunner& sql) { return searchIndex(sql, query); });
 }
 
 std::vector<LabelCount> PgCache::labelCounts(float minScore) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<LabelCount> counts;
-    connection_.run([&] {
-        PgRunner sql(connection_);
-        counts = countLabels(sql, minScore);
-    });
-    return counts;
+    return readIndex(connection_, mutex_, [&](SqlRunner& sql) { return countLabels(sql, minScore); });
 }
 
 }  // namespace VQFeature
