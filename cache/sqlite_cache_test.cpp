@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "cache/index_sql.h"
+#include "cache/sqlite_statement.h"
 #include "extractor/algorithm_types.h"
 #include "testing/stored_results.h"
 #include "testing/temp_dir.h"
@@ -40,6 +43,48 @@ TEST_F(SqliteCacheTest, ForeignFileIsRefusedAndLeftAsItWas) {
     std::ifstream in(path_, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), garbage);
     EXPECT_THROW(SqliteCache(dir_ + "/no/such/dir/results.db"), std::runtime_error);
+}
+
+// Answers every statement with SQLite's query plan for it instead of its rows.
+class PlanRunner : public SqlRunner {
+public:
+    explicit PlanRunner(sqlite3* db) : inner_(db) {}
+    std::vector<SqlRow> run(const std::string& sql, const std::vector<SqlValue>& params) override {
+        for (const SqlRow& row : inner_.run("EXPLAIN QUERY PLAN " + sql, params)) plans_.push_back(row[3].bytes);
+        return {};
+    }
+    bool postgres() const override { return false; }
+    const std::vector<std::string>& plans() const { return plans_; }
+
+private:
+    SqliteRunner inner_;
+    std::vector<std::string> plans_;
+};
+
+// The query plans of the statements a label search runs, joined by "; ".
+std::string searchPlan(const std::string& store, const std::vector<std::string>& names) {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(store.c_str(), &db), SQLITE_OK);
+    PlanRunner plans(db);
+    SearchQuery query;
+    query.labels = {names};
+    searchIndex(plans, query);
+    sqlite3_close(db);
+    std::string joined;
+    for (const auto& plan : plans.plans()) joined += plan + "; ";
+    return joined;
+}
+
+TEST_F(SqliteCacheTest, ALabelSearchReadsTheLowerCaseNameIndexAlone) {
+    SqliteCache store(path_);
+    const std::string covering = "SEARCH vqfe_labels USING COVERING INDEX vqfe_labels_by_lower_name (<expr>=?)";
+    // One name reads the index in asset order, so grouping by asset needs no sort.
+    const std::string one = searchPlan(path_, {"sky"});
+    EXPECT_NE(one.find(covering), std::string::npos) << one;
+    EXPECT_EQ(one.find("GROUP BY"), std::string::npos) << one;
+    const std::string two = searchPlan(path_, {"Sky", "sky"});
+    EXPECT_NE(two.find(covering), std::string::npos) << two;
+    EXPECT_EQ(two.find("SCAN vqfe_labels"), std::string::npos) << two;
 }
 
 TEST_F(SqliteCacheTest, TwoProcessesWriteAtOnceAndAKilledWriterLosesNothingCommitted) {
