@@ -1,6 +1,7 @@
 // k-means over colours, the result of cv::kmeans (k-means++ centres, a fixed number of
-// iterations, one attempt) label for label: the same steps, random draws and float sums, with
-// the distances of three channels inline instead of a call per sample and centre.
+// iterations, one attempt) label for label: the same steps, random draws and float sums, each
+// distance the same expression, over several colours at once (colour_clusters_test.cpp keeps
+// the one-colour-at-a-time steps to compare with).
 #pragma once
 
 #include <vector>
