@@ -366,7 +366,9 @@ TEST_P(PhotoLibraryTest, AStoreOfAnotherProgramOrANewerVersionIsRefusedUntouched
     } catch (const std::runtime_error& e) {
         EXPECT_NE(std::string(e.what()).find("another version"), std::string::npos) << e.what();
     }
-    if (!onPg()) EXPECT_EQ(fileBytes(store), before);
+    if (!onPg()) {
+        EXPECT_EQ(fileBytes(store), before);
+    }
     EXPECT_THROW(PhotoLibrary(own_.path() + "/missing.db"), std::runtime_error);
     EXPECT_FALSE(fs::exists(own_.path() + "/missing.db"));
 }
