@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "Vantor/AlgorithmType.h"
@@ -34,64 +35,74 @@ void appendEscaped(std::string& out, const char* text) {
     out += '"';
 }
 
+// Room for any one number, bool or null that writeScalar writes.
+constexpr size_t kScalarRoom = 32;
+
 // Numbers go through std::to_chars: a mask is hundreds of thousands of them, and printf's
 // format parsing cost more than the rest of the JSON together.
 template <typename Integer>
-void appendInteger(std::string& out, Integer value) {
-    char text[24];
-    out.append(text, std::to_chars(text, text + sizeof text, value).ptr);
+char* writeInteger(char* at, Integer value) {
+    return std::to_chars(at, at + kScalarRoom, value).ptr;
 }
 
 // The text of printf's "%.9g" (to_chars with a precision is defined as printf's).
-void appendFloating(std::string& out, double value) {
+char* writeFloating(char* at, double value) {
     if (!std::isfinite(value)) {
-        out += "null";
-        return;
+        std::memcpy(at, "null", 4);
+        return at + 4;
     }
-    char text[32];
-    out.append(text, std::to_chars(text, text + sizeof text, value, std::chars_format::general, 9).ptr);
+    return std::to_chars(at, at + kScalarRoom, value, std::chars_format::general, 9).ptr;
 }
 
-void appendMessage(std::string& out, const ProtobufCMessage& message);
+bool isScalar(ProtobufCType type) {
+    return type != PROTOBUF_C_TYPE_STRING && type != PROTOBUF_C_TYPE_BYTES && type != PROTOBUF_C_TYPE_MESSAGE;
+}
 
-// Appends the value of one field element; member points at the element's storage.
-void appendValue(std::string& out, const ProtobufCFieldDescriptor& field, const void* member) {
-    switch (field.type) {
+// Writes one number or bool field element (member points at its storage) at at, which has
+// kScalarRoom bytes; returns the end of what was written.
+char* writeScalar(char* at, ProtobufCType type, const void* member) {
+    switch (type) {
         case PROTOBUF_C_TYPE_INT32:
         case PROTOBUF_C_TYPE_SINT32:
         case PROTOBUF_C_TYPE_SFIXED32:
-        case PROTOBUF_C_TYPE_ENUM: appendInteger(out, *static_cast<const int32_t*>(member)); break;
+        case PROTOBUF_C_TYPE_ENUM: return writeInteger(at, *static_cast<const int32_t*>(member));
         case PROTOBUF_C_TYPE_UINT32:
-        case PROTOBUF_C_TYPE_FIXED32: appendInteger(out, *static_cast<const uint32_t*>(member)); break;
+        case PROTOBUF_C_TYPE_FIXED32: return writeInteger(at, *static_cast<const uint32_t*>(member));
         case PROTOBUF_C_TYPE_INT64:
         case PROTOBUF_C_TYPE_SINT64:
-        case PROTOBUF_C_TYPE_SFIXED64: appendInteger(out, *static_cast<const int64_t*>(member)); break;
+        case PROTOBUF_C_TYPE_SFIXED64: return writeInteger(at, *static_cast<const int64_t*>(member));
         case PROTOBUF_C_TYPE_UINT64:
-        case PROTOBUF_C_TYPE_FIXED64: appendInteger(out, *static_cast<const uint64_t*>(member)); break;
-        case PROTOBUF_C_TYPE_FLOAT: appendFloating(out, *static_cast<const float*>(member)); break;
-        case PROTOBUF_C_TYPE_DOUBLE: appendFloating(out, *static_cast<const double*>(member)); break;
-        case PROTOBUF_C_TYPE_BOOL: out += *static_cast<const protobuf_c_boolean*>(member) ? "true" : "false"; break;
-        case PROTOBUF_C_TYPE_STRING: {
-            const char* value = *static_cast<char* const*>(member);
-            if (value) appendEscaped(out, value); else out += "null";
-            break;
+        case PROTOBUF_C_TYPE_FIXED64: return writeInteger(at, *static_cast<const uint64_t*>(member));
+        case PROTOBUF_C_TYPE_FLOAT: return writeFloating(at, *static_cast<const float*>(member));
+        case PROTOBUF_C_TYPE_DOUBLE: return writeFloating(at, *static_cast<const double*>(member));
+        case PROTOBUF_C_TYPE_BOOL: {
+            const bool value = *static_cast<const protobuf_c_boolean*>(member);
+            std::memcpy(at, value ? "true" : "false", value ? 4 : 5);
+            return at + (value ? 4 : 5);
         }
-        case PROTOBUF_C_TYPE_BYTES: {
-            const auto* bytes = static_cast<const ProtobufCBinaryData*>(member);
-            out += '[';
-            for (size_t i = 0; i < bytes->len; ++i) {
-                if (i) out += ',';
-                appendInteger(out, unsigned{bytes->data[i]});
-            }
-            out += ']';
-            break;
-        }
-        case PROTOBUF_C_TYPE_MESSAGE: {
-            const auto* nested = *static_cast<ProtobufCMessage* const*>(member);
-            if (nested) appendMessage(out, *nested); else out += "null";
-            break;
-        }
+        default: return at;  // not a scalar: isScalar keeps these out
     }
+}
+
+// A JSON array of count elements, element k written by write(at, k) (at most kScalarRoom
+// bytes). The elements go through a stack buffer a few kilobytes at a time: the masks are
+// hundreds of thousands of numbers, and appending each to the string cost more than
+// formatting it.
+template <typename Write>
+void appendScalarList(std::string& out, size_t count, Write write) {
+    char chunk[8192];
+    size_t used = 0;
+    out += '[';
+    for (size_t k = 0; k < count; ++k) {
+        if (used + kScalarRoom + 1 > sizeof chunk) {
+            out.append(chunk, used);
+            used = 0;
+        }
+        if (k) chunk[used++] = ',';
+        used = static_cast<size_t>(write(chunk + used, k) - chunk);
+    }
+    out.append(chunk, used);
+    out += ']';
 }
 
 size_t elementSize(ProtobufCType type) {
@@ -107,6 +118,71 @@ size_t elementSize(ProtobufCType type) {
     }
 }
 
+// The repeated field's count elements of type T at items as a JSON array: one dispatch on
+// the field's type for the whole array, so that the loop formats numbers and nothing else.
+template <typename T, typename Write>
+void appendArrayOf(std::string& out, const void* items, size_t count, Write write) {
+    const T* values = static_cast<const T*>(items);
+    appendScalarList(out, count, [values, write](char* at, size_t k) { return write(at, values[k]); });
+}
+
+void appendScalarArray(std::string& out, ProtobufCType type, const void* items, size_t count) {
+    switch (type) {
+        case PROTOBUF_C_TYPE_INT32:
+        case PROTOBUF_C_TYPE_SINT32:
+        case PROTOBUF_C_TYPE_SFIXED32:
+        case PROTOBUF_C_TYPE_ENUM: return
+            appendArrayOf<int32_t>(out, items, count, [](char* at, int32_t v) { return writeInteger(at, v); });
+        case PROTOBUF_C_TYPE_UINT32:
+        case PROTOBUF_C_TYPE_FIXED32: return
+            appendArrayOf<uint32_t>(out, items, count, [](char* at, uint32_t v) { return writeInteger(at, v); });
+        case PROTOBUF_C_TYPE_INT64:
+        case PROTOBUF_C_TYPE_SINT64:
+        case PROTOBUF_C_TYPE_SFIXED64: return
+            appendArrayOf<int64_t>(out, items, count, [](char* at, int64_t v) { return writeInteger(at, v); });
+        case PROTOBUF_C_TYPE_UINT64:
+        case PROTOBUF_C_TYPE_FIXED64: return
+            appendArrayOf<uint64_t>(out, items, count, [](char* at, uint64_t v) { return writeInteger(at, v); });
+        case PROTOBUF_C_TYPE_FLOAT: return
+            appendArrayOf<float>(out, items, count, [](char* at, double v) { return writeFloating(at, v); });
+        case PROTOBUF_C_TYPE_DOUBLE: return
+            appendArrayOf<double>(out, items, count, [](char* at, double v) { return writeFloating(at, v); });
+        default: {
+            const size_t size = elementSize(type);
+            const char* bytes = static_cast<const char*>(items);
+            appendScalarList(out, count, [=](char* at, size_t k) { return writeScalar(at, type, bytes + k * size); });
+        }
+    }
+}
+
+void appendMessage(std::string& out, const ProtobufCMessage& message);
+
+// Appends the value of one field element; member points at the element's storage.
+void appendValue(std::string& out, const ProtobufCFieldDescriptor& field, const void* member) {
+    switch (field.type) {
+        case PROTOBUF_C_TYPE_STRING: {
+            const char* value = *static_cast<char* const*>(member);
+            if (value) appendEscaped(out, value); else out += "null";
+            break;
+        }
+        case PROTOBUF_C_TYPE_BYTES: {
+            const auto* bytes = static_cast<const ProtobufCBinaryData*>(member);
+            appendScalarList(out, bytes->len,
+                             [bytes](char* at, size_t i) { return writeInteger(at, unsigned{bytes->data[i]}); });
+            break;
+        }
+        case PROTOBUF_C_TYPE_MESSAGE: {
+            const auto* nested = *static_cast<ProtobufCMessage* const*>(member);
+            if (nested) appendMessage(out, *nested); else out += "null";
+            break;
+        }
+        default: {
+            char text[kScalarRoom];
+            out.append(text, writeScalar(text, field.type, member));
+        }
+    }
+}
+
 void appendMessage(std::string& out, const ProtobufCMessage& message) {
     const ProtobufCMessageDescriptor& descriptor = *message.descriptor;
     const char* base = reinterpret_cast<const char*>(&message);
@@ -119,10 +195,15 @@ void appendMessage(std::string& out, const ProtobufCMessage& message) {
         if (field.label == PROTOBUF_C_LABEL_REPEATED) {
             const size_t count = *reinterpret_cast<const size_t*>(base + field.quantifier_offset);
             const char* items = *reinterpret_cast<char* const*>(base + field.offset);
+            const size_t size = elementSize(field.type);
+            if (isScalar(field.type)) {
+                appendScalarArray(out, field.type, items, count);
+                continue;
+            }
             out += '[';
             for (size_t k = 0; k < count; ++k) {
                 if (k) out += ',';
-                appendValue(out, field, items + k * elementSize(field.type));
+                appendValue(out, field, items + k * size);
             }
             out += ']';
         } else {

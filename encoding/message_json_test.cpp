@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "vqfe_results.pb-c.h"
@@ -80,6 +81,48 @@ TEST(MessageJsonTest, NumbersReadAsPrintfWroteThem) {
         std::snprintf(expected, sizeof expected, R"({"is_porn":false,"confidence":%.9g})", double(value));
         ASSERT_EQ(messageToJson(porn.base), expected) << value;
     }
+}
+
+// Long arrays are written through a buffer flushed every few kilobytes: every element and
+// comma must come out as printf would write them one by one, across the flushes.
+TEST(MessageJsonTest, LongArraysReadAsPrintfWroteThem) {
+    std::mt19937 random(11);
+    std::vector<uint32_t> features = {0, 4294967295u};
+    std::vector<int32_t> clusters = {-2147483647 - 1, 2147483647, 0};
+    std::vector<float> floats = {NAN, INFINITY, -0.f};
+    for (int i = 0; i < 30000; ++i) {
+        features.push_back(random() >> (random() % 32));
+        clusters.push_back(static_cast<int32_t>(random()));
+        const uint32_t bits = random();
+        float value;
+        std::memcpy(&value, &bits, sizeof value);
+        floats.push_back(value);
+    }
+    auto list = [](const auto& values, const char* format) {
+        std::string text = "[";
+        char element[64];
+        for (size_t k = 0; k < values.size(); ++k) {
+            using Value = std::decay_t<decltype(values[k])>;
+            const bool finite = !std::is_floating_point_v<Value> || std::isfinite(double(values[k]));
+            if (finite) std::snprintf(element, sizeof element, format, values[k]);
+            else std::snprintf(element, sizeof element, "null");
+            text += (k ? "," : "") + std::string(element);
+        }
+        return text + "]";
+    };
+    CSimilarityBuffer similarity = C__SIMILARITY_BUFFER__INIT;
+    similarity.n_feature = features.size();
+    similarity.feature = features.data();
+    similarity.n_clusterids = clusters.size();
+    similarity.clusterids = clusters.data();
+    EXPECT_EQ(messageToJson(similarity.base),
+              R"({"score":0,"feature":)" + list(features, "%u") + R"(,"clusterIds":)" + list(clusters, "%d") + "}");
+
+    std::vector<double> widened(floats.begin(), floats.end());
+    CSceneRecogV3Buffer scene = C__SCENE_RECOG_V3_BUFFER__INIT;
+    scene.n_c3_feature = floats.size();
+    scene.c3_feature = floats.data();
+    EXPECT_EQ(messageToJson(scene.base), R"({"m_sceneRecogV3Info":[],"c3_feature":)" + list(widened, "%.9g") + "}");
 }
 
 }  // namespace

@@ -68,20 +68,26 @@ std::optional<LoadedImage> loadImage(const std::string& path, std::string* error
         *error = path + " is not a JPEG or PNG image";
         return std::nullopt;
     }
-    cv::Mat rgba;
-    cv::cvtColor(decoded, rgba, cv::COLOR_BGR2RGBA);
-
     LoadedImage image;
     image.path = path;
     image.assetId = VQFeature::md5(bytes);
     image.buffer = std::make_shared<VQFeature::ImageBuffer>();
-    image.buffer->width = rgba.cols;
-    image.buffer->height = rgba.rows;
+    image.buffer->width = decoded.cols;
+    image.buffer->height = decoded.rows;
     image.buffer->format = 0;
     image.buffer->rotateMode = 0;
-    const unsigned long length = rgba.total() * rgba.elemSize();
-    image.buffer->setData(reinterpret_cast<const char*>(rgba.data), length);
+    // The RGBA pixels are converted straight into the buffer's own block (a megabyte at
+    // 512 px) rather than into a matrix of their own and copied.
+    const unsigned long length = decoded.total() * 4;
+    image.buffer->setData(nullptr, length);
     image.buffer->length = length;
+    cv::Mat rgba(decoded.rows, decoded.cols, CV_8UC4, image.buffer->data);
+    cv::cvtColor(decoded, rgba, cv::COLOR_BGR2RGBA);
+    if (rgba.data != image.buffer->data) {
+        // Not expected (the matrix has the size and type asked for), but then the pixels are
+        // in rgba's new block.
+        image.buffer->setData(reinterpret_cast<const char*>(rgba.data), length);
+    }
     image.truncated = jpegEndsEarly(bytes);
     return image;
 }

@@ -186,7 +186,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 if (!image) {
                     std::lock_guard<std::mutex> lock(outputMutex);
                     printFailure(files[i], error, out);
-                    summary.addFailure(files[i], error);
+                    if (options.summary) summary.addFailure(files[i], error);
                     progress.advance();
                     ++done;
                     continue;
@@ -212,8 +212,11 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 std::lock_guard<std::mutex> lock(outputMutex);
                 printOutcome(options, outcome, out);
                 if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
-                summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
-                            outcome.error.second);
+                // A row decodes every blob of the image again: made only for a summary that is printed.
+                if (options.summary) {
+                    summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
+                                outcome.error.second);
+                }
                 progress.advance();
                 ++done;
             }
