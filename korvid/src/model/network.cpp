@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -184,10 +185,15 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest&
 namespace {
 
 // The networks systems of the process hold, by digest and shape; expired ones are dropped
-// whenever a network is added.
+// whenever a network is added. A network being read is marked so that a second system
+// wanting it waits for it rather than reading it again, while networks of other keys are
+// read meanwhile: two systems loading a graph at once read its networks side by side.
 struct ProcessNetworks {
+    using Key = std::pair<ContentDigest, std::string>;
     std::mutex mutex;
-    std::map<std::pair<ContentDigest, std::string>, std::weak_ptr<Network>> entries;
+    std::condition_variable readDone;
+    std::map<Key, std::weak_ptr<Network>> entries;
+    std::set<Key> reading;
 };
 
 ProcessNetworks& processNetworks() {
@@ -205,17 +211,34 @@ std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
     ProcessNetworks& shared = processNetworks();
-    auto key = std::make_pair(digest, shapeKey(shape));
-    // Held while a network is read, so that systems loading the same graph at once read it once.
-    std::lock_guard<std::mutex> lock(shared.mutex);
-    if (auto it = shared.entries.find(key); it != shared.entries.end()) {
-        if (auto network = it->second.lock()) return network;
+    ProcessNetworks::Key key(digest, shapeKey(shape));
+    std::unique_lock<std::mutex> lock(shared.mutex);
+    for (;;) {
+        if (auto it = shared.entries.find(key); it != shared.entries.end()) {
+            if (auto network = it->second.lock()) return network;
+        }
+        if (shared.reading.count(key) == 0) break;
+        // Another system reads it; should that read fail, this one tries for itself.
+        shared.readDone.wait(lock);
     }
-    auto network = readNetwork(blob, digest, shape);
+    shared.reading.insert(key);
+    lock.unlock();
+    std::shared_ptr<Network> network;
+    try {
+        network = readNetwork(blob, digest, shape);
+    } catch (...) {
+        lock.lock();
+        shared.reading.erase(key);
+        shared.readDone.notify_all();
+        throw;
+    }
+    lock.lock();
+    shared.reading.erase(key);
     for (auto it = shared.entries.begin(); it != shared.entries.end();) {
         it = it->second.expired() ? shared.entries.erase(it) : std::next(it);
     }
     shared.entries[std::move(key)] = network;
+    shared.readDone.notify_all();
     return network;
 }
 

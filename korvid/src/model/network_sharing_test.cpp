@@ -1,7 +1,10 @@
 // Networks shared by the systems of one process: a network is read once however many
-// systems load it, freed with the last system that holds it, and systems running on
-// several threads at once (each its own system, as `vqfe extract --jobs N` runs them) get
-// the results one system gets alone. Run under ThreadSanitizer by scripts/test.
+// systems load it, also when they load at the same moment, freed with the last system that
+// holds it, and systems running on several threads at once (each its own system, as
+// `vqfe extract --jobs N` runs them) get the results one system gets alone. Run under
+// ThreadSanitizer by scripts/test.
+#include <atomic>
+#include <functional>
 #include <numeric>
 #include <sstream>
 #include <thread>
@@ -54,6 +57,47 @@ TEST(NetworkSharing, SystemsOfAProcessReadEachNetworkOnce) {
     SystemHarness c;
     ASSERT_EQ(c->loadGraph(builtinTemplate(4)), NO_ERROR);
     EXPECT_EQ(Korvid::networksRead(), before + 9);
+}
+
+// Runs each of the calls on a thread of its own, all released at the same moment.
+void atOnce(const std::vector<std::function<void()>>& calls) {
+    std::atomic<size_t> ready{0};
+    std::vector<std::thread> threads;
+    for (const auto& call : calls) {
+        threads.emplace_back([&] {
+            ++ready;
+            while (ready.load() < calls.size()) std::this_thread::yield();
+            call();
+        });
+    }
+    for (auto& thread : threads) thread.join();
+}
+
+TEST(NetworkSharing, SystemsLoadingAtOnceReadEachNetworkOnce) {
+    const long before = Korvid::networksRead();
+    // Damaged bytes: every system fails, none waits for ever on another's failed read, and
+    // the failure leaves nothing behind that a later load would find.
+    std::string damaged = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face.model");
+    damaged.resize(damaged.size() / 2);
+    constexpr size_t kSystems = 3;
+    std::vector<std::unique_ptr<SystemHarness>> systems;
+    for (size_t s = 0; s < kSystems; ++s) systems.push_back(std::make_unique<SystemHarness>());
+    std::vector<int> codes(kSystems, -1);
+    std::vector<std::function<void()>> loads;
+    for (size_t s = 0; s < kSystems; ++s) {
+        systems[s]->finder.overrides = {{"qm_face", damaged}};
+        loads.push_back([&h = *systems[s], &code = codes[s]] { code = h->loadGraph(builtinTemplate(8)); });
+    }
+    atOnce(loads);
+    for (size_t s = 0; s < kSystems; ++s) EXPECT_EQ(codes[s], INVALID_MODEL) << "system " << s;
+
+    // The whole bytes: the four networks of the verification graph (detector, mesh, iris,
+    // descriptor) are read once between them, whichever order each system loads its nodes in
+    // (also those a system read before its load failed: its cache keeps them).
+    for (size_t s = 0; s < kSystems; ++s) systems[s]->finder.overrides.clear();
+    atOnce(loads);
+    for (size_t s = 0; s < kSystems; ++s) EXPECT_EQ(codes[s], NO_ERROR) << "system " << s;
+    EXPECT_EQ(Korvid::networksRead(), before + 4);
 }
 
 // Faces of the face graph with their landmarks, to the last bit.

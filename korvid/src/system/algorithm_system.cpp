@@ -1,5 +1,6 @@
 #include "system/algorithm_system.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -29,6 +30,26 @@ namespace {
 void reportTime(const char* what, const std::string& name, const char* type, Clock clock, double start) {
     std::fprintf(stderr, "korvid %s %s (%s): %.2f %s\n", what, name.c_str(), type, clockMs(clock) - start, clockUnit(clock));
 }
+
+// Graph loads under way in the process. A system that starts loading while another one is
+// loads its nodes last to first: the two then read different networks side by side and meet
+// in the middle, where each finds what the other read (sharedNetwork), instead of the second
+// waiting behind the first at every network. The nodes' loads do not depend on each other,
+// so the graph loaded is the same in either order; of a graph with several faulty nodes, the
+// one its error names may differ.
+std::atomic<int> graphLoadsUnderway{0};
+
+class LoadTurn {
+public:
+    LoadTurn() : lastToFirst_(graphLoadsUnderway.fetch_add(1) % 2 == 1) {}
+    ~LoadTurn() { graphLoadsUnderway.fetch_sub(1); }
+    LoadTurn(const LoadTurn&) = delete;
+    LoadTurn& operator=(const LoadTurn&) = delete;
+    size_t at(size_t k, size_t count) const { return lastToFirst_ ? count - 1 - k : k; }
+
+private:
+    const bool lastToFirst_;
+};
 
 }  // namespace
 
@@ -176,7 +197,9 @@ void OpenAlgorithmSystem::buildGraph(const std::string& graphJson) {
         if (n.type->create != nullptr) n.node = n.type->create();
         for (const auto& wanted : wantedModels(n.params, n.node.get())) ++users[wanted.second];
     }
-    for (LoadedNode& n : nodes_) {
+    const LoadTurn turn;
+    for (size_t k = 0; k < nodes_.size(); ++k) {
+        LoadedNode& n = nodes_[turn.at(k, nodes_.size())];
         const double start = timing ? clockMs(Clock::ThreadCpu) : 0;
         ModelSet models;
         acquireModels(n, models, users);
