@@ -125,7 +125,9 @@ private:
 };
 
 // The network of blob's bytes for shape that a system of this process already holds, or
-// else blob read anew. Thread-safe; the process keeps no network that no system holds.
+// else blob read anew. Thread-safe; the process keeps no network that no system holds. A
+// system wanting a network that another is reading waits for that read; networks of other
+// bytes are read meanwhile.
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape& shape);
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape);
 // Networks the process holds (for tests).
