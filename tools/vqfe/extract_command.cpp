@@ -172,7 +172,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
 
     Interruption interruption;
     Progress progress(files.size());
-    Summary summary;
+    Summary summary(options.summary);
     size_t done = 0;
     std::mutex outputMutex;
     BatchClaims claims(files.size(), jobs);
@@ -186,7 +186,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 if (!image) {
                     std::lock_guard<std::mutex> lock(outputMutex);
                     printFailure(files[i], error, out);
-                    if (options.summary) summary.addFailure(files[i], error);
+                    summary.addFailure(files[i], error);
                     progress.advance();
                     ++done;
                     continue;
@@ -212,11 +212,8 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 std::lock_guard<std::mutex> lock(outputMutex);
                 printOutcome(options, outcome, out);
                 if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
-                // A row decodes every blob of the image again: made only for a summary that is printed.
-                if (options.summary) {
-                    summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
-                                outcome.error.second);
-                }
+                summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
+                            outcome.error.second);
                 progress.advance();
                 ++done;
             }

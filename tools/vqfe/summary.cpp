@@ -8,6 +8,7 @@ namespace vqfe {
 
 void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
                   const std::string& error) {
+    if (!wanted_) return;
     DecodedBlobs decoded(blobs);
     Row row;
     row.path = path;
@@ -34,6 +35,7 @@ void Summary::add(const std::string& path, const BlobMap& blobs, bool fromStore,
 }
 
 void Summary::addFailure(const std::string& path, const std::string& error) {
+    if (!wanted_) return;
     Row row;
     row.path = path;
     row.read = false;

@@ -15,6 +15,8 @@ namespace vqfe {
 
 class Summary {
 public:
+    // A summary that is not wanted keeps nothing: a row decodes every blob of its photo again.
+    explicit Summary(bool wanted = true) : wanted_(wanted) {}
     void add(const std::string& path, const BlobMap& blobs, bool fromStore, double milliseconds,
              const std::string& error);
     void addFailure(const std::string& path, const std::string& error);
@@ -35,6 +37,7 @@ private:
         double milliseconds = 0;
         std::string error;
     };
+    const bool wanted_;
     mutable std::mutex mutex_;
     std::vector<Row> rows_;
 };
