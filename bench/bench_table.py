@@ -70,6 +70,8 @@ ROWS = [
      "extractor/cached_1k/floor", "per_item", None),
     ("JNI extractFeatures, 1k cached assets, per asset vs C++", "jni/cached_1k/vqfe", "extractor/cached_1k/vqfe",
      "per_item", ("abs<=", 1000)),
+    ("  (the same requests with the kind's graph: the open framework reloads it every call)",
+     "jni/cached_1k/with_graph", "jni/cached_1k/vqfe", "per_item", None),
 ] + [
     (f"Reload of the kind-{kind} graph ({what}) vs its first load", f"graph_load/{kind}/reload",
      f"graph_load/{kind}/first", "time", ("abs<=", 5e6))
