@@ -73,7 +73,7 @@ void atOnce(const std::vector<std::function<void()>>& calls) {
     for (auto& thread : threads) thread.join();
 }
 
-TEST(NetworkSharing, SystemsLoadingAtOnceReadEachNetworkOnce) {
+TEST(NetworkConcurrency, SystemsLoadingAtOnceReadEachNetworkOnce) {
     const long before = Korvid::networksRead();
     // Damaged bytes: every system fails, none waits for ever on another's failed read, and
     // the failure leaves nothing behind that a later load would find.
