@@ -152,7 +152,9 @@ TEST_F(ExtractCommandTest, EveryKindOverTheSamplesThenTheStoreAnswersWithoutTheF
     EXPECT_NE(astronaut.find("skeletons: 1  people: 0."), std::string::npos) << err;  // confirmed, and no cue reaches 1
     EXPECT_NE(coffee.find("faces: 0  pet faces: 0  skeletons: 0  people: 0.00"), std::string::npos) << err;
     for (const char* picture : {"astronaut", "chelsea", "coffee", "grace_hopper", "rocket"}) {
-        EXPECT_EQ(access((options_.drawDir + "/" + picture + ".png").c_str(), R_OK), 0) << picture;
+        const std::string line = lineFor(lines, std::string(picture) + ".jpg", "face");
+        const std::string asset = line.substr(line.find("\"asset\":\"") + 9, 8);
+        EXPECT_EQ(access((options_.drawDir + "/" + picture + "-" + asset + ".png").c_str(), R_OK), 0) << picture;
     }
 
     Korvid::resetExecuteCounters();
