@@ -249,6 +249,17 @@ void appendMessage(std::string& out, const ProtobufCMessage& message) {
 
 }  // namespace
 
+bool isUtf8(const std::string& text) {
+    const auto* p = reinterpret_cast<const unsigned char*>(text.c_str());
+    const auto* end = p + text.size();
+    while (p < end) {
+        const size_t length = *p == 0 ? 1 : utf8Length(p);
+        if (length == 0) return false;
+        p += length;
+    }
+    return true;
+}
+
 std::string jsonQuoted(const std::string& text) {
     std::string out;
     appendEscaped(out, text.c_str());

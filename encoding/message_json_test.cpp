@@ -68,6 +68,10 @@ TEST(MessageJsonTest, QuotedTextKeepsUtf8AndEscapesOtherBytes) {
     EXPECT_EQ(jsonQuoted("x\xe2\x82"), R"("x\udce2\udc82")");
     EXPECT_EQ(jsonQuoted("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")");
     EXPECT_EQ(jsonQuoted("a\"b\nc"), R"("a\"b\nc")");
+    EXPECT_TRUE(isUtf8("caf\xc3\xa9 \xf0\x9f\x93\xb7"));
+    EXPECT_TRUE(isUtf8(std::string("a\0b", 3)));
+    EXPECT_FALSE(isUtf8("caf\xe9"));
+    EXPECT_FALSE(isUtf8("x\xe2\x82"));
 }
 
 // Numbers are formatted without printf; they must read exactly as printf's "%.9g" and "%d"

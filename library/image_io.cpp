@@ -9,6 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "encoding/message_json.h"
 #include "vantor/md5.h"
 
 namespace vqfe {
@@ -95,6 +96,13 @@ std::optional<LoadedImage> loadImage(const std::string& path, std::string* error
 
 std::string truncatedWarning(const std::string& path) {
     return "warning: " + path + " ends early (a truncated JPEG): the missing part is analysed as grey";
+}
+
+std::string pathUnfitForPostgres(const std::string& path) {
+    std::error_code ec;
+    const std::string absolute = fs::absolute(path, ec).string();
+    if (VQFeature::isUtf8(path) && (ec || VQFeature::isUtf8(absolute))) return "";
+    return path + ": its path is not UTF-8, which a PostgreSQL store cannot keep (rename it, or use a SQLite store)";
 }
 
 std::string lowered(std::string text) {
