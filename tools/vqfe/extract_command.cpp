@@ -194,7 +194,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 }
                 if (image->truncated) {
                     std::lock_guard<std::mutex> lock(outputMutex);
-                    err << "vqfe extract: " << truncatedWarning(files[i]) << "\n";
+                    progress.note(err, "vqfe extract: " + truncatedWarning(files[i]));
                 }
                 outcomes.emplace_back();
                 outcomes.back().image = std::move(*image);
@@ -212,7 +212,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 if (!options.drawDir.empty()) drawAnnotations(outcome.image, outcome.blobs, options.drawDir, &drawError);
                 std::lock_guard<std::mutex> lock(outputMutex);
                 printOutcome(options, outcome, out);
-                if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
+                if (!drawError.empty()) progress.note(err, "vqfe extract: " + drawError);
                 summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
                             outcome.error.second);
                 progress.advance();
