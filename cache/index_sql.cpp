@@ -324,8 +324,17 @@ void mergePersonRows(SqlRunner& sql, long long into, long long from) {
     }
 }
 
+// The name as written, else the one name that differs from it only in case ("grace" for
+// "Grace"), as labels are matched; two such names ("Grace" and "GRACE") need the exact one.
 long long findPerson(SqlRunner& sql, const std::string& name) {
     auto rows = sql.run("SELECT id FROM vqfe_persons WHERE name = ?1", {SqlValue::text(name)});
+    if (rows.empty()) {
+        rows = sql.run("SELECT id FROM vqfe_persons WHERE lower(name) = lower(?1)", {SqlValue::text(name)});
+        if (rows.size() > 1) {
+            throw UnknownPerson("no person named '" + name + "', and " + std::to_string(rows.size()) +
+                                " persons are named so in another case: give the name as written");
+        }
+    }
     if (rows.empty()) throw UnknownPerson("no person named '" + name + "'");
     return rows[0][0].asInteger();
 }

@@ -13,9 +13,43 @@
 namespace VQFeature {
 namespace {
 
+// The length of the well-formed UTF-8 sequence at p (1 to 4), or 0 when p starts none.
+size_t utf8Length(const unsigned char* p) {
+    const auto continues = [](unsigned char c, unsigned char low = 0x80, unsigned char high = 0xBF) {
+        return c >= low && c <= high;
+    };
+    if (p[0] < 0x80) return 1;
+    if (p[0] >= 0xC2 && p[0] <= 0xDF) return continues(p[1]) ? 2 : 0;
+    if (p[0] >= 0xE0 && p[0] <= 0xEF) {
+        const unsigned char low = p[0] == 0xE0 ? 0xA0 : 0x80, high = p[0] == 0xED ? 0x9F : 0xBF;
+        return continues(p[1], low, high) && continues(p[2]) ? 3 : 0;
+    }
+    if (p[0] >= 0xF0 && p[0] <= 0xF4) {
+        const unsigned char low = p[0] == 0xF0 ? 0x90 : 0x80, high = p[0] == 0xF4 ? 0x8F : 0xBF;
+        return continues(p[1], low, high) && continues(p[2]) && continues(p[3]) ? 4 : 0;
+    }
+    return 0;
+}
+
+// A byte that is not UTF-8 (a file name in another encoding) becomes \udcXX, the lone
+// surrogate by which Python's surrogateescape (os.fsencode) gives the byte back; raw, it
+// would make the whole line invalid JSON. The checks stop at the terminating NUL, which no
+// continuation byte matches.
 void appendEscaped(std::string& out, const char* text) {
     out += '"';
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+        if (*p >= 0x80) {
+            const size_t length = utf8Length(p);
+            if (length == 0) {
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\udc%02x", *p);
+                out += escaped;
+            } else {
+                out.append(reinterpret_cast<const char*>(p), length);
+                p += length - 1;
+            }
+            continue;
+        }
         switch (*p) {
             case '"': out += "\\\""; break;
             case '\\': out += "\\\\"; break;
@@ -214,6 +248,17 @@ void appendMessage(std::string& out, const ProtobufCMessage& message) {
 }
 
 }  // namespace
+
+bool isUtf8(const std::string& text) {
+    const auto* p = reinterpret_cast<const unsigned char*>(text.c_str());
+    const auto* end = p + text.size();
+    while (p < end) {
+        const size_t length = *p == 0 ? 1 : utf8Length(p);
+        if (length == 0) return false;
+        p += length;
+    }
+    return true;
+}
 
 std::string jsonQuoted(const std::string& text) {
     std::string out;

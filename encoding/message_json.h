@@ -17,6 +17,9 @@ std::string messageToJson(const ProtobufCMessage& message);
 // text as a JSON string literal, quotes included.
 std::string jsonQuoted(const std::string& text);
 
+// Whether text is well-formed UTF-8 (a file name need not be).
+bool isUtf8(const std::string& text);
+
 // The descriptor of the blob message of an algorithm kind (4 face, 121/130
 // classification, ...), or null for a kind without blobs.
 const ProtobufCMessageDescriptor* blobDescriptorForKind(int kind);

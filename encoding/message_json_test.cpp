@@ -56,6 +56,24 @@ TEST(MessageJsonTest, BlobsDecodeByKindAndFailuresSayWhy) {
     EXPECT_EQ(blobDescriptorForKind(130), blobDescriptorForKind(121));
 }
 
+// File names are bytes: UTF-8 ones stay as they are, any other byte becomes \udcXX (what
+// Python's surrogateescape reads back), so a line stays valid JSON.
+TEST(MessageJsonTest, QuotedTextKeepsUtf8AndEscapesOtherBytes) {
+    EXPECT_EQ(jsonQuoted("caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb7.jpg"), "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x93\xb7.jpg\"");
+    EXPECT_EQ(jsonQuoted("bad\xff\xfe" "name.jpg"), R"("bad\udcff\udcfename.jpg")");
+    // Latin-1 e acute, an overlong slash, a UTF-16 surrogate, a sequence cut by the end.
+    EXPECT_EQ(jsonQuoted("caf\xe9"), R"("caf\udce9")");
+    EXPECT_EQ(jsonQuoted("\xc0\xaf"), R"("\udcc0\udcaf")");
+    EXPECT_EQ(jsonQuoted("\xed\xa0\x80"), R"("\udced\udca0\udc80")");
+    EXPECT_EQ(jsonQuoted("x\xe2\x82"), R"("x\udce2\udc82")");
+    EXPECT_EQ(jsonQuoted("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")");
+    EXPECT_EQ(jsonQuoted("a\"b\nc"), R"("a\"b\nc")");
+    EXPECT_TRUE(isUtf8("caf\xc3\xa9 \xf0\x9f\x93\xb7"));
+    EXPECT_TRUE(isUtf8(std::string("a\0b", 3)));
+    EXPECT_FALSE(isUtf8("caf\xe9"));
+    EXPECT_FALSE(isUtf8("x\xe2\x82"));
+}
+
 // Numbers are formatted without printf; they must read exactly as printf's "%.9g" and "%d"
 // wrote them, for floats across every exponent and for the integer extremes.
 TEST(MessageJsonTest, NumbersReadAsPrintfWroteThem) {

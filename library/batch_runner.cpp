@@ -66,6 +66,17 @@ BatchRunner::BatchRunner(const AnalysisSetup& setup, const std::string& graph, s
 }
 
 void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
+    // Within one request a second file of the same content came back without results, and
+    // the timing by each asset's first look-up ran from the first file's.
+    std::vector<ImageOutcome*> distinct;
+    std::vector<std::pair<ImageOutcome*, const ImageOutcome*>> copies;
+    std::map<std::string, const ImageOutcome*> firstOfAsset;
+    for (ImageOutcome* outcome : batch) {
+        auto [first, added] = firstOfAsset.emplace(outcome->image.assetId, outcome);
+        if (added) distinct.push_back(outcome);
+        else copies.emplace_back(outcome, first->second);
+    }
+    // Every file's record, copies too: the index keeps each path of a content.
     std::vector<VQFeature::ImageRecord> records;
     for (ImageOutcome* outcome : batch) {
         const LoadedImage& image = outcome->image;
@@ -79,6 +90,18 @@ void BatchRunner::run(std::vector<ImageOutcome*>& batch) {
         records.push_back(std::move(record));
     }
     batchStore_->begin(records);
+    runDistinct(distinct);
+    for (auto& [copy, original] : copies) {
+        copy->blobs = original->blobs;
+        copy->keepAlive = original->keepAlive;
+        copy->error = original->error;
+        copy->produced = original->produced;
+        copy->fromStore = original->fromStore;
+        copy->milliseconds = 0;
+    }
+}
+
+void BatchRunner::runDistinct(std::vector<ImageOutcome*>& batch) {
     VQFeature::ErrorPair error{0, ""};
     runRequest(batch, &error);
     const auto end = std::chrono::steady_clock::now();

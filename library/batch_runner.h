@@ -50,10 +50,12 @@ public:
 
     // Fills every outcome of the batch. The error pair of a request holds only its last
     // failure, so when several images of a batch fail, each is run again alone to get
-    // its own error.
+    // its own error. Files of one content (one asset id) are analysed once: the copies
+    // get the first one's results and error, and no time of their own (0 ms).
     void run(std::vector<ImageOutcome*>& batch);
 
 private:
+    void runDistinct(std::vector<ImageOutcome*>& batch);
     void runRequest(std::vector<ImageOutcome*>& batch, VQFeature::ErrorPair* error);
     // Fills the outcome from the store when it holds every kind of the image; false otherwise.
     bool answerFromStore(ImageOutcome& outcome);

@@ -12,6 +12,7 @@
 
 #include "cache/memory_cache.h"
 #include "cache/sqlite_cache.h"
+#include "cache/store_index.h"
 #include "cache/stored_result.h"
 #include "library/batch_store.h"
 #include "extractor/algorithm_types.h"
@@ -118,6 +119,40 @@ TEST_F(BatchRunnerTest, WhatTheStoreLacksIsComputed) {
     EXPECT_FALSE(whole[0].fromStore);
     EXPECT_FALSE(blobOf(whole[0], "33").empty());
     EXPECT_FALSE(blobOf(whole[0], "c300").empty());
+}
+
+// Two files of one content in a batch (a photo copied under another name): analysed once,
+// the copy gets the same results and no time of its own, and the index keeps both paths.
+TEST_F(BatchRunnerTest, ACopyInTheBatchGetsTheFirstFilesResults) {
+    for (const bool withStore : {false, true}) {
+        if (!withStore) store = nullptr;
+        AnalysisSetup setup{{*parseKind("33"), *parseKind("c300")}, "models", "framework.json"};
+        BatchRunner runner(setup, "{\"graph\":\"2\"}", store);
+        ASSERT_EQ(runner.initCode(), 0);
+        std::vector<ImageOutcome> outcomes{pictureOfWidth(100), pictureOfWidth(200), pictureOfWidth(100)};
+        outcomes[2].image.path = "copy-of-100.png";
+        auto batch = pointers(outcomes);
+        runner.run(batch);
+        EXPECT_EQ(factory.latest().executes, 2) << withStore;
+        const ImageOutcome &first = outcomes[0], &copy = outcomes[2];
+        EXPECT_TRUE(copy.produced) << withStore;
+        EXPECT_EQ(copy.error.first, 0);
+        EXPECT_EQ(copy.fromStore, first.fromStore);
+        EXPECT_EQ(copy.milliseconds, 0.0);
+        for (const char* kind : {"33", "c300"}) {
+            EXPECT_FALSE(blobOf(copy, kind).empty()) << kind << " " << withStore;
+            EXPECT_EQ(blobOf(copy, kind), blobOf(first, kind)) << kind;
+        }
+        if (withStore) {
+            const auto snapshot = dynamic_cast<VQFeature::StoreIndex&>(*store).snapshot(false);
+            bool bothPaths = false;
+            for (const auto& image : snapshot.images) {
+                if (image.record.assetId == "asset-100") bothPaths = image.paths.size() == 2;
+            }
+            EXPECT_TRUE(bothPaths);
+        }
+        store = std::make_shared<VQFeature::SqliteCache>(dir.path() + "/copies.db");
+    }
 }
 
 TEST_F(BatchRunnerTest, LaterBatchesKeepTheGraphAndStoreUnderItsKeys) {

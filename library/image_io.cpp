@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <cstdio>
+#include <map>
 #include <cstring>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "encoding/message_json.h"
 #include "vantor/md5.h"
 
 namespace vqfe {
@@ -96,10 +98,41 @@ std::string truncatedWarning(const std::string& path) {
     return "warning: " + path + " ends early (a truncated JPEG): the missing part is analysed as grey";
 }
 
+std::string pathUnfitForPostgres(const std::string& path) {
+    std::error_code ec;
+    const std::string absolute = fs::absolute(path, ec).string();
+    if (VQFeature::isUtf8(path) && (ec || VQFeature::isUtf8(absolute))) return "";
+    return path + ": its path is not UTF-8, which a PostgreSQL store cannot keep (rename it, or use a SQLite store)";
+}
+
 std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
     return text;
 }
+
+namespace {
+
+// "3 files that are not .jpg, .jpeg or .png (2 .heic, 1 .gif)": the files a directory
+// search passed over, by extension, the most frequent first, so that photos in another
+// format are not left out without a word.
+std::string skippedFiles(const std::map<std::string, size_t>& byExtension) {
+    std::vector<std::pair<size_t, std::string>> counts;
+    size_t total = 0;
+    for (const auto& [extension, count] : byExtension) {
+        counts.emplace_back(count, extension.empty() ? "without extension" : extension);
+        total += count;
+    }
+    std::stable_sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    constexpr size_t kShown = 6;
+    std::string text = std::to_string(total) + (total == 1 ? " file" : " files") + " that " +
+                       (total == 1 ? "is" : "are") + " not .jpg, .jpeg or .png (";
+    for (size_t i = 0; i < counts.size() && i < kShown; ++i) {
+        text += (i ? ", " : "") + std::to_string(counts[i].first) + " " + counts[i].second;
+    }
+    return text + (counts.size() > kShown ? ", ...)" : ")");
+}
+
+}  // namespace
 
 std::vector<std::string> collectImages(const std::vector<std::string>& arguments, std::vector<std::string>* problems) {
     auto isImage = [](const fs::path& p) {
@@ -111,12 +144,20 @@ std::vector<std::string> collectImages(const std::vector<std::string>& arguments
         std::error_code ec;
         if (fs::is_directory(argument, ec)) {
             std::vector<std::string> found;
+            std::map<std::string, size_t> skipped;
             for (fs::recursive_directory_iterator it(argument, fs::directory_options::skip_permission_denied, ec), end;
                  !ec && it != end; it.increment(ec)) {
-                if (it->is_regular_file(ec) && isImage(it->path())) found.push_back(it->path().string());
+                if (!it->is_regular_file(ec)) continue;  // the next increment clears ec
+                if (isImage(it->path())) found.push_back(it->path().string());
+                else ++skipped[lowered(it->path().extension().string())];
             }
             if (ec) problems->push_back("cannot list " + argument + ": " + ec.message());
-            else if (found.empty()) problems->push_back("no JPEG or PNG images in " + argument);
+            else if (found.empty()) {
+                problems->push_back("no JPEG or PNG images in " + argument +
+                                    (skipped.empty() ? "" : ", only " + skippedFiles(skipped)));
+            } else if (!skipped.empty()) {
+                problems->push_back(argument + ": skipped " + skippedFiles(skipped));
+            }
             std::sort(found.begin(), found.end());
             files.insert(files.end(), found.begin(), found.end());
         } else if (fs::exists(argument, ec)) {

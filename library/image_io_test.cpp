@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include <opencv2/imgcodecs.hpp>
 
 #include "testing/temp_dir.h"
@@ -44,6 +48,31 @@ TEST(ImageIoTest, PhotosBecomeOpaqueRgbaInTheBuffersOwnBlock) {
             }
         }
     }
+}
+
+
+// A folder search takes .jpg, .jpeg and .png in any case, and says what else it passed
+// over, so that photos in another format are not left out without a word. A symlink to
+// nothing is neither, and does not end the search.
+TEST(ImageIoTest, FolderSearchNamesTheFilesItSkips) {
+    VQFeature::TempDir dir;
+    for (const char* name : {"a.jpg", "b.PNG", "sub/c.jpeg", "notes.txt", "x.HEIC", "sub/y.heic", "Makefile"}) {
+        dir.write(name, "bytes");
+    }
+    std::filesystem::create_symlink(dir.path() + "/nowhere", dir.path() + "/0-dangling.jpg");
+    std::vector<std::string> problems;
+    const std::vector<std::string> files = collectImages({dir.path()}, &problems);
+    EXPECT_EQ(files, (std::vector<std::string>{dir.path() + "/a.jpg", dir.path() + "/b.PNG", dir.path() + "/sub/c.jpeg"}));
+    EXPECT_EQ(problems, std::vector<std::string>{dir.path() +
+                                                 ": skipped 4 files that are not .jpg, .jpeg or .png "
+                                                 "(2 .heic, 1 without extension, 1 .txt)"});
+
+    VQFeature::TempDir others;
+    others.write("clip.gif", "bytes");
+    problems.clear();
+    EXPECT_TRUE(collectImages({others.path()}, &problems).empty());
+    EXPECT_EQ(problems, std::vector<std::string>{"no JPEG or PNG images in " + others.path() +
+                                                 ", only 1 file that is not .jpg, .jpeg or .png (1 .gif)"});
 }
 
 }  // namespace

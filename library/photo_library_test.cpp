@@ -181,6 +181,11 @@ TEST_P(PhotoLibraryTest, PeopleKeepTheirIdsNamesAndMergesAcrossRuns) {
     EXPECT_THROW(library.name(999999, "X"), VQFeature::UnknownPerson);
     const long long other = library.people().back().id;
     EXPECT_THROW(library.name(other, "Grace"), std::runtime_error);  // taken
+    // A name in another case finds its person while only one is named so.
+    EXPECT_EQ(library.person("grace"), graceId);
+    library.name(other, "GRACE");
+    EXPECT_EQ(library.person("GRACE"), other);
+    EXPECT_THROW(library.person("grace"), VQFeature::UnknownPerson);
 
     // A merged person's faces move over; its id is gone for good.
     library.merge(graceId, other);

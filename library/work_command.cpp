@@ -273,7 +273,10 @@ int runEnqueue(const std::string& store, const std::vector<Kind>& kinds, const s
         for (size_t i = 0; i < files.size(); ++i) {
             std::ifstream in(files[i], std::ios::binary);
             const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            if (!in && !in.eof()) {
+            const std::string unfit = pathUnfitForPostgres(files[i]);
+            if (!unfit.empty()) {
+                err << "vqfe enqueue: " << unfit << "\n";
+            } else if (!in && !in.eof()) {
                 err << "vqfe enqueue: " << files[i] << ": cannot read\n";
             } else {
                 // The absolute path, so workers started elsewhere find the image.

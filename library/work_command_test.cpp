@@ -43,5 +43,22 @@ TEST(WorkCommandTest, ATruncatedJpegIsAnalysedWithAWarning) {
     EXPECT_EQ(err.str().find("failed"), std::string::npos) << err.str();
 }
 
+// A file whose name is not UTF-8 cannot be a job (a PostgreSQL text column); it is named
+// and left out, and the other photos are enqueued (one such file failed them all).
+TEST(WorkCommandTest, AFileNameThatIsNotUtf8IsLeftOutAlone) {
+    VQFeature::PgTestDatabase database;
+    if (!database.available()) GTEST_SKIP() << VQFeature::PgTestDatabase::kSkipReason;
+    VQFeature::TempDir dir;
+    std::ifstream in(std::string(VQFE_SOURCE_DIR) + "/samples/coffee.jpg", std::ios::binary);
+    const std::string photo((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    dir.write("coffee.jpg", photo);
+    dir.write("caf\xe9.jpg", photo + "x");
+    std::ostringstream out, err;
+    ASSERT_EQ(runEnqueue(database.uri(), {*parseKind("scene")}, {dir.path()}, out, err), 0) << err.str();
+    EXPECT_EQ(out.str(), "enqueued: 1\nalready queued: 0\n");
+    EXPECT_NE(err.str().find("caf\xe9.jpg: its path is not UTF-8, which a PostgreSQL store cannot keep"),
+              std::string::npos) << err.str();
+}
+
 }  // namespace
 }  // namespace vqfe

@@ -208,6 +208,10 @@ std::vector<std::string> labelLines(const DecodedBlobs& decoded) {
     return lines;
 }
 
+std::string drawnPictureName(const std::string& imagePath, const std::string& assetId) {
+    return std::filesystem::path(imagePath).stem().string() + "-" + assetId.substr(0, 8) + ".png";
+}
+
 bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::string& dir, std::string* error) {
     const auto& buffer = *image.buffer;
     cv::Mat rgba(buffer.height, buffer.width, CV_8UC4, buffer.data);
@@ -275,7 +279,7 @@ bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::
 
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
-    const std::string out = (std::filesystem::path(dir) / std::filesystem::path(image.path).stem()).string() + ".png";
+    const std::string out = (std::filesystem::path(dir) / drawnPictureName(image.path, image.assetId)).string();
     bool written = false;
     try {
         written = cv::imwrite(out, canvas);

@@ -19,7 +19,12 @@ namespace vqfe {
 // same labels and classes the summary lists (it gives the people cue a field of its own).
 std::vector<std::string> labelLines(const DecodedBlobs& decoded);
 
-// Writes <dir>/<file stem>.png (the directory is created when missing). False with
+// The file name of an image's picture: its file stem and the first 8 digits of its asset
+// id ("IMG_0001-47de3e15.png"), so that photos of one name in two folders (cameras repeat
+// their names) get a picture each, and vqfe report finds each photo's own.
+std::string drawnPictureName(const std::string& imagePath, const std::string& assetId);
+
+// Writes <dir>/<drawnPictureName> (the directory is created when missing). False with
 // *error set when the picture cannot be written.
 bool drawAnnotations(const LoadedImage& image, const BlobMap& blobs, const std::string& dir, std::string* error);
 

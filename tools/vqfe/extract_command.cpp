@@ -176,13 +176,14 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     size_t done = 0;
     std::mutex outputMutex;
     BatchClaims claims(files.size(), jobs);
+    const bool postgres = VQFeature::PgCache::isUri(options.storePath);
     auto work = [&](BatchRunner& worker) {
         for (size_t first = 0, last = 0; !Interruption::requested() && claims.next(&first, &last);) {
             std::vector<ImageOutcome> outcomes;
             outcomes.reserve(last - first);
             for (size_t i = first; i < last; ++i) {
-                std::string error;
-                auto image = loadImage(files[i], &error);
+                std::string error = postgres ? pathUnfitForPostgres(files[i]) : "";
+                auto image = error.empty() ? loadImage(files[i], &error) : std::nullopt;
                 if (!image) {
                     std::lock_guard<std::mutex> lock(outputMutex);
                     printFailure(files[i], error, out);
@@ -193,7 +194,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 }
                 if (image->truncated) {
                     std::lock_guard<std::mutex> lock(outputMutex);
-                    err << "vqfe extract: " << truncatedWarning(files[i]) << "\n";
+                    progress.note(err, "vqfe extract: " + truncatedWarning(files[i]));
                 }
                 outcomes.emplace_back();
                 outcomes.back().image = std::move(*image);
@@ -211,7 +212,7 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
                 if (!options.drawDir.empty()) drawAnnotations(outcome.image, outcome.blobs, options.drawDir, &drawError);
                 std::lock_guard<std::mutex> lock(outputMutex);
                 printOutcome(options, outcome, out);
-                if (!drawError.empty()) err << "vqfe extract: " << drawError << "\n";
+                if (!drawError.empty()) progress.note(err, "vqfe extract: " + drawError);
                 summary.add(outcome.image.path, outcome.blobs, outcome.fromStore, outcome.milliseconds,
                             outcome.error.second);
                 progress.advance();

@@ -15,6 +15,7 @@
 
 #include "Korvid/Diagnostics.h"
 #include "library/image_io.h"
+#include "testing/pg_test_database.h"
 #include "testing/temp_dir.h"
 
 namespace vqfe {
@@ -152,7 +153,9 @@ TEST_F(ExtractCommandTest, EveryKindOverTheSamplesThenTheStoreAnswersWithoutTheF
     EXPECT_NE(astronaut.find("skeletons: 1  people: 0."), std::string::npos) << err;  // confirmed, and no cue reaches 1
     EXPECT_NE(coffee.find("faces: 0  pet faces: 0  skeletons: 0  people: 0.00"), std::string::npos) << err;
     for (const char* picture : {"astronaut", "chelsea", "coffee", "grace_hopper", "rocket"}) {
-        EXPECT_EQ(access((options_.drawDir + "/" + picture + ".png").c_str(), R_OK), 0) << picture;
+        const std::string line = lineFor(lines, std::string(picture) + ".jpg", "face");
+        const std::string asset = line.substr(line.find("\"asset\":\"") + 9, 8);
+        EXPECT_EQ(access((options_.drawDir + "/" + picture + "-" + asset + ".png").c_str(), R_OK), 0) << picture;
     }
 
     Korvid::resetExecuteCounters();
@@ -243,6 +246,36 @@ protected:
 private:
     bool raised_ = false;
 };
+
+// A file name that is not UTF-8: a SQLite store keeps its path as bytes; a PostgreSQL
+// store cannot, and that file alone fails (it failed the whole batch). The JSON stays JSON.
+TEST_F(ExtractCommandTest, AFileNameThatIsNotUtf8FailsAloneWithAPostgresStore) {
+    const std::string odd = dir_ + "/caf\xe9.jpg";
+    {
+        std::ifstream in("samples/rocket.jpg", std::ios::binary);
+        std::ofstream(odd, std::ios::binary) << in.rdbuf();
+    }
+    options_.kinds = {*parseKind("scene")};
+    options_.inputs = {odd, "samples/coffee.jpg"};
+    options_.storePath = dir_ + "/results.db";
+    std::string out, err;
+    ASSERT_EQ(run(&out, &err), 0) << err;
+    for (const auto& line : linesOf(out)) {
+        EXPECT_TRUE(JsonChecker(line).valid()) << line;
+        EXPECT_EQ(line.find("\"error\""), std::string::npos) << line;
+    }
+
+    VQFeature::PgTestDatabase database;
+    if (!database.available()) GTEST_SKIP() << VQFeature::PgTestDatabase::kSkipReason;
+    options_.storePath = database.uri();
+    ASSERT_EQ(run(&out, &err), 0) << err;
+    const auto lines = linesOf(out);
+    ASSERT_EQ(lines.size(), 2u) << out;
+    EXPECT_NE(lines[0].find("its path is not UTF-8, which a PostgreSQL store cannot keep"), std::string::npos)
+        << lines[0];
+    EXPECT_EQ(lines[1].find("\"error\""), std::string::npos) << lines[1];
+    EXPECT_NE(lines[1].find("\"m_SceneRecogInfo\":[{"), std::string::npos) << lines[1];
+}
 
 TEST_F(ExtractCommandTest, CtrlCFinishesTheImagesInHandAndTheRerunGoesOn) {
     // 20 photos: one job takes them as a batch of 16, then 4.

@@ -26,6 +26,9 @@ check_store() {
     --store "$store" --draw "$work/pictures" --summary "$work/photos" >/dev/null 2>"$work/summary.txt" ||
     fail "extract"
   grep -q "^store: " "$work/summary.txt" || fail "the summary does not say where the store is"
+  # A picture per photo file, also for the two rockets of one file name in two folders.
+  [[ $(find "$work/photos" -name "*.jpg" | wc -l) -eq $(find "$work/pictures" -name "*.png" | wc -l) ]] ||
+    fail "pictures: $(ls "$work/pictures")"
 
   "$vqfe" people --store "$store" --json >"$work/people.jsonl" 2>/dev/null || fail "people"
   python3 - "$work/people.jsonl" <<'EOF' || fail "people --json"

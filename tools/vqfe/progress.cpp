@@ -20,6 +20,18 @@ void Progress::finish() {
     std::fflush(out_);
 }
 
+void Progress::note(std::ostream& err, const std::string& line) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const bool barShown = enabled_ && drawn_ && !finished_;
+    if (barShown) {
+        std::fputs("\r\033[K", out_);  // to the start of the line, and clear it
+        std::fflush(out_);
+    }
+    err << line << "\n";
+    err.flush();
+    if (barShown) draw();
+}
+
 void Progress::advance() {
     std::lock_guard<std::mutex> lock(mutex_);
     ++done_;
@@ -39,6 +51,7 @@ void Progress::draw() {
     for (int i = 0; i < kWidth; ++i) bar[i] = i < filled ? '#' : '.';
     bar[kWidth] = '\0';
     std::fprintf(out_, "\r[%s] %zu/%zu  %.1f images/s", bar, done_, total_, rate);
+    drawn_ = true;
     std::fflush(out_);
 }
 

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <ostream>
+#include <string>
 
 namespace vqfe {
 
@@ -17,6 +19,10 @@ public:
     void advance();  // one item done
     // Ends the bar's line, so what is printed next starts a line of its own. Once.
     void finish();
+    // Writes line and a newline to err (standard error, where the bar is) on a line of its
+    // own: a bar on screen is cleared first and drawn again after, instead of the line
+    // being glued to its end.
+    void note(std::ostream& err, const std::string& line);
 
 private:
     void draw();
@@ -26,6 +32,7 @@ private:
     FILE* out_;
     bool enabled_;
     bool finished_ = false;
+    bool drawn_ = false;
     std::mutex mutex_;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point lastDraw_{};

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 namespace vqfe {
@@ -34,6 +35,28 @@ TEST(Progress, TheBarEndsItsLineOnceBeforeWhatFollows) {
     { Progress(3, quiet, false).advance(); }
     EXPECT_EQ(contents(quiet), "");
     std::fclose(quiet);
+}
+
+// A warning while the bar is on screen gets a line of its own: the bar is cleared before
+// it and drawn again after (it was glued to the bar's end).
+TEST(Progress, ANoteClearsTheBarAndTheBarComesBack) {
+    FILE* out = std::tmpfile();
+    ASSERT_NE(out, nullptr);
+    std::ostringstream err;
+    {
+        Progress progress(3, out, true);
+        progress.note(err, "before any bar");
+        progress.advance();
+        const size_t drawn = contents(out).size();
+        progress.note(err, "warning: x.jpg ends early");
+        const std::string after = contents(out).substr(drawn);
+        EXPECT_EQ(after.rfind("\r\033[K\r[##########....................] 1/3", 0), 0u) << after;
+        progress.finish();
+        progress.note(err, "after the end");
+    }
+    EXPECT_EQ(err.str(), "before any bar\nwarning: x.jpg ends early\nafter the end\n");
+    EXPECT_EQ(contents(out).find("\033[K"), contents(out).rfind("\033[K"));  // cleared once only
+    std::fclose(out);
 }
 
 }  // namespace

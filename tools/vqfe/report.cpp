@@ -17,6 +17,7 @@
 #include "encoding/display_names.h"
 #include "library/decoded_blobs.h"
 #include "library/duplicates.h"
+#include "tools/vqfe/annotate.h"
 #include "tools/vqfe/counted.h"
 #include "tools/vqfe/report_groups.h"
 
@@ -202,7 +203,7 @@ private:
                 for (const auto* face : info.faces) writeFace(image, *face);
             }
             if (!pictures_.empty() && !path.empty()) {
-                const fs::path drawn = fs::path(pictures_) / (fs::path(path).stem().string() + ".png");
+                const fs::path drawn = fs::path(pictures_) / drawnPictureName(path, asset);
                 cv::Mat picture = fs::is_regular_file(drawn) ? cv::imread(drawn.string()) : cv::Mat();
                 info.annotated = !picture.empty() && !isSymlink(dir_ / "img" / (asset + "-drawn.png")) &&
                                  cv::imwrite((dir_ / "img" / (asset + "-drawn.png")).string(), fitted(picture, 800));
