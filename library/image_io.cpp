@@ -160,8 +160,11 @@ std::vector<std::string> collectImages(const std::vector<std::string>& arguments
             }
             std::sort(found.begin(), found.end());
             files.insert(files.end(), found.begin(), found.end());
-        } else if (fs::exists(argument, ec)) {
+        } else if (fs::is_regular_file(argument, ec)) {
             files.push_back(argument);
+        } else if (fs::exists(argument, ec)) {
+            // A device or a pipe (/dev/zero, a FIFO) would be read without end.
+            problems->push_back("not a regular file: " + argument);
         } else {
             problems->push_back("no such file or directory: " + argument);
         }

@@ -75,5 +75,16 @@ TEST(ImageIoTest, FolderSearchNamesTheFilesItSkips) {
                                                  ", only 1 file that is not .jpg, .jpeg or .png (1 .gif)"});
 }
 
+TEST(ImageIoTest, NamedPathsAreTakenWhenTheyAreFiles) {
+    VQFeature::TempDir dir;
+    dir.write("scan.tiff", "bytes");  // named, a file is taken whatever its extension
+    std::vector<std::string> problems;
+    const std::vector<std::string> files =
+        collectImages({dir.path() + "/scan.tiff", "/dev/zero", dir.path() + "/missing.jpg"}, &problems);
+    EXPECT_EQ(files, std::vector<std::string>{dir.path() + "/scan.tiff"});
+    EXPECT_EQ(problems, (std::vector<std::string>{"not a regular file: /dev/zero",
+                                                  "no such file or directory: " + dir.path() + "/missing.jpg"}));
+}
+
 }  // namespace
 }  // namespace vqfe
