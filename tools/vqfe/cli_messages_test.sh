@@ -27,6 +27,9 @@ expect 2 "vqfe people: people takes 'name ID NAME' or 'merge ID ID'" "$vqfe" peo
 expect 2 "vqfe graph: unknown kind 'nope'" "$vqfe" graph nope
 expect 1 "vqfe graph: no built-in graph for kind 9999" "$vqfe" graph 9999
 expect 1 "vqfe extract: no such file or directory: $work/missing.jpg" "$vqfe" extract "$work/missing.jpg"
+# After "--" a name that starts with '-' is a name, also "--help".
+(cd "$work" && expect 1 "vqfe extract: no such file or directory: -x.jpg" "$vqfe" extract -- -x.jpg --help)
+expect 1 "vqfe extract: not a regular file: /dev/zero" "$vqfe" extract /dev/zero
 expect 1 "vqfe search: result store $work/none.db: no such store file" "$vqfe" search --store "$work/none.db"
 expect 1 "vqfe extract: result store $work/no/such/results.db: its directory $work/no/such does not exist" \
   "$vqfe" extract --store "$work/no/such/results.db" "$source_dir/samples/coffee.jpg"

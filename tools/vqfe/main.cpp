@@ -71,6 +71,7 @@ const char* const kExtractUsage =
     "                  thread, sharing the networks (one per core)\n"
     "  --summary       print a human summary on standard error at the end\n"
     "  --verbose       show the library's own diagnostic lines on standard error\n"
+    "  --              what follows are images and directories, also names starting with '-'\n"
     "\n"
     "Ctrl-C stops the run after the images in hand (their results are printed and stored;\n"
     "run the same command again to go on); a second Ctrl-C stops it at once.\n"
@@ -107,6 +108,7 @@ std::string executableDir() {
 
 bool wantsHelp(const std::vector<std::string>& args) {
     for (const auto& arg : args) {
+        if (arg == "--") break;  // what follows are names, not options
         if (arg == "--help" || arg == "-h") return true;
     }
     return false;
@@ -173,6 +175,9 @@ int extractCommand(const std::vector<std::string>& args) {
             options.summary = true;
         } else if (arg == "--verbose") {
             verbose = true;
+        } else if (arg == "--") {
+            options.inputs.insert(options.inputs.end(), args.begin() + static_cast<long>(i) + 1, args.end());
+            break;
         } else if (!arg.empty() && arg[0] == '-') {
             return usageError("unknown option " + arg, usage.c_str());
         } else {
