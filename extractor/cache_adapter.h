@@ -3,6 +3,13 @@
 /// Results are keyed by asset id + algorithm key (flat concatenation, no separator).
 /// Hosts may implement it (also from Java); MemoryCache is the library's own.
 /// Implementations decide their own thread-safety; the engine does not lock around them.
+/// A Java implementation: an exception thrown by query or a clear reaches the caller of
+/// the Extractor call unchanged (the call stops; the Extractor stays usable). One thrown
+/// by save while a run stores a new result does not stop the call: the error pair gets
+/// 500, "Vantor Throw Exception:" and its message, and the Result is still returned (a
+/// MultiResult keeps only the items collected before the failing save).
+/// query(Input) returns a list, never null. A method the engine calls that the class
+/// does not override throws RuntimeException ("Attempted to invoke pure virtual method").
 /// The order of the virtual functions is the binding's slot order; do not reorder.
 #pragma once
 

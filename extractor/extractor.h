@@ -37,7 +37,9 @@ using ErrorPair = std::pair<int, std::string>;
 /// land in the error pair (the last failure of a call wins; the pair is never cleared by
 /// the engine). A null request reports INVALID_CONFIG (3); an image whose width, height
 /// and format need more bytes than its length or its data block hold reports
-/// INVALID_FORMAT (8) with both counts, before the framework sees it.
+/// INVALID_FORMAT (8) with both counts, before the framework sees it. In Java,
+/// close() (delete()) waits for a call in progress on another thread and makes later
+/// calls throw IllegalStateException.
 /// REQUIRES: init() before any extraction.
 class Extractor {
 public:

@@ -37,8 +37,10 @@ public:
     int height;           ///< rows
     unsigned char* data;
     unsigned long length; ///< bytes of data (RGBA8888: width x height x 4)
-    int rotateMode;  ///< 0..3 meaningful
-    int format;      ///< the framework's pixel format, -1..8 meaningful (0 RGBA8888)
+    int rotateMode;  ///< quarter turns, 0..3; any other value runs as 0 (no rotation)
+    /// the framework's pixel format (VantorPixelFormat), -1..8 (0 RGBA8888); any other
+    /// value runs as 0, RGBA8888, without an error
+    int format;
 
 private:
     std::unique_ptr<unsigned char[]> owned_;

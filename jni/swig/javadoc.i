@@ -67,7 +67,7 @@
   }
 %}
 
-%vqfe_class_doc("A framework input (the framework's own base class); Java uses it only through\n * Extractor.extractFeatureByVantor.", Vantor::VantorAlgorithmInput)
+%vqfe_class_doc("A framework input (the framework's own base class). No Java method takes one\n * (the raw run on such an input, extractFeatureByVantor, is C++ only): Java hands over\n * pixels in an ImageBuffer.", Vantor::VantorAlgorithmInput)
 %vqfe_class_doc("The host's request-header provider for the framework's services; carried in\n * AppConfig, never created from Java.", Vantor::VantorHeaderProvider)
 %vqfe_class_doc("The host's network delegate for the framework; carried in AppConfig, never\n * created from Java.", Vantor::VantorNetworkDelegate)
 %vqfe_class_doc("The host's thread delegate for the framework; carried in AppConfig, never\n * created from Java.", Vantor::VantorThreadDelegate)

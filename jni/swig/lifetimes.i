@@ -57,3 +57,15 @@ static constexpr bool vqfe_is_destructor(const char* symbol) {
   }
 %enddef
 %vqfe_documented_delete(SWIGTYPE, swigCMemOwn, swigCMemOwn)
+
+// The Extractor is the one proxy that any thread may call while others use it, so its
+// calls hold the proxy's monitor, as delete() does: close() from another thread waits
+// for the call in progress instead of destroying the engine under it. (The engine runs
+// these calls one at a time anyway; a call from inside a run on the same thread, a Java
+// cache calling back into its Extractor, still goes ahead, the monitor being reentrant.)
+%javamethodmodifiers VQFeature::Extractor::init "public synchronized";
+%javamethodmodifiers VQFeature::Extractor::extractFeatures "public synchronized";
+%javamethodmodifiers VQFeature::Extractor::queryFeatures "public synchronized";
+%javamethodmodifiers VQFeature::Extractor::clearAll "public synchronized";
+%javamethodmodifiers VQFeature::Extractor::clearAssets "public synchronized";
+%javamethodmodifiers VQFeature::Extractor::clearTypes "public synchronized";

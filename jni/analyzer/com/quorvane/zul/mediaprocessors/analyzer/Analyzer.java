@@ -230,7 +230,7 @@ public final class Analyzer implements AutoCloseable {
    * @return the answers
    * @throws NullPointerException when an argument or kind is null
    * @throws IllegalArgumentException when no kind is given
-   * @throws IllegalStateException after {@link #close()}
+   * @throws IllegalStateException after {@link #close()}, or when the image has been closed
    */
   public Analysis analyze(String assetId, ImageBuffer image, Kind<?>... kinds) {
     Objects.requireNonNull(assetId, "assetId must not be null");

@@ -160,6 +160,9 @@ class AnalyzerTest {
     assertThrows(IllegalArgumentException.class, () -> analyzer.analyze("a", astronaut));
     assertThrows(NullPointerException.class, () -> analyzer.analyze("a", (ImageBuffer) null, Kind.FACE));
     assertThrows(NullPointerException.class, () -> analyzer.analyze("a", astronaut, Kind.FACE, null));
+    ImageBuffer released = new ImageBuffer();
+    released.close();
+    assertThrows(IllegalStateException.class, () -> analyzer.analyze("released", released, Kind.FACE));
     analyzer.close();
     analyzer.close();
     IllegalStateException closed = assertThrows(IllegalStateException.class,

@@ -153,4 +153,28 @@ class CollectionsTest {
     input.setType(AlgorithmType.Face);
     assertEquals("45e697e8419a009e08b4aa45d11707f3", input.algorithmKey());  // "|4|face_max_num:10"
   }
+
+  @Test
+  void mapEntriesStayValidWhenTheMapChangesOrIsReleased() {
+    StringLongMap map = new StringLongMap();
+    map.put("a", 1L);
+    map.put("b", 2L);
+    Map.Entry<String, Long> a = null;
+    Map.Entry<String, Long> b = null;
+    for (Map.Entry<String, Long> entry : map.entrySet()) {
+      if (entry.getKey().equals("a")) a = entry;
+      if (entry.getKey().equals("b")) b = entry;
+    }
+    assertEquals(1L, a.setValue(10L));
+    assertEquals(10L, map.get("a"));
+    for (int i = 0; i < 1000; i++) map.put("more" + i, (long) i);  // rehashes
+    assertEquals("a", a.getKey());
+    assertEquals(10L, a.getValue());
+    map.remove("b");
+    assertEquals("b", b.getKey());
+    assertNull(b.getValue());
+    map.close();
+    assertEquals("a", a.getKey());
+    assertThrows(IllegalStateException.class, a::getValue);
+  }
 }

@@ -132,6 +132,21 @@ class ExtractorTest {
     assertEquals(2, cache.entries.size());
     MultiAlgorithmInput multi = new MultiAlgorithmInput(photos, "", new VecAlgorithmType(), new VecString());
     assertEquals(2, extractor.extractFeatures(multi, false).size());
+
+    // An exception from save does not stop the call: it is reported, the results come back.
+    JavaMapCache failingSaves = new JavaMapCache() {
+      @Override
+      public void save(Result result) {
+        throw new IllegalStateException("disk full");
+      }
+    };
+    Extractor second = Pictures.initialised(tmp, failingSaves, null);
+    ErrorPair error = new ErrorPair(0, "");
+    FeatureResultList saved = second.extractFeatures(faceRequest(photos), true, error);
+    assertEquals(500, error.getFirst());
+    assertEquals("Vantor Throw Exception:disk full", error.getSecond());
+    assertEquals(2, saved.size());
+    for (Result result : saved) assertTrue(result.getResultLength().signum() > 0);
   }
 
   @Test

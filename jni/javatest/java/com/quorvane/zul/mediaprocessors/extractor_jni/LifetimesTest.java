@@ -1,10 +1,13 @@
 package com.quorvane.zul.mediaprocessors.extractor_jni;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.file.Path;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -59,5 +62,46 @@ class LifetimesTest {
         assertEquals("asset", again.getAssetId());
       }
     }
+  }
+
+  @Test
+  void closeFromAnotherThreadWaitsForTheRunInProgress() throws Exception {
+    // An app closes its extractor (onDestroy, say) while a worker thread still extracts.
+    CountDownLatch running = new CountDownLatch(1);
+    JavaMapCache slowCache = new JavaMapCache() {
+      @Override
+      public Result query(String assetId, String algorithmKey) {
+        running.countDown();
+        try {
+          Thread.sleep(100);  // widens the window in which close() arrives
+        } catch (InterruptedException e) {
+          Thread.currentThread().interrupt();
+        }
+        return super.query(assetId, algorithmKey);
+      }
+    };
+    Extractor extractor = Pictures.initialised(tmp, slowCache, null);
+    Input request = new Input(Pictures.resources(Pictures.resource("astronaut", "astronaut.jpg"),
+        Pictures.resource("chelsea", "chelsea.jpg"), Pictures.resource("coffee", "coffee.jpg")),
+        CoverUtil.getAlgorithmConf(AlgorithmType.SceneRecog), new StringLongMap(), AlgorithmType.SceneRecog);
+    AtomicReference<Throwable> failure = new AtomicReference<>();
+    int[] blobs = new int[1];
+    Thread worker = new Thread(() -> {
+      try (ErrorPair error = new ErrorPair(0, "")) {
+        for (Result result : extractor.extractFeatures(request, true, error)) {
+          if (result.getResultLength().signum() > 0) blobs[0]++;
+        }
+        assertEquals(0, error.getFirst(), error.getSecond());
+      } catch (Throwable t) {
+        failure.set(t);
+      }
+    });
+    worker.start();
+    running.await();
+    extractor.close();  // must not destroy the engine under the run
+    worker.join();
+    assertNull(failure.get());
+    assertEquals(3, blobs[0]);
+    assertDeleted("Extractor.extractFeatures after close", () -> extractor.extractFeatures(request, true));
   }
 }
