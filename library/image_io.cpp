@@ -9,6 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "cache/pg_cache.h"
 #include "encoding/message_json.h"
 #include "vantor/md5.h"
 
@@ -98,7 +99,8 @@ std::string truncatedWarning(const std::string& path) {
     return "warning: " + path + " ends early (a truncated JPEG): the missing part is analysed as grey";
 }
 
-std::string pathUnfitForPostgres(const std::string& path) {
+std::string pathUnfitForStore(const std::string& store, const std::string& path) {
+    if (!VQFeature::PgCache::isUri(store)) return "";
     std::error_code ec;
     const std::string absolute = fs::absolute(path, ec).string();
     if (VQFeature::isUtf8(path) && (ec || VQFeature::isUtf8(absolute))) return "";

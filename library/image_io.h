@@ -33,9 +33,10 @@ std::string lowered(std::string text);
 // *error ("cannot read", "not a JPEG or PNG image").
 std::optional<LoadedImage> loadImage(const std::string& path, std::string* error);
 
-// Why a PostgreSQL store cannot take this file (it keeps paths as text, which there is
-// UTF-8 only, and one such path failed the whole batch), or "" when it can.
-std::string pathUnfitForPostgres(const std::string& path);
+// Why the store named by store (a file or a postgresql:// URI) cannot take this file, or ""
+// when it can: a PostgreSQL store keeps paths as text, which there is UTF-8 only, and one
+// such path failed the whole batch.
+std::string pathUnfitForStore(const std::string& store, const std::string& path);
 
 // The image files named by the arguments: files as given, directories searched
 // (recursively, sorted) for .jpg/.jpeg/.png. Unreadable arguments are reported in

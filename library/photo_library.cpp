@@ -43,9 +43,8 @@ PhotoLibrary::PhotoLibrary(const std::string& store, bool forReindex) : store_(s
 
 long long PhotoLibrary::reindex(const std::vector<std::string>& inputs, std::vector<std::string>* problems) {
     std::map<std::string, VQFeature::ImageRecord> known;
-    const bool postgres = VQFeature::PgCache::isUri(store_);
     for (const std::string& file : collectImages(inputs, problems)) {
-        if (const std::string unfit = postgres ? pathUnfitForPostgres(file) : ""; !unfit.empty()) {
+        if (const std::string unfit = pathUnfitForStore(store_, file); !unfit.empty()) {
             problems->push_back(unfit);
             continue;
         }

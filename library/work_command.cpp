@@ -273,7 +273,7 @@ int runEnqueue(const std::string& store, const std::vector<Kind>& kinds, const s
         for (size_t i = 0; i < files.size(); ++i) {
             std::ifstream in(files[i], std::ios::binary);
             const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            const std::string unfit = pathUnfitForPostgres(files[i]);
+            const std::string unfit = pathUnfitForStore(store, files[i]);
             if (!unfit.empty()) {
                 err << "vqfe enqueue: " << unfit << "\n";
             } else if (!in && !in.eof()) {

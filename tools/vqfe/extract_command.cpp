@@ -176,13 +176,12 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     size_t done = 0;
     std::mutex outputMutex;
     BatchClaims claims(files.size(), jobs);
-    const bool postgres = VQFeature::PgCache::isUri(options.storePath);
     auto work = [&](BatchRunner& worker) {
         for (size_t first = 0, last = 0; !Interruption::requested() && claims.next(&first, &last);) {
             std::vector<ImageOutcome> outcomes;
             outcomes.reserve(last - first);
             for (size_t i = first; i < last; ++i) {
-                std::string error = postgres ? pathUnfitForPostgres(files[i]) : "";
+                std::string error = pathUnfitForStore(options.storePath, files[i]);
                 auto image = error.empty() ? loadImage(files[i], &error) : std::nullopt;
                 if (!image) {
                     std::lock_guard<std::mutex> lock(outputMutex);
