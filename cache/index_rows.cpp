@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "encoding/message_json.h"
+#include "extractor/blob_blocks.h"
 #include "vqfe_results.pb-c.h"
 
 namespace VQFeature {
@@ -23,7 +24,7 @@ Message unpack(int kind, const Result& result) {
     };
     const ProtobufCMessageDescriptor* descriptor = blobDescriptorForKind(kind);
     if (descriptor == nullptr || result.result == nullptr) return Message(nullptr, release);
-    return Message(protobuf_c_message_unpack(descriptor, nullptr, result.resultLength,
+    return Message(protobuf_c_message_unpack(descriptor, nullptr, blobs::readable(result.result, result.resultLength),
                                              static_cast<const uint8_t*>(result.result)),
                    release);
 }

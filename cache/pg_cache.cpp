@@ -9,6 +9,7 @@
 #include "cache/pg_runner.h"
 #include "cache/query_each_resource.h"
 #include "cache/stored_result.h"
+#include "extractor/blob_blocks.h"
 
 namespace VQFeature {
 namespace {
@@ -84,7 +85,7 @@ void PgCache::saveRows(PgConnection& connection, const std::vector<std::shared_p
         connection.execute("vqfe_save", {PgParam::text(result->assetId), PgParam::text(result->algorithmKey),
                                           PgParam::number(static_cast<int>(result->algorithmType)),
                                           PgParam::text(result->algorithmStringType),
-                                          PgParam::bytes(result->result, result->resultLength)});
+                                          PgParam::bytes(result->result, blobs::readable(result->result, result->resultLength))});
         writeIndexRows(sql, *result);
     }
     if (image) writeImageRecord(sql, *image);

@@ -8,6 +8,7 @@
 #include "cache/query_each_resource.h"
 #include "cache/sqlite_statement.h"
 #include "cache/stored_result.h"
+#include "extractor/blob_blocks.h"
 
 namespace VQFeature {
 
@@ -114,7 +115,7 @@ void SqliteCache::saveLocked(const Result& result) {
     insert.bind(2, result.algorithmKey);
     insert.bind(3, static_cast<long long>(result.algorithmType));
     insert.bind(4, result.algorithmStringType);
-    insert.bindBlob(5, result.result, result.resultLength);
+    insert.bindBlob(5, result.result, blobs::readable(result.result, result.resultLength));
     insert.step();
     SqliteRunner sql(db_);
     writeIndexRows(sql, result);

@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "extractor/blob_blocks.h"
+
 namespace VQFeature {
 
 std::shared_ptr<Result> storedResult(const std::string& assetId, const std::string& algorithmKey, int algorithmType,
@@ -27,11 +29,12 @@ std::shared_ptr<Result> storedResult(const std::string& assetId, const std::stri
 }
 
 std::shared_ptr<Result> copyResult(const Result& result) {
-    // resultLength is a public field a caller may have set beyond the blob: copy through
-    // memcpyStructResult, which never reads past it (the rest stays zero).
+    // resultLength is a public field a caller may have set beyond the blob: the copy
+    // stops where the blob ends.
     std::string bytes;
-    if (result.result != nullptr && result.resultLength > 0) {
-        bytes.assign(result.resultLength, '\0');
+    const unsigned long length = blobs::readable(result.result, result.resultLength);
+    if (result.result != nullptr && length > 0) {
+        bytes.assign(length, '\0');
         const_cast<Result&>(result).memcpyStructResult(bytes.data(), bytes.size());
     }
     return storedResult(result.assetId, result.algorithmKey, static_cast<int>(result.algorithmType),

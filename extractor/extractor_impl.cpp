@@ -7,6 +7,7 @@
 #include "encoding/blob_encoders.h"
 #include "encoding/result_convert.h"
 #include "extractor/algorithm_types.h"
+#include "extractor/blob_blocks.h"
 #include "extractor/image_bytes.h"
 
 namespace VQFeature {
@@ -249,6 +250,7 @@ std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::extractFeatures(c
         runAlgorithm(resource->buffer, type, useCache, result->assetId, error,
                      [this, result, type, useCache](void* out) {
                          result->result = resultConvert(type, out, &result->resultLength);
+                         blobs::hold(result->result, result->resultLength);
                          saveToCaches(result, useCache);
                      });
         output.push_back(std::move(result));  // also after a failure: a Result without blob
@@ -266,8 +268,7 @@ bool Extractor::ExtractorImpl::skipCurrentRes(const std::vector<K>& kinds, Multi
         }
         // The blob moves: mr's item owns it now and the cached Result has none.
         mr.emplace(kind, hit->result, hit->resultLength);
-        hit->resultLength = 0;
-        hit->result = nullptr;
+        hit->resetData();
     }
     return true;
 }
@@ -287,8 +288,8 @@ void Extractor::ExtractorImpl::getAndCacheResult(const std::vector<K>& kinds, Mu
         auto result = std::make_shared<Result>(resource.assetId, key, kind, blob, static_cast<int>(length));
         saveToCaches(result, useCache);
         // The item owns the blob; caches that keep the object hold a Result without blob.
-        result->resultLength = 0;
-        result->result = nullptr;
+        // (A cache's save may already have let go of it.)
+        result->resetData();
     }
 }
 

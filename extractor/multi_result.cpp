@@ -1,9 +1,9 @@
 #include "extractor/multi_result.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "encoding/decode_helpers.h"
+#include "extractor/blob_blocks.h"
 #include "extractor/algorithm_types.h"
 
 namespace VQFeature {
@@ -15,19 +15,23 @@ using ResultItem = MultiResult::ResultItem;
 // encoded kind, so they cannot be mistaken for an enumerated item.
 ResultItem::ResultItem() : type(AlgorithmType::AllNodes), data(nullptr), size(0) {}
 
-ResultItem::ResultItem(AlgorithmType type, void* data, unsigned long size) : type(type), data(data), size(size) {}
+ResultItem::ResultItem(AlgorithmType type, void* data, unsigned long size) : type(type), data(data), size(size) {
+    blobs::hold(data, size);
+}
 
 ResultItem::ResultItem(const std::string& stringType, void* data, unsigned long size)
-    : type(AlgorithmType::AllNodes), stringType(stringType), data(data), size(size) {}
+    : type(AlgorithmType::AllNodes), stringType(stringType), data(data), size(size) {
+    blobs::hold(data, size);
+}
 
 ResultItem::~ResultItem() {
-    std::free(data);
+    blobs::release(data);
     data = nullptr;
 }
 
 void ResultItem::memcpyStructResult(char* dest, unsigned long count) {
     if (dest == nullptr || data == nullptr) return;
-    const unsigned long n = count < size ? count : size;  // never read past the blob
+    const unsigned long n = blobs::readable(data, count < size ? count : size);  // never read past the blob
     if (n > 0) std::memcpy(dest, data, n);
 }
 
@@ -36,7 +40,7 @@ namespace {
 template <typename Message>
 Message* decodeItem(const std::shared_ptr<ResultItem>& item, Message* (*alloc)(const uint8_t*, size_t)) {
     if (!item) return nullptr;
-    return alloc(static_cast<const uint8_t*>(item->data), item->size);
+    return alloc(static_cast<const uint8_t*>(item->data), blobs::readable(item->data, item->size));
 }
 
 // The shared accessor recipe: a filled slot is answered as is; otherwise the first

@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "encoding/decode_helpers.h"
+#include "extractor/blob_blocks.h"
 #include "extractor/algorithm_types.h"
 
 namespace VQFeature {
@@ -20,9 +22,9 @@ Message* decodeOnce(bool kindMatches, void*& slot, void*& blob, unsigned long le
                     Message* (*alloc)(const uint8_t*, size_t)) {
     if (!kindMatches) return nullptr;
     if (slot != nullptr) return static_cast<Message*>(slot);
-    slot = alloc(static_cast<const uint8_t*>(blob), length);
+    slot = alloc(static_cast<const uint8_t*>(blob), blobs::readable(blob, length));
     if (blob != nullptr) {
-        std::free(blob);
+        blobs::release(blob);
         blob = nullptr;
     }
     return static_cast<Message*>(slot);
@@ -51,7 +53,7 @@ Result::Result(const std::string& assetId, const std::string& algorithmKey, Algo
       algorithmType(type),
       algorithmKey(algorithmKey),
       decoded_(nullptr) {
-    rememberBlob(result, length > 0 ? static_cast<unsigned long>(length) : 0);
+    blobs::hold(result, length > 0 ? static_cast<unsigned long>(length) : 0);
 }
 
 Result::Result(const std::string& assetId, const std::string& algorithmKey, const std::string& algorithmStringType,
@@ -63,27 +65,29 @@ Result::Result(const std::string& assetId, const std::string& algorithmKey, cons
       algorithmType(AlgorithmType::AllNodes),
       algorithmKey(algorithmKey),
       decoded_(nullptr) {
-    rememberBlob(result, length > 0 ? static_cast<unsigned long>(length) : 0);
+    blobs::hold(result, length > 0 ? static_cast<unsigned long>(length) : 0);
 }
 
 Result::~Result() {
     freeStructResult();
-    std::free(result);
+    blobs::release(result);
 }
 
 void Result::freeResult() {
     if (result == nullptr) return;
-    std::free(result);
+    blobs::release(result);
     result = nullptr;
 }
 
 void Result::resetData() {
+    blobs::forget(result);
     resultLength = 0;
     result = nullptr;
 }
 
 void Result::setResultNative(const char* data, unsigned long size) {
     void* copy = std::malloc(size > 0 ? size : 1);
+    if (copy == nullptr) throw std::bad_alloc();
     if (size > 0) {
         if (data != nullptr) {
             std::memcpy(copy, data, size);
@@ -93,25 +97,16 @@ void Result::setResultNative(const char* data, unsigned long size) {
     }
     // An earlier blob is still ours (a blob handed elsewhere is forgotten through
     // resetData first), so release it rather than lose it.
-    std::free(result);
+    blobs::release(result);
     result = copy;
-    rememberBlob(copy, size);
-}
-
-void Result::rememberBlob(const void* blob, unsigned long bytes) {
-    knownBlob_ = blob;
-    knownBlobBytes_ = bytes;
-}
-
-unsigned long Result::readableBytes() const {
-    // A blob stored directly into the public fields is described by resultLength.
-    return result == knownBlob_ ? knownBlobBytes_ : resultLength;
+    blobs::hold(copy, size);
 }
 
 void Result::memcpyStructResult(char* dest, unsigned long size) {
     if (dest == nullptr || result == nullptr) return;
-    // The caller sizes dest; the copy is cut only where the blob itself ends.
-    const unsigned long readable = readableBytes();
+    // The caller sizes dest; the copy is cut only where the blob itself ends (a blob
+    // set directly into the fields is described by resultLength).
+    const unsigned long readable = blobs::sizeOr(result, resultLength);
     const unsigned long n = size < readable ? size : readable;
     if (n > 0) std::memcpy(dest, result, n);
 }

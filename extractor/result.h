@@ -69,15 +69,7 @@ public:
     std::string algorithmKey;            ///< the request's algorithm key (second half of the cache key)
 
 private:
-    /// The byte size of the blob this object allocated or was given, so that
-    /// memcpyStructResult can copy what the caller asks for (resultLength may lag behind
-    /// setResultNative) without ever reading past the block.
-    void rememberBlob(const void* blob, unsigned long bytes);
-    unsigned long readableBytes() const;
-
     void* decoded_;
-    const void* knownBlob_ = nullptr;
-    unsigned long knownBlobBytes_ = 0;
 };
 
 }  // namespace VQFeature

@@ -50,6 +50,9 @@ void JNICALL VQFE_NATIVE(delete_1Result)(JNIEnv*, jclass, jlong);
 void JNICALL VQFE_NATIVE(Result_1setResultNative)(JNIEnv*, jclass, jlong, jobject, jbyteArray);
 void JNICALL VQFE_NATIVE(Result_1memcpyStructResult)(JNIEnv*, jclass, jlong, jobject, jbyteArray);
 jlong JNICALL VQFE_NATIVE(Result_1SWIGSmartPtrUpcast)(JNIEnv*, jclass, jlong);
+void JNICALL VQFE_NATIVE(Result_1result_1set)(JNIEnv*, jclass, jlong, jobject, jlong);
+jlong JNICALL VQFE_NATIVE(Result_1result_1get)(JNIEnv*, jclass, jlong, jobject);
+void JNICALL VQFE_NATIVE(Result_1freeResult)(JNIEnv*, jclass, jlong, jobject);
 }
 
 namespace VQFeature {
@@ -284,6 +287,59 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
             return std::make_pair(std::string("the 4 blob bytes, the rest of the array untouched"),
                                   r.second && got[3] == 4 && got[4] == 0 && got[63] == 0);
         });
+
+    group = "Blob pointers";
+    auto resultHandle = [](std::shared_ptr<Result> result) {
+        auto* holder = new std::shared_ptr<Result>(std::move(result));
+        jlong h = 0;
+        std::memcpy(&h, &holder, sizeof holder);
+        return h;
+    };
+    auto fourByteResult = [&] {
+        void* blob = std::malloc(4);
+        std::memcpy(blob, "\x01\x02\x03\x04", 4);
+        return std::make_shared<Result>("a", "k", static_cast<AlgorithmType>(33), blob, 4);
+    };
+    row("a `resultLength` set past the blob (4-byte blob, length 2^40, 64-byte array) for `Result.memcpyStructResult`",
+        "`Result_memcpyStructResult`", [&] {
+            auto result = fourByteResult();
+            result->resultLength = 1UL << 40;
+            jlong h = resultHandle(result);
+            jbyteArray out = jni.bytes(std::vector<jbyte>(64, 0));
+            N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, out);
+            auto r = thrown("");
+            N(delete_1Result)(env, nullptr, h);
+            const auto& got = jni.content(out);
+            return std::make_pair(std::string("the 4 blob bytes, the rest of the array untouched"),
+                                  r.second && got[3] == 4 && got[4] == 0);
+        });
+    row("one Result's blob pointer set into a second Result (`setResult(getResult())`), then both released",
+        "`Result_result_set`", [&] {
+            jlong first = resultHandle(fourByteResult());
+            jlong second = N(new_1Result_1_1SWIG_10)(env, nullptr);
+            N(Result_1result_1set)(env, nullptr, second, nullptr, N(Result_1result_1get)(env, nullptr, first, nullptr));
+            auto r = thrown("");
+            N(Result_1freeResult)(env, nullptr, first, nullptr);
+            jbyteArray out = jni.bytes(std::vector<jbyte>(4, 0));
+            N(Result_1memcpyStructResult)(env, nullptr, second, nullptr, out);
+            const bool kept = jni.content(out)[3] == 4;
+            N(delete_1Result)(env, nullptr, first);
+            N(delete_1Result)(env, nullptr, second);
+            return std::make_pair(std::string("both hold the block; the first release leaves it to the second, the last frees it"),
+                                  r.second && kept);
+        });
+    row("the pointer of a freed blob for `Result.setResult`", "`Result_result_set`", [&] {
+        jlong first = resultHandle(fourByteResult());
+        jlong stale = N(Result_1result_1get)(env, nullptr, first, nullptr);
+        N(Result_1freeResult)(env, nullptr, first, nullptr);
+        jlong second = N(new_1Result_1_1SWIG_10)(env, nullptr);
+        N(Result_1result_1set)(env, nullptr, second, nullptr, stale);
+        auto r = thrown("java.lang.IllegalArgumentException");
+        const bool unset = N(Result_1result_1get)(env, nullptr, second, nullptr) == 0;
+        N(delete_1Result)(env, nullptr, first);
+        N(delete_1Result)(env, nullptr, second);
+        return std::make_pair(r.first, r.second && unset);
+    });
 #undef N
 
     group = "Blobs";

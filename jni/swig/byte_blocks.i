@@ -65,8 +65,47 @@ const char kNoBytes[1] = {0};
     VQFeature::CoverUtil::releaseObject(block, block != nullptr ? size : 0);
   }
 }
+// Raw blob pointers from Java. Java only ever holds a pointer a record's getter gave
+// it; setting it into another record (a constructor, emplace, the result and data
+// fields) makes that record one more holder of the block, so the block is freed once,
+// by its last holder. A pointer whose block has been freed since is refused rather than
+// read or freed again.
+%typemap(check) void* result, void* data {
+  if ($1 != nullptr && !VQFeature::blobs::isHeld($1)) {
+    SWIG_JavaThrowException(jenv, SWIG_JavaIllegalArgumentException,
+                            "not a live result block: the record it came from has freed it");
+    return $null;
+  }
+}
+// Setting a field lets go of the block it held (kept alive while another record holds it).
+%typemap(memberin) void* result, void* data {
+  if ($1 != $input) {
+    VQFeature::blobs::hold($input, 0);
+    VQFeature::blobs::release($1);
+    $1 = $input;
+  }
+}
+
+%ignore VQFeature::Result::resetData;
+%rename(resetData) VQFeature::Result::letGoOfBlob;
+%javamethodmodifiers VQFeature::Result::letGoOfBlob "/**
+   * Empties the result: getResult() becomes null and getResultLength() 0. Java cannot
+   * take a block over, so the block is freed here unless another record holds it (the
+   * several-kind result the engine is filling, or a record its pointer was set into).
+   */
+  public";
+%extend VQFeature::Result {
+  void letGoOfBlob() {
+    VQFeature::blobs::release($self->result);
+    $self->result = nullptr;
+    $self->resultLength = 0;
+  }
+}
+
 %{
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "extractor/blob_blocks.h"
 %}

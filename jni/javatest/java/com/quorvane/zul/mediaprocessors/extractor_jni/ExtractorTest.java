@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
 import java.nio.file.Path;
 import java.util.List;
 import org.junit.jupiter.api.BeforeEach;
@@ -195,5 +196,39 @@ class ExtractorTest {
     // The second call is answered from the cache.
     VecMultiResult cached = extractor.extractFeatures(request, true);
     assertEquals(2, cached.get(0).resultCount());
+  }
+
+  @Test
+  void aJavaCacheThatFreesWhatItIsGivenLeavesTheSeveralKindItemsWhole() throws Exception {
+    // The engine offers each kind's blob to the cache inside a Result while the item
+    // being filled holds the same block; a cache that frees or empties that Result
+    // must leave the item its blob.
+    JavaMapCache freeing = new JavaMapCache() {
+      private int saves;
+
+      @Override
+      public void save(Result result) {
+        if (saves++ % 2 == 0) {
+          result.freeResult();
+        } else {
+          result.resetData();
+        }
+      }
+    };
+    Extractor extractor = Pictures.initialised(tmp, freeing, null);
+    VecAlgorithmType kinds = new VecAlgorithmType();
+    kinds.add(AlgorithmType.Face);
+    kinds.add(AlgorithmType.AfterEffect);
+    MultiAlgorithmInput request =
+        new MultiAlgorithmInput(photos, CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds, new VecString());
+    VecMultiResult results = extractor.extractFeatures(request, true);
+    assertEquals(2, results.size());
+    for (MultiResult result : results) {
+      MultiResult.ResultItem face = result.getResultItem(AlgorithmType.Face);
+      byte[] blob = new byte[face.getSize().intValueExact()];
+      face.memcpyStructResult(blob);
+      C_FaceBuffer parsed = C_FaceBuffer.parseFrom(blob);
+      assertTrue(parsed.getMWidth() > 0);
+    }
   }
 }

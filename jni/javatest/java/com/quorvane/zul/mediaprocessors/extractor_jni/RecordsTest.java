@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.math.BigInteger;
@@ -87,6 +88,44 @@ class RecordsTest {
     assertNull(multi.getResultItem("unknown"));
     multi.clear();
     assertEquals(0, multi.resultCount());
+  }
+
+  @Test
+  void aBlockPointerSetIntoSeveralRecordsIsFreedOnceAndNeverReadPastItsEnd() {
+    Result first = new Result();
+    first.setResultNative(new byte[] {1, 2});
+    first.setResultLength(BigInteger.valueOf(1000));  // set wrong by its user
+    byte[] wide = new byte[1000];
+    wide[2] = 9;
+    first.memcpyStructResult(wide);  // stops where the block ends
+    assertArrayEquals(new byte[] {1, 2, 9}, java.util.Arrays.copyOf(wide, 3));
+
+    // Four records hold one block; each lets go in its own way, and the last one frees it.
+    Result second = new Result("a", "k", AlgorithmType.Face, first.getResult(), 2);
+    Result third = new Result();
+    third.setResult(first.getResult());
+    MultiResult multi = new MultiResult();
+    multi.emplace(AlgorithmType.Face, first.getResult(), BigInteger.valueOf(2));
+    first.close();
+    second.freeResult();
+    third.setResult(null);
+    byte[] kept = new byte[2];
+    multi.getResultItem(AlgorithmType.Face).memcpyStructResult(kept);
+    assertArrayEquals(new byte[] {1, 2}, kept);
+
+    // A pointer whose block has been freed is refused, wherever it is set.
+    Result spare = new Result();
+    Result gone = new Result();
+    gone.setResultNative(new byte[] {7});
+    SWIGTYPE_p_void stale = gone.getResult();
+    gone.freeResult();
+    assertThrows(IllegalArgumentException.class, () -> spare.setResult(stale));
+    assertNull(spare.getResult());
+    assertThrows(IllegalArgumentException.class, () -> new Result("a", "k", AlgorithmType.Face, stale, 1));
+    assertThrows(IllegalArgumentException.class, () -> multi.emplace(AlgorithmType.Face, stale, BigInteger.ONE));
+    assertThrows(IllegalArgumentException.class, () -> multi.getResultItem(AlgorithmType.Face).setData(stale));
+    assertEquals(1, multi.resultCount());
+    multi.close();
   }
 
   @Test
