@@ -130,6 +130,11 @@ template<class K, class T> class unordered_map {
         public $typemap(jboxtype, T) setValue($typemap(jboxtype, T) newValue) {
           return put(entryKey, newValue);
         }
+
+        @Override
+        public String toString() {
+          return entryKey + "=" + getValue();
+        }
       });
       itr = itr.getNextUnchecked();
     }

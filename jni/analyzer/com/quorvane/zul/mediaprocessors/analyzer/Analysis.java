@@ -85,4 +85,16 @@ public final class Analysis {
   public Map<Kind<?>, Message> answers() {
     return answers;
   }
+
+  /**
+   * The asset id, the status, the source and the kinds answered, as in
+   * {@code astronaut: NO_ERROR from RUN, answers [FACE, SCENE]}. The answers themselves are
+   * left out (an embedding alone is thousands of numbers): print {@link #get} for those.
+   *
+   * @return a readable form
+   */
+  @Override
+  public String toString() {
+    return assetId + ": " + status + " from " + source + ", answers " + answers.keySet();
+  }
 }

@@ -177,10 +177,13 @@ public final class ResultMessages {
    * The bytes of a result's blob (a copy).
    *
    * @param result a result
-   * @return the blob, or null when the result holds none
+   * @return the blob, or null when the result holds none (also after {@code freeResult()},
+   *     which keeps the length)
+   * @throws IllegalStateException when the result's length is more than a Java array holds
    */
   public static byte[] blobOf(Result result) {
     Objects.requireNonNull(result, "result must not be null");
+    if (result.getResult() == null) return null;
     return toBytes(result.getResultLength(), result::memcpyStructResult);
   }
 
@@ -190,7 +193,10 @@ public final class ResultMessages {
 
   private static byte[] toBytes(BigInteger length, Copier copier) {
     if (length.signum() <= 0) return null;
-    byte[] blob = new byte[length.intValueExact()];
+    if (length.bitLength() > 31) {
+      throw new IllegalStateException("a blob of " + length + " bytes does not fit a Java array (was its length set by hand?)");
+    }
+    byte[] blob = new byte[length.intValue()];
     copier.copyInto(blob);
     return blob;
   }

@@ -74,6 +74,8 @@ class AnalyzerTest {
 
       Analysis second = analyzer.analyze("astronaut", astronaut, kinds);
       assertEquals(Analysis.Source.MEMORY, second.source());
+      assertEquals("astronaut: NO_ERROR from MEMORY, answers [FACE, SCENE, CLASSIFICATION, C300, SENSITIVE]",
+          second.toString());
       assertEquals(first.get(Kind.CLASSIFICATION), second.get(Kind.CLASSIFICATION));
     }
     try (Analyzer restarted = builder().sqliteStore(store).build()) {

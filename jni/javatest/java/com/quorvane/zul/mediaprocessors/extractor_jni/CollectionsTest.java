@@ -139,6 +139,7 @@ class CollectionsTest {
     assertEquals(3L, longs.put("k3", 33L));  // the previous value, as java.util.Map does
     for (Map.Entry<String, Long> entry : longs.entrySet()) entry.setValue(entry.getValue() + 1);  // writes through
     assertEquals(Map.of("k3", 34L), longs);
+    assertEquals("[k3=34]", longs.entrySet().toString());  // entries print as java.util's do
     StringFloatMap floats = new StringFloatMap();
     floats.put("thres", 0.5f);
     assertEquals(0.5f, floats.get("thres"));

@@ -91,6 +91,11 @@ class TypedResultsTest {
         named.setResultNative(blob);
         named.setResultLength(BigInteger.valueOf(blob.length));
         assertEquals(typed, ResultMessages.parse(named));
+        named.setResultLength(BigInteger.ONE.shiftLeft(40));  // set wrong by hand
+        assertThrows(IllegalStateException.class, () -> ResultMessages.blobOf(named));
+        named.freeResult();  // the length stays, the blob is gone
+        assertNull(ResultMessages.blobOf(named));
+        assertNull(ResultMessages.parse(named));
       }
     }
     assertNull(ResultMessages.parse(new Result("asset", "key", AlgorithmType.Face)), "no blob, no message");
