@@ -36,8 +36,21 @@ void CutGraph::maxFlow() {
     if (n == 0) return;
     Vertex* const vtx = vertices_.data();
     Edge* const edge = edges_.data();
-    std::vector<Vertex*> orphans;
-    std::vector<int> path;  // one half of the augmenting path: the edges to the parents, then -1
+    // Both are filled by index, never grown, so that no call in the loops below makes the
+    // compiler keep the bottleneck in memory. A vertex is an orphan once at a time, and each
+    // path holds distinct vertices, its two roots not among those kept: n bounds both.
+    std::vector<int> orphans(static_cast<size_t>(n));
+    int orphanCount = 0;
+    const auto orphan = [&](Vertex* u) {
+        u->parent = kOrphan;
+        orphans[size_t(orphanCount++)] = int(u - vtx);
+    };
+    std::vector<int> path(static_cast<size_t>(n));  // the edges of an augmenting path but e0
+    // Pushes `amount` along edge e; whether that saturates it.
+    const auto push = [edge](int e, Capacity amount) {
+        edge[e ^ 1].residual += amount;
+        return (edge[e].residual -= amount) == 0;
+    };
 
     // The active vertices, first in first out; each is in it at most once, so n slots hold it.
     std::vector<int> queue(static_cast<size_t>(n));
@@ -104,47 +117,44 @@ void CutGraph::maxFlow() {
         }
         if (e0 <= 0) break;
 
-        // The path's bottleneck (k = 1: the source tree's half, k = 0: the sink tree's); its
-        // edges are kept, source half first, so that augmenting walks an array, not the trees.
+        // The path: e0, then the source tree's half (flow from each parent down to the child),
+        // then the sink tree's (from each child up to the parent). Each half's edges are kept
+        // as the edges the flow runs along, so that augmenting walks an array, not the trees.
         Capacity bottleneck = edge[e0].residual;
-        path.clear();
-        Vertex* roots[2];
-        for (int k = 1; k >= 0; k--) {
-            for (v = vtx + edge[e0 ^ k].to;; v = vtx + v->up) {
-                if ((ei = v->parent) < 0) break;
-                path.push_back(ei);
-                bottleneck = std::min(bottleneck, edge[ei ^ k].residual);
-            }
-            path.push_back(-1);
-            roots[k] = v;
-            bottleneck = std::min(bottleneck, std::fabs(v->residual));
+        int* end = path.data();
+        for (v = vtx + edge[e0 ^ 1].to; (ei = v->parent) >= 0; v = vtx + v->up) {
+            *end++ = ei ^ 1;
+            bottleneck = std::min(bottleneck, edge[ei ^ 1].residual);
         }
+        Vertex* const sourceRoot = v;
+        const int* const sourceEnd = end;
+        for (v = vtx + edge[e0].to; (ei = v->parent) >= 0; v = vtx + v->up) {
+            *end++ = ei;
+            bottleneck = std::min(bottleneck, edge[ei].residual);
+        }
+        Vertex* const sinkRoot = v;
+        bottleneck = std::min(bottleneck, std::fabs(sourceRoot->residual));
+        bottleneck = std::min(bottleneck, std::fabs(sinkRoot->residual));
 
-        // Augment; vertices whose edge to the parent saturates become orphans.
+        // Augment; vertices whose edge to the parent saturates become orphans (the child is
+        // where the flow's edge leads in the source tree, where its reverse leads in the sink
+        // tree: no walk up the tree again).
         edge[e0].residual -= bottleneck;
         edge[e0 ^ 1].residual += bottleneck;
         const int* step = path.data();
-        for (int k = 1; k >= 0; k--) {
-            for (v = vtx + edge[e0 ^ k].to; (ei = *step++) >= 0; v = vtx + v->up) {
-                edge[ei ^ (k ^ 1)].residual += bottleneck;
-                if ((edge[ei ^ k].residual -= bottleneck) == 0) {
-                    orphans.push_back(v);
-                    v->parent = kOrphan;
-                }
-            }
-            v = roots[k];
-            v->residual = v->residual + bottleneck * (1 - k * 2);
-            if (v->residual == 0) {
-                orphans.push_back(v);
-                v->parent = kOrphan;
-            }
+        for (; step != sourceEnd; ++step) {
+            if (push(*step, bottleneck)) orphan(vtx + edge[*step].to);
         }
+        if ((sourceRoot->residual -= bottleneck) == 0) orphan(sourceRoot);
+        for (; step != end; ++step) {
+            if (push(*step, bottleneck)) orphan(vtx + edge[*step ^ 1].to);
+        }
+        if ((sinkRoot->residual += bottleneck) == 0) orphan(sinkRoot);
 
         // Adopt the orphans: the nearest parent of their own tree, or free them.
         stamp++;
-        while (!orphans.empty()) {
-            Vertex* o = orphans.back();
-            orphans.pop_back();
+        while (orphanCount > 0) {
+            Vertex* o = vtx + orphans[size_t(--orphanCount)];
             int d, minDist = INT_MAX;
             e0 = 0;
             vt = o->tree;
@@ -193,10 +203,7 @@ void CutGraph::maxFlow() {
                 ej = u->parent;
                 if (u->tree != vt || !ej) continue;
                 if (edge[ei ^ (vt ^ 1)].residual != 0 && !u->active) activate(u);
-                if (ej > 0 && vtx + u->up == o) {
-                    orphans.push_back(u);
-                    u->parent = kOrphan;
-                }
+                if (ej > 0 && vtx + u->up == o) orphan(u);
             }
         }
     }

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
 #include <vector>
 
 namespace kv {
@@ -48,9 +49,24 @@ private:
         Capacity residual;
     };
 
-    std::vector<Vertex> vertices_;
+    // Storage on a cache line's start: an edge pair (32 bytes) then never spans two lines,
+    // where the 16-byte alignment of plain allocation splits every other pair.
+    template <class T>
+    struct LineAligned {
+        using value_type = T;
+        static constexpr std::align_val_t kLine{64};
+        LineAligned() = default;
+        template <class U>
+        LineAligned(const LineAligned<U>&) {}
+        T* allocate(std::size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), kLine)); }
+        void deallocate(T* p, std::size_t) { ::operator delete(p, kLine); }
+        bool operator==(const LineAligned&) const { return true; }
+        bool operator!=(const LineAligned&) const { return false; }
+    };
+
+    std::vector<Vertex, LineAligned<Vertex>> vertices_;
     std::vector<double> net_;  // each vertex's source minus sink capacity last set
-    std::vector<Edge> edges_;  // pairs 2k, 2k + 1 are each other's reverse; 0 and 1 unused
+    std::vector<Edge, LineAligned<Edge>> edges_;  // pairs 2k, 2k + 1 are each other's reverse; 0 and 1 unused
 };
 
 }  // namespace kv
