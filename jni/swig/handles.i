@@ -46,6 +46,26 @@
 %vqfe_shared(VQFeature::StructResultCopyCallBack)
 %vqfe_shared(VQFeature::ByteArrayCallBack)
 
+// The extractor and the request of a call live until the call returns. A Java cache
+// called back by the run may close either (delete() frees the proxy's holder, and with
+// it the last reference): the run must not go on over freed objects. SWIG's own
+// wrappers use the holder itself; these keep a copy of it for the call.
+%typemap(check) VQFeature::Extractor* self (std::shared_ptr<VQFeature::Extractor> callKeeps) %{
+  if (!$1 && !vqfe_is_destructor("$symname")) {
+    SWIG_JavaThrowException(jenv, SWIG_JavaIllegalStateException, "$1_basetype has been deleted ($symname)");
+    return $null;
+  }
+  if (smartarg$argnum) callKeeps = *smartarg$argnum;
+%}
+%define %vqfe_kept_for_the_call(TYPE)
+%typemap(in) const std::shared_ptr<TYPE>& (std::shared_ptr<TYPE> callKeeps) %{
+  if ($input) callKeeps = **(std::shared_ptr<TYPE>**)&$input;
+  $1 = &callKeeps;
+%}
+%enddef
+%vqfe_kept_for_the_call(VQFeature::Input)
+%vqfe_kept_for_the_call(VQFeature::MultiAlgorithmInput)
+
 // Host-side platform objects and the download callback are only stored and handed
 // back; Java never creates them.
 %nodefaultctor Vantor::VantorHeaderProvider;
