@@ -66,6 +66,42 @@
 %vqfe_kept_for_the_call(VQFeature::Input)
 %vqfe_kept_for_the_call(VQFeature::MultiAlgorithmInput)
 
+// The error pair is a plain handle: closed inside the call, it would be written after it
+// was freed. The run writes into a copy, which goes back to the pair afterwards if the
+// pair's proxy still holds it (under the proxy's lock, which its delete() takes too).
+%typemap(in) VQFeature::ErrorPair* error (VQFeature::ErrorPair callPair) %{
+  $1 = *(VQFeature::ErrorPair**)&$input;
+  if ($1) {
+    callPair = *$1;
+    $1 = &callPair;
+  }
+%}
+%typemap(argout) VQFeature::ErrorPair* error %{
+  if ($1) {
+    jthrowable pending = jenv->ExceptionOccurred();  // kept for the caller
+    if (pending) jenv->ExceptionClear();
+    if (jenv->MonitorEnter(jarg$argnum_) == JNI_OK) {
+      if (vqfe_proxy_holds(jenv, jarg$argnum_, jarg$argnum)) **(VQFeature::ErrorPair**)&jarg$argnum = callPair$argnum;
+      jenv->MonitorExit(jarg$argnum_);
+    }
+    if (pending) jenv->Throw(pending);
+  }
+%}
+%{
+// Whether the Java proxy still holds the native object of handle (delete() zeroes it).
+static bool vqfe_proxy_holds(JNIEnv* jenv, jobject proxy, jlong handle) {
+  if (proxy == nullptr) return false;
+  jclass type = jenv->GetObjectClass(proxy);
+  jfieldID field = jenv->GetFieldID(type, "swigCPtr", "J");
+  jenv->DeleteLocalRef(type);
+  if (field == nullptr) {
+    jenv->ExceptionClear();
+    return false;
+  }
+  return jenv->GetLongField(proxy, field) == handle;
+}
+%}
+
 // Host-side platform objects and the download callback are only stored and handed
 // back; Java never creates them.
 %nodefaultctor Vantor::VantorHeaderProvider;

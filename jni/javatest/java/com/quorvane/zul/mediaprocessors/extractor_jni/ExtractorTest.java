@@ -279,4 +279,32 @@ class ExtractorTest {
     assertEquals(2, multi.size());
     assertEquals(2, multi.get(1).resultCount());
   }
+
+  @Test
+  void anErrorPairClosedInsideTheRunIsNotWrittenAfterwards() throws Exception {
+    ErrorPair[] error = new ErrorPair[1];
+    JavaMapCache closing = new JavaMapCache() {
+      @Override
+      public Result query(String assetId, String algorithmKey) {
+        error[0].close();
+        System.gc();
+        return null;
+      }
+    };
+    Extractor extractor = Pictures.initialised(tmp, closing, null);
+    ImageBuffer tooShort = new ImageBuffer();  // fails, and the run reports it
+    tooShort.setWidth(100);
+    tooShort.setHeight(100);
+    tooShort.setData(new byte[10]);
+    tooShort.setLength(java.math.BigInteger.TEN);
+    Input request = faceRequest(Pictures.resources(new Resource("short", "", tooShort)));
+    for (int i = 0; i < 50; i++) {
+      error[0] = new ErrorPair(0, "");
+      assertEquals(1, extractor.extractFeatures(request, true, error[0]).size());
+    }
+    // A pair left open still gets the report.
+    ErrorPair open = new ErrorPair(0, "");
+    extractor.extractFeatures(request, false, open);
+    assertEquals(8, open.getFirst());
+  }
 }
