@@ -46,6 +46,15 @@ void hold(void* block, unsigned long bytes) {
     if (!added) ++entry->second.holders;
 }
 
+bool holdIfLive(void* block) {
+    Table& t = table();
+    std::lock_guard<std::mutex> lock(t.mutex);
+    auto found = t.blocks.find(block);
+    if (found == t.blocks.end()) return false;
+    ++found->second.holders;
+    return true;
+}
+
 void release(void* block) {
     if (block != nullptr && dropHolder(block)) std::free(block);
 }

@@ -15,6 +15,11 @@ namespace VQFeature::blobs {
 /// recorded size; a new one is recorded with bytes and one holder. Null does nothing.
 void hold(void* block, unsigned long bytes);
 
+/// Adds a holder to a live block of the table and answers true; answers false, and
+/// does nothing, for a block the table does not hold (never seen, or freed since). One
+/// step, so that no other thread can free the block between the check and the hold.
+bool holdIfLive(void* block);
+
 /// A holder lets go: the last one frees the block. A block the table does not know is
 /// freed (its single owner let go).
 void release(void* block);

@@ -235,7 +235,9 @@ std::vector<std::shared_ptr<Result>> Extractor::ExtractorImpl::extractFeatures(c
                       input->stringParams);
     const std::string key = input->algorithmKey(AlgorithmType::AllNodes);
     const AlgorithmType type = input->type;
-    for (const auto& resource : input->resList) {
+    // The caches called below (Java ones too) may change the request: walk a copy.
+    const auto resources = input->resList;
+    for (const auto& resource : resources) {
         if (!resource) {
             output.push_back(std::make_shared<Result>("", key, type));
             continue;
@@ -308,18 +310,23 @@ std::vector<std::shared_ptr<MultiResult>> Extractor::ExtractorImpl::extractFeatu
     if (!input->algorithmConf.empty() && vantorSystem) {
         vantorSystem->setGraph(input->algorithmConf);  // no parameters on this path
     }
-    for (const auto& resource : input->resList) {
+    // The caches called below (Java ones too) may change the request: the run keeps to
+    // copies of what it was asked.
+    const auto resources = input->resList;
+    const auto types = input->types;
+    const auto stringTypes = input->stringTypes;
+    for (const auto& resource : resources) {
         auto mr = std::make_shared<MultiResult>();
-        mr->types = input->types;
-        mr->stringTypes = input->stringTypes;
+        mr->types = types;
+        mr->stringTypes = stringTypes;
         if (!resource) {
             output.push_back(std::move(mr));
             continue;
         }
         mr->assetId = resource->assetId;
         if (useCache && cache) {
-            if (skipCurrentRes(input->types, *input, *resource, *mr) &&
-                skipCurrentRes(input->stringTypes, *input, *resource, *mr)) {
+            if (skipCurrentRes(mr->types, *input, *resource, *mr) &&
+                skipCurrentRes(mr->stringTypes, *input, *resource, *mr)) {
                 output.push_back(std::move(mr));
                 continue;
             }

@@ -21,9 +21,9 @@ public:
     public:
         /// No blob.
         ResultItem();
-        /// Both take ownership of data (a malloc block).
+        /// Both hold data (a malloc block; one more holder of a block another record holds).
         ResultItem(Vantor::AlgorithmType type, void* data, unsigned long size);
-        /// An item of a string kind; takes ownership of data.
+        /// An item of a string kind; holds data.
         ResultItem(const std::string& stringType, void* data, unsigned long size);
         ResultItem(const ResultItem&) = delete;
         ResultItem& operator=(const ResultItem&) = delete;
@@ -34,7 +34,7 @@ public:
 
         Vantor::AlgorithmType type;   ///< not meaningful for string-kind items
         std::string stringType;       ///< empty for enumerated items
-        void* data;                   ///< the blob (native memory; read it with memcpyStructResult)
+        void* data;                   ///< the blob (native memory; read it with memcpyStructResult). Set from Java as Result::result is, with the same rules
         unsigned long size;           ///< bytes of the blob
     };
 
@@ -44,9 +44,9 @@ public:
     MultiResult& operator=(const MultiResult&) = delete;
     ~MultiResult() override;
 
-    /// Append an item that takes ownership of data.
+    /// Append an item that holds data.
     void emplace(Vantor::AlgorithmType type, void* data, unsigned long size);
-    /// Append an item of a string kind that takes ownership of data.
+    /// Append an item of a string kind that holds data.
     void emplace(const std::string& stringType, void* data, unsigned long size);
     /// The first item of that string kind, or null.
     std::shared_ptr<ResultItem> getResultItem(const std::string& stringType);

@@ -1,8 +1,10 @@
 /// Result: one result blob for one asset and one algorithm kind.
 ///
-/// The blob (result, resultLength) is a malloc block owned by the Result. The first
-/// matching typed accessor decodes it, keeps the decoded message and frees the blob, so
-/// afterwards only the decoded message remains (single owner: a blob never has two).
+/// The blob (result, resultLength) is a malloc block held by the Result. The first
+/// matching typed accessor decodes it, keeps the decoded message and lets go of the blob,
+/// so afterwards only the decoded message remains. A block may have several holders (the
+/// engine's hand-over to a several-kind item, a pointer set into a second record): it is
+/// freed by the last (extractor/blob_blocks.h).
 /// Shared between the engine and the caches through shared_ptr; not synchronised.
 #pragma once
 
@@ -19,7 +21,9 @@ public:
     Result();
     /// No blob.
     Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type);
-    /// Take ownership of the blob. The length passes through a signed 32-bit int and is
+    /// Holds the blob: a new block becomes this Result's, a block another record holds
+    /// gets one more holder (Java: a pointer of a freed block throws
+    /// IllegalArgumentException). The length passes through a signed 32-bit int and is
     /// widened with its sign, as the binding always did.
     Result(const std::string& assetId, const std::string& algorithmKey, Vantor::AlgorithmType type, void* result,
            int length);
@@ -30,7 +34,7 @@ public:
     Result& operator=(const Result&) = delete;
     ~Result() override;
 
-    void freeResult();       ///< frees the blob; resultLength unchanged
+    void freeResult();       ///< lets go of the blob (freed unless another record holds it); resultLength unchanged
     void resetData();        ///< forgets the blob without freeing (it was handed elsewhere)
     /// Stores a malloc copy of size bytes; resultLength and an earlier blob are left as
     /// they are (the caller sets the length).
@@ -62,7 +66,7 @@ public:
     CFaceClustingBuffer* faceClustingBuffer() override;
 
     unsigned long resultLength;          ///< bytes of the blob
-    void* result;                        ///< the blob (native memory; read it with memcpyStructResult)
+    void* result;                        ///< the blob (native memory; read it with memcpyStructResult). Set from Java, the record becomes one more holder of the block and lets go of its earlier one; a pointer of a freed block throws IllegalArgumentException
     std::string assetId;                 ///< the picture's id
     std::string algorithmStringType;     ///< the string kind, empty for enumerated kinds
     Vantor::AlgorithmType algorithmType; ///< the kind; -1 for a string kind

@@ -69,9 +69,10 @@ const char kNoBytes[1] = {0};
 // it; setting it into another record (a constructor, emplace, the result and data
 // fields) makes that record one more holder of the block, so the block is freed once,
 // by its last holder. A pointer whose block has been freed since is refused rather than
-// read or freed again.
-%typemap(check) void* result, void* data {
-  if ($1 != nullptr && !VQFeature::blobs::isHeld($1)) {
+// read or freed again. The check pins the block for the length of the call: the record
+// the pointer came from may be freeing it on another thread.
+%typemap(check) void* result (BlockPin pin), void* data (BlockPin pin) {
+  if ($1 != nullptr && !pin.take($1)) {
     SWIG_JavaThrowException(jenv, SWIG_JavaIllegalArgumentException,
                             "not a live result block: the record it came from has freed it");
     return $null;
@@ -108,4 +109,25 @@ const char kNoBytes[1] = {0};
 #include <memory>
 
 #include "extractor/blob_blocks.h"
+
+namespace {
+// One more holder of a live block until the end of the call that took it, on every
+// return path.
+class BlockPin {
+public:
+  BlockPin() = default;
+  BlockPin(const BlockPin&) = delete;
+  BlockPin& operator=(const BlockPin&) = delete;
+  ~BlockPin() { VQFeature::blobs::release(block_); }
+  /// False, and nothing held, when the block is not live.
+  bool take(void* block) {
+    if (!VQFeature::blobs::holdIfLive(block)) return false;
+    block_ = block;
+    return true;
+  }
+
+private:
+  void* block_ = nullptr;
+};
+}  // namespace
 %}

@@ -46,6 +46,62 @@
 %vqfe_shared(VQFeature::StructResultCopyCallBack)
 %vqfe_shared(VQFeature::ByteArrayCallBack)
 
+// The extractor and the request of a call live until the call returns. A Java cache
+// called back by the run may close either (delete() frees the proxy's holder, and with
+// it the last reference): the run must not go on over freed objects. SWIG's own
+// wrappers use the holder itself; these keep a copy of it for the call.
+%typemap(check) VQFeature::Extractor* self (std::shared_ptr<VQFeature::Extractor> callKeeps) %{
+  if (!$1 && !vqfe_is_destructor("$symname")) {
+    SWIG_JavaThrowException(jenv, SWIG_JavaIllegalStateException, "$1_basetype has been deleted ($symname)");
+    return $null;
+  }
+  if (smartarg$argnum) callKeeps = *smartarg$argnum;
+%}
+%define %vqfe_kept_for_the_call(TYPE)
+%typemap(in) const std::shared_ptr<TYPE>& (std::shared_ptr<TYPE> callKeeps) %{
+  if ($input) callKeeps = **(std::shared_ptr<TYPE>**)&$input;
+  $1 = &callKeeps;
+%}
+%enddef
+%vqfe_kept_for_the_call(VQFeature::Input)
+%vqfe_kept_for_the_call(VQFeature::MultiAlgorithmInput)
+
+// The error pair is a plain handle: closed inside the call, it would be written after it
+// was freed. The run writes into a copy, which goes back to the pair afterwards if the
+// pair's proxy still holds it (under the proxy's lock, which its delete() takes too).
+%typemap(in) VQFeature::ErrorPair* error (VQFeature::ErrorPair callPair) %{
+  $1 = *(VQFeature::ErrorPair**)&$input;
+  if ($1) {
+    callPair = *$1;
+    $1 = &callPair;
+  }
+%}
+%typemap(argout) VQFeature::ErrorPair* error %{
+  if ($1) {
+    jthrowable pending = jenv->ExceptionOccurred();  // kept for the caller
+    if (pending) jenv->ExceptionClear();
+    if (jenv->MonitorEnter(jarg$argnum_) == JNI_OK) {
+      if (vqfe_proxy_holds(jenv, jarg$argnum_, jarg$argnum)) **(VQFeature::ErrorPair**)&jarg$argnum = callPair$argnum;
+      jenv->MonitorExit(jarg$argnum_);
+    }
+    if (pending) jenv->Throw(pending);
+  }
+%}
+%{
+// Whether the Java proxy still holds the native object of handle (delete() zeroes it).
+static bool vqfe_proxy_holds(JNIEnv* jenv, jobject proxy, jlong handle) {
+  if (proxy == nullptr) return false;
+  jclass type = jenv->GetObjectClass(proxy);
+  jfieldID field = jenv->GetFieldID(type, "swigCPtr", "J");
+  jenv->DeleteLocalRef(type);
+  if (field == nullptr) {
+    jenv->ExceptionClear();
+    return false;
+  }
+  return jenv->GetLongField(proxy, field) == handle;
+}
+%}
+
 // Host-side platform objects and the download callback are only stored and handed
 // back; Java never creates them.
 %nodefaultctor Vantor::VantorHeaderProvider;

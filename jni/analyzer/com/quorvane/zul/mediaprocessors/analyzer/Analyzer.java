@@ -194,19 +194,31 @@ public final class Analyzer implements AutoCloseable {
         }
       }
       CacheAdapter persistent = sqlitePath != null ? new SqliteCache(sqlitePath) : store;
-      TieredCache tiered = new TieredCache(memoryCacheSize, persistent);
-      // The analyser reads and fills the cache itself (see keyOf); the extractor only
-      // forwards the clears to it.
-      Extractor extractor = new Extractor(new Config(), tiered, null, modelDirectory, frameworkConfig, false);
-      int code = extractor.init();
-      if (code != 0) {
-        extractor.delete();
-        tiered.delete();
-        String what = code == -1 ? "framework configuration asset not found: " + frameworkConfig
-            : "framework initialisation failed: " + ErrorCode.of(code) + " (" + code + ")";
-        throw new IllegalStateException(what);
+      TieredCache tiered = null;
+      Extractor extractor = null;
+      boolean built = false;
+      try {
+        tiered = new TieredCache(memoryCacheSize, persistent);
+        // The analyser reads and fills the cache itself (see keyOf); the extractor only
+        // forwards the clears to it.
+        extractor = new Extractor(new Config(), tiered, null, modelDirectory, frameworkConfig, false);
+        int code = extractor.init();
+        if (code != 0) {
+          String what = code == -1 ? "framework configuration asset not found: " + frameworkConfig
+              : "framework initialisation failed: " + ErrorCode.of(code) + " (" + code + ")";
+          throw new IllegalStateException(what);
+        }
+        built = true;
+        return new Analyzer(extractor, tiered);
+      } finally {
+        // The store opened here belongs to the tiered cache alone, so that close() (or a
+        // failed build) closes its file now rather than when the collector gets to it.
+        if (sqlitePath != null) persistent.delete();
+        if (!built) {
+          if (extractor != null) extractor.delete();
+          if (tiered != null) tiered.delete();
+        }
       }
-      return new Analyzer(extractor, tiered);
     }
   }
 

@@ -141,14 +141,17 @@ public final class ResultMessages {
   /**
    * Parses the blob of one item of a several-kind result. The item keeps its blob. An
    * item is its kind's output, so an item of size 0 is the empty message (the kind found
-   * nothing, no pet faces say: an empty message packs to no bytes).
+   * nothing, no pet faces say: an empty message packs to no bytes). An item without blob
+   * is no answer: an output the library has no encoder for, or a blob an earlier request
+   * took out of the cache that answered this one.
    *
    * @param item an item of a {@link MultiResult}
-   * @return the message
+   * @return the message, or null when the item holds no blob
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    */
   public static Message parse(MultiResult.ResultItem item) throws InvalidProtocolBufferException {
     Objects.requireNonNull(item, "item must not be null");
+    if (item.getData() == null) return null;
     BigInteger size = item.getSize();
     byte[] blob = size.signum() == 0 ? new byte[0] : toBytes(size, item::memcpyStructResult);
     if (blob == null) return null;
@@ -162,7 +165,8 @@ public final class ResultMessages {
    * @param item an item of a {@link MultiResult}
    * @param type the message class the caller expects
    * @param <T> the message class
-   * @return the message (the empty message for an item of size 0)
+   * @return the message (the empty message for an item of size 0), or null when the item
+   *     holds no blob
    * @throws InvalidProtocolBufferException when the blob is not a message of that kind
    * @throws IllegalArgumentException when the item's kind produces other messages
    */

@@ -6,17 +6,20 @@ import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.quorvane.zul.mediaprocessors.extractor_jni.ImageBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_jni.ImagePixels;
 import com.quorvane.zul.mediaprocessors.extractor_jni.MPFeatureExtractor;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_FaceBuffer;
 import com.quorvane.zul.mediaprocessors.extractor_results.C_NHClassificationBuffer;
+import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.List;
+import java.util.stream.Stream;
 import javax.imageio.ImageIO;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
@@ -56,6 +59,32 @@ class AnalyzerTest {
     assertEquals("the SQLite store's directory does not exist: " + tmp.resolve("no/such/folder"), e.getMessage());
     assertThrows(IllegalArgumentException.class, () -> builder().memoryCacheSize(0));
     assertThrows(NullPointerException.class, () -> builder().modelDirectory(null));
+  }
+
+  @Test
+  void closeAndAFailedBuildCloseTheSqliteStoreFile() throws Exception {
+    Path fds = Paths.get("/proc/self/fd");
+    assumeTrue(Files.isDirectory(fds), "needs /proc");
+    Path store = tmp.resolve("answers.db");
+    Analyzer analyzer = builder().sqliteStore(store.toString()).build();
+    assertTrue(opens(fds, store));
+    analyzer.close();
+    assertFalse(opens(fds, store), "the store's file is open after close()");
+    Files.write(config, "{broken".getBytes(StandardCharsets.UTF_8));
+    assertThrows(IllegalStateException.class, () -> builder().sqliteStore(store.toString()).build());
+    assertFalse(opens(fds, store), "the store's file is open after a failed build");
+  }
+
+  private static boolean opens(Path fds, Path file) throws IOException {
+    try (Stream<Path> open = Files.list(fds)) {
+      return open.anyMatch(fd -> {
+        try {
+          return Files.readSymbolicLink(fd).startsWith(file);  // the file and its -journal
+        } catch (IOException gone) {
+          return false;
+        }
+      });
+    }
   }
 
   @Test

@@ -231,4 +231,80 @@ class ExtractorTest {
       assertTrue(parsed.getMWidth() > 0);
     }
   }
+
+  @Test
+  void aJavaCacheThatClosesTheExtractorOrChangesTheRequestMidRunLeavesTheRunWhole() throws Exception {
+    // The callback runs inside the extractor's own call (on its thread, so close() does
+    // not wait): the run must go on over live objects and the photos it was given.
+    Extractor[] extractor = new Extractor[1];
+    Object[] request = new Object[1];
+    JavaMapCache meddling = new JavaMapCache() {
+      @Override
+      public Result query(String assetId, String algorithmKey) {
+        if (request[0] == null) return null;  // meddles once per run
+        if (request[0] instanceof Input) {
+          Input input = (Input) request[0];
+          input.getResList().clear();
+          input.close();
+        } else {
+          MultiAlgorithmInput input = (MultiAlgorithmInput) request[0];
+          input.getTypes().clear();
+          input.setResList(new ResourceList());
+          input.close();
+        }
+        extractor[0].close();
+        request[0] = null;
+        System.gc();
+        return null;
+      }
+    };
+    extractor[0] = Pictures.initialised(tmp, meddling, null);
+    Extractor kept = extractor[0];
+    Input single = faceRequest(Pictures.resources(photos.get(0), photos.get(1)));
+    request[0] = single;
+    FeatureResultList results = kept.extractFeatures(single, true);
+    assertEquals(2, results.size());
+    assertEquals("chelsea", results.get(1).getAssetId());
+    assertTrue(results.get(0).getResultLength().signum() > 0);
+    assertThrows(IllegalStateException.class, () -> kept.extractFeatures(faceRequest(photos), true));
+
+    extractor[0] = Pictures.initialised(tmp, meddling, null);
+    VecAlgorithmType kinds = new VecAlgorithmType();
+    kinds.add(AlgorithmType.Face);
+    kinds.add(AlgorithmType.AfterEffect);
+    MultiAlgorithmInput several = new MultiAlgorithmInput(Pictures.resources(photos.get(0), photos.get(1)),
+        CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds, new VecString());
+    request[0] = several;
+    VecMultiResult multi = extractor[0].extractFeatures(several, true);
+    assertEquals(2, multi.size());
+    assertEquals(2, multi.get(1).resultCount());
+  }
+
+  @Test
+  void anErrorPairClosedInsideTheRunIsNotWrittenAfterwards() throws Exception {
+    ErrorPair[] error = new ErrorPair[1];
+    JavaMapCache closing = new JavaMapCache() {
+      @Override
+      public Result query(String assetId, String algorithmKey) {
+        error[0].close();
+        System.gc();
+        return null;
+      }
+    };
+    Extractor extractor = Pictures.initialised(tmp, closing, null);
+    ImageBuffer tooShort = new ImageBuffer();  // fails, and the run reports it
+    tooShort.setWidth(100);
+    tooShort.setHeight(100);
+    tooShort.setData(new byte[10]);
+    tooShort.setLength(java.math.BigInteger.TEN);
+    Input request = faceRequest(Pictures.resources(new Resource("short", "", tooShort)));
+    for (int i = 0; i < 50; i++) {
+      error[0] = new ErrorPair(0, "");
+      assertEquals(1, extractor.extractFeatures(request, true, error[0]).size());
+    }
+    // A pair left open still gets the report.
+    ErrorPair open = new ErrorPair(0, "");
+    extractor.extractFeatures(request, false, open);
+    assertEquals(8, open.getFirst());
+  }
 }

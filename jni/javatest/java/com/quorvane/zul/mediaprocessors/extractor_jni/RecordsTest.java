@@ -8,6 +8,8 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.math.BigInteger;
+import java.util.concurrent.atomic.AtomicBoolean;
+import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Test;
 
 /**
@@ -126,6 +128,40 @@ class RecordsTest {
     assertThrows(IllegalArgumentException.class, () -> multi.getResultItem(AlgorithmType.Face).setData(stale));
     assertEquals(1, multi.resultCount());
     multi.close();
+  }
+
+  @Test
+  void aPointerTakenWhileItsRecordFreesItOnAnotherThreadIsHeldOrRefused() throws Exception {
+    // Each record has one thread; the pointer crosses over. Between the check that the
+    // block is live and the new holder, the owner's thread may free it: a second free
+    // (glibc aborts the virtual machine) unless the two are one step.
+    AtomicReference<SWIGTYPE_p_void> published = new AtomicReference<>();
+    AtomicBoolean done = new AtomicBoolean();
+    Thread owner = new Thread(() -> {
+      try (Result result = new Result()) {
+        for (int i = 0; i < 1_000_000; i++) {
+          result.setResultNative(new byte[] {1, 2, 3, 4, 5, 6, 7, 8});
+          published.set(result.getResult());
+          result.freeResult();
+        }
+      } finally {
+        done.set(true);
+      }
+    });
+    owner.start();
+    try (Result taker = new Result()) {
+      while (!done.get()) {
+        SWIGTYPE_p_void pointer = published.get();
+        if (pointer == null) continue;
+        try {
+          taker.setResult(pointer);
+        } catch (IllegalArgumentException freedAlready) {
+          continue;
+        }
+        taker.setResult(null);
+      }
+    }
+    owner.join();
   }
 
   @Test

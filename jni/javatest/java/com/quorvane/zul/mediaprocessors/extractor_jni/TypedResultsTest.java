@@ -97,6 +97,15 @@ class TypedResultsTest {
         assertNull(ResultMessages.blobOf(named));
         assertNull(ResultMessages.parse(named));
       }
+      // The memory cache keeps the Results a several-kind run offers it, whose blobs stay
+      // with the items; answered from it, the items hold no blob: no answer, not "no
+      // faces" or a message missing its required fields.
+      extractor.extractFeatures(request, true);
+      MultiResult cached = extractor.extractFeatures(request, true).get(0);
+      assertEquals(3, cached.resultCount());
+      assertNull(cached.getResultItem(AlgorithmType.FacePetDetect).getData());
+      assertNull(ResultMessages.parse(cached.getResultItem(AlgorithmType.FacePetDetect)));
+      assertNull(ResultMessages.parse(cached.getResultItem(AlgorithmType.Face), C_FaceBuffer.class));
     }
     assertNull(ResultMessages.parse(new Result("asset", "key", AlgorithmType.Face)), "no blob, no message");
     assertThrows(IllegalArgumentException.class, () -> ResultMessages.messageType(AlgorithmType.FaceExpression));
