@@ -43,7 +43,8 @@ const NetworkShape& FaceDetector::shape() {
     return s;
 }
 
-void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minScore, std::vector<FaceDetection>& found) const {
+void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minScore, float minTileScore,
+                          std::vector<FaceDetection>& found) const {
     const Letterbox box = letterbox(bgr(region), declared::qm_face);
     const std::vector<cv::Mat> outs = network_->forward(box.blob);
     const cv::Point2f origin(static_cast<float>(region.x), static_cast<float>(region.y));
@@ -56,6 +57,9 @@ void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minS
                           (region.br().x < bgr.cols && r.br().x > inner.br().x) ||
                           (region.br().y < bgr.rows && r.br().y > inner.br().y));
     };
+    // The faces tiles are for, small enough to lie whole in one of them, count from minTileScore.
+    const float smallSide = static_cast<float>(std::min(region.width, region.height)) / 4;
+    const float lowest = whole ? minScore : std::min(minScore, minTileScore);
     size_t anchor = 0;
     for (size_t part = 0; part < 2; ++part) {
         const float* s = outs[part * 2].ptr<float>();
@@ -63,7 +67,7 @@ void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minS
         const size_t count = outs[part * 2].total();
         for (size_t i = 0; i < count; ++i, ++anchor) {
             const float score = sigmoid(s[i]);
-            if (!(score >= minScore)) continue;
+            if (!(score >= lowest)) continue;
             const float* v = r + i * 16;
             const cv::Point2f a = anchors()[anchor];
             auto point = [&](float dx, float dy) { return box.toImage(a.x + dx / kSide, a.y + dy / kSide, kSide) + origin; };
@@ -74,6 +78,7 @@ void FaceDetector::search(const cv::Mat& bgr, const cv::Rect& region, float minS
             d.score = score;
             for (int k = 0; k < 6; ++k) d.keyPoints[static_cast<size_t>(k)] = point(v[4 + 2 * k], v[5 + 2 * k]);
             if (!(w > 0 && h > 0) || cut(d.box)) continue;
+            if (score < minScore && !(w <= smallSide && h <= smallSide)) continue;
             found.push_back(d);
         }
     }
@@ -102,10 +107,10 @@ std::vector<cv::Rect> FaceDetector::regions(cv::Size image) {
     return all;
 }
 
-std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minScore) const {
+std::vector<FaceDetection> FaceDetector::detect(const cv::Mat& bgr, float minScore, float minTileScore) const {
     std::vector<FaceDetection> found;
     // found is in the fixed order of regions and anchors, which breaks ties between scores.
-    for (const cv::Rect& region : regions(bgr.size())) search(bgr, region, minScore, found);
+    for (const cv::Rect& region : regions(bgr.size())) search(bgr, region, minScore, minTileScore, found);
     return suppressOverlappingFaces(found);
 }
 

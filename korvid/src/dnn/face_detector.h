@@ -25,15 +25,17 @@ class FaceDetector {
 public:
     static const NetworkShape& shape();
     explicit FaceDetector(std::shared_ptr<Network> network) : network_(std::move(network)) {}
-    // Faces of at least minScore, best first.
-    std::vector<FaceDetection> detect(const cv::Mat& bgr, float minScore) const;
+    // Faces of at least minScore, best first; a face found in a tile and at most a quarter of
+    // its side (the faces tiles are for) counts from minTileScore.
+    std::vector<FaceDetection> detect(const cv::Mat& bgr, float minScore, float minTileScore) const;
     // The regions the network runs on: the whole image first, then tiles of the image, at
     // most maxTiles() of them, in a fixed order.
     static std::vector<cv::Rect> regions(cv::Size image);
     static constexpr size_t maxTiles() { return 24; }
 
 private:
-    void search(const cv::Mat& bgr, const cv::Rect& region, float minScore, std::vector<FaceDetection>& found) const;
+    void search(const cv::Mat& bgr, const cv::Rect& region, float minScore, float minTileScore,
+                std::vector<FaceDetection>& found) const;
     std::shared_ptr<Network> network_;
 };
 

@@ -1,6 +1,8 @@
 // Small faces in a large image: the face node finds them (the whole image shrunk to the
-// network's input would lose them), each with its mesh, and nothing on the unframed cat.
+// network's input would lose them), each with its mesh, and nothing on the unframed cat; the
+// rows of small faces of a group photo all.
 #include <algorithm>
+#include <cmath>
 
 #include <opencv2/imgproc.hpp>
 
@@ -54,6 +56,41 @@ TEST(FaceTiles, SmallFacesOfALargeImageWithTheirMeshes) {
 
     ASSERT_EQ(h.run(builtinTemplate(4), "chelsea.jpg", 4), NO_ERROR);
     EXPECT_TRUE(static_cast<FaceBuffer*>(h->getResult(static_cast<AlgorithmType>(4)))->faces.empty());
+}
+
+TEST(FaceTiles, EveryFaceOfAGroupPhoto) {
+    // Rows of astronauts at 0.28 scale (faces about 29 px, as in a group photo of 1024 px),
+    // 40 on a 1024 x 705 canvas: a third of them score below 0.85 in their tiles.
+    const cv::Mat astronaut = loadTestImage("astronaut.jpg");
+    ASSERT_FALSE(astronaut.empty());
+    cv::Mat small;
+    cv::resize(astronaut, small, cv::Size(), 0.28, 0.28, cv::INTER_AREA);
+    cv::Mat canvas(705, 1024, CV_8UC3, cv::Scalar::all(128));
+    std::vector<cv::Point2f> expected;
+    for (int y = 10; y + small.rows <= canvas.rows; y += small.rows + 10) {
+        for (int x = 10; x + small.cols <= canvas.cols; x += small.cols + 8) {
+            small.copyTo(canvas(cv::Rect(cv::Point(x, y), small.size())));
+            expected.emplace_back((x + 0.435f * small.cols) / canvas.cols, (y + 0.22f * small.rows) / canvas.rows);
+        }
+    }
+    ASSERT_EQ(expected.size(), 40u);
+
+    SystemHarness h;
+    ASSERT_EQ(h->loadGraph(builtinTemplate(4)), NO_ERROR);
+    ASSERT_EQ(h->setIntParams(AlgorithmType::Face, {{"face_max_num", 256}}), NO_ERROR);
+    h.input = rgbaInput(canvas);
+    ASSERT_EQ(h->execute(h.input->buffer, AlgorithmType::Face), NO_ERROR) << h->getLastErrorMessage();
+    auto* faces = static_cast<FaceBuffer*>(h->getResult(AlgorithmType::Face));
+    ASSERT_NE(faces, nullptr);
+    EXPECT_EQ(faces->faces.size(), expected.size());
+    for (const cv::Point2f& e : expected) {
+        // Each face once, where it was put, with its mesh.
+        const auto near = std::count_if(faces->faces.begin(), faces->faces.end(), [&](const auto& f) {
+            return std::abs(f->rect.x + f->rect.width / 2 - e.x) < 0.02f && std::abs(f->rect.y + f->rect.height / 2 - e.y) < 0.02f &&
+                   f->points.size() == 106u;
+        });
+        EXPECT_EQ(near, 1) << "face at " << e;
+    }
 }
 
 }  // namespace
