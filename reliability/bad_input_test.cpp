@@ -271,24 +271,7 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
         withList([&](jlong list) { N(VecString_1reserve)(env, nullptr, list, nullptr, -1); });
         return thrown("java.lang.IndexOutOfBoundsException");
     });
-    row("array longer than the blob for `Result.memcpyStructResult` (4-byte blob, 64-byte array)",
-        "`Result_memcpyStructResult`", [&] {
-            // A shared handle as the binding makes it: a heap shared_ptr's address.
-            void* blob = std::malloc(4);
-            std::memcpy(blob, "\x01\x02\x03\x04", 4);
-            auto* holder = new std::shared_ptr<Result>(std::make_shared<Result>("a", "k", static_cast<AlgorithmType>(33), blob, 4));
-            jlong h = 0;
-            std::memcpy(&h, &holder, sizeof holder);
-            jbyteArray out = jni.bytes(std::vector<jbyte>(64, 0));
-            N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, out);
-            auto r = thrown("");
-            N(delete_1Result)(env, nullptr, h);
-            const auto& got = jni.content(out);
-            return std::make_pair(std::string("the 4 blob bytes, the rest of the array untouched"),
-                                  r.second && got[3] == 4 && got[4] == 0 && got[63] == 0);
-        });
-
-    group = "Blob pointers";
+    // A shared handle as the binding makes it: a heap shared_ptr's address.
     auto resultHandle = [](std::shared_ptr<Result> result) {
         auto* holder = new std::shared_ptr<Result>(std::move(result));
         jlong h = 0;
@@ -300,19 +283,25 @@ TEST_F(BadInputTable, EveryRowIsAnsweredCleanly) {
         std::memcpy(blob, "\x01\x02\x03\x04", 4);
         return std::make_shared<Result>("a", "k", static_cast<AlgorithmType>(33), blob, 4);
     };
+    // Copies a 4-byte blob whose Result claims length bytes into a 64-byte array.
+    auto copyFourBytes = [&](unsigned long length) {
+        auto result = fourByteResult();
+        result->resultLength = length;
+        jlong h = resultHandle(result);
+        jbyteArray out = jni.bytes(std::vector<jbyte>(64, 0));
+        N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, out);
+        auto r = thrown("");
+        N(delete_1Result)(env, nullptr, h);
+        const auto& got = jni.content(out);
+        return std::make_pair(std::string("the 4 blob bytes, the rest of the array untouched"),
+                              r.second && got[3] == 4 && got[4] == 0 && got[63] == 0);
+    };
+    row("array longer than the blob for `Result.memcpyStructResult` (4-byte blob, 64-byte array)",
+        "`Result_memcpyStructResult`", [&] { return copyFourBytes(4); });
+
+    group = "Blob pointers";
     row("a `resultLength` set past the blob (4-byte blob, length 2^40, 64-byte array) for `Result.memcpyStructResult`",
-        "`Result_memcpyStructResult`", [&] {
-            auto result = fourByteResult();
-            result->resultLength = 1UL << 40;
-            jlong h = resultHandle(result);
-            jbyteArray out = jni.bytes(std::vector<jbyte>(64, 0));
-            N(Result_1memcpyStructResult)(env, nullptr, h, nullptr, out);
-            auto r = thrown("");
-            N(delete_1Result)(env, nullptr, h);
-            const auto& got = jni.content(out);
-            return std::make_pair(std::string("the 4 blob bytes, the rest of the array untouched"),
-                                  r.second && got[3] == 4 && got[4] == 0);
-        });
+        "`Result_memcpyStructResult`", [&] { return copyFourBytes(1UL << 40); });
     row("one Result's blob pointer set into a second Result (`setResult(getResult())`), then both released",
         "`Result_result_set`", [&] {
             jlong first = resultHandle(fourByteResult());

@@ -16,13 +16,19 @@ namespace {
 
 using namespace Vantor;
 
+// The astronaut photo at scale, to lay on a grey canvas (empty when the photo is missing).
+cv::Mat scaledAstronaut(double scale) {
+    const cv::Mat astronaut = loadTestImage("astronaut.jpg");
+    cv::Mat small;
+    if (!astronaut.empty()) cv::resize(astronaut, small, cv::Size(), scale, scale, cv::INTER_AREA);
+    return small;
+}
+
 TEST(FaceTiles, SmallFacesOfALargeImageWithTheirMeshes) {
     // Two astronauts at 0.4 scale (faces about 42 px) on a 1024 x 768 grey canvas, one
     // straddling the middle, where tiles meet.
-    const cv::Mat astronaut = loadTestImage("astronaut.jpg");
-    ASSERT_FALSE(astronaut.empty());
-    cv::Mat small;
-    cv::resize(astronaut, small, cv::Size(), 0.4, 0.4, cv::INTER_AREA);
+    const cv::Mat small = scaledAstronaut(0.4);
+    ASSERT_FALSE(small.empty());
     cv::Mat canvas(768, 1024, CV_8UC3, cv::Scalar::all(128));
     const std::vector<cv::Point> at{{90, 100}, {440, 400}};
     for (const cv::Point& p : at) small.copyTo(canvas(cv::Rect(p, small.size())));
@@ -61,10 +67,8 @@ TEST(FaceTiles, SmallFacesOfALargeImageWithTheirMeshes) {
 TEST(FaceTiles, EveryFaceOfAGroupPhoto) {
     // Rows of astronauts at 0.28 scale (faces about 29 px, as in a group photo of 1024 px),
     // 40 on a 1024 x 705 canvas: a third of them score below 0.85 in their tiles.
-    const cv::Mat astronaut = loadTestImage("astronaut.jpg");
-    ASSERT_FALSE(astronaut.empty());
-    cv::Mat small;
-    cv::resize(astronaut, small, cv::Size(), 0.28, 0.28, cv::INTER_AREA);
+    const cv::Mat small = scaledAstronaut(0.28);
+    ASSERT_FALSE(small.empty());
     cv::Mat canvas(705, 1024, CV_8UC3, cv::Scalar::all(128));
     std::vector<cv::Point2f> expected;
     for (int y = 10; y + small.rows <= canvas.rows; y += small.rows + 10) {

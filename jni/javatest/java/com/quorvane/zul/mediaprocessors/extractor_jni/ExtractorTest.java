@@ -26,6 +26,15 @@ class ExtractorTest {
     return new Input(resources, CoverUtil.getAlgorithmConf(AlgorithmType.Face), new StringLongMap(), AlgorithmType.Face);
   }
 
+  // Faces and aesthetics from one run of the aesthetics graph.
+  private static MultiAlgorithmInput faceAndAestheticsRequest(ResourceList resources) {
+    VecAlgorithmType kinds = new VecAlgorithmType();
+    kinds.add(AlgorithmType.Face);
+    kinds.add(AlgorithmType.AfterEffect);
+    return new MultiAlgorithmInput(resources, CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds,
+        new VecString());
+  }
+
   @Test
   void everyTemplateKindEndToEnd() throws Exception {
     Extractor extractor = Pictures.initialised(tmp, new MemoryCache(64), null);
@@ -179,11 +188,7 @@ class ExtractorTest {
   void severalKindsFromOneRun() throws Exception {
     MemoryCache cache = new MemoryCache(16);
     Extractor extractor = Pictures.initialised(tmp, cache, null);
-    VecAlgorithmType kinds = new VecAlgorithmType();
-    kinds.add(AlgorithmType.Face);
-    kinds.add(AlgorithmType.AfterEffect);
-    MultiAlgorithmInput request =
-        new MultiAlgorithmInput(photos, CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds, new VecString());
+    MultiAlgorithmInput request = faceAndAestheticsRequest(photos);
     ErrorPair error = new ErrorPair();
     VecMultiResult results = extractor.extractFeatures(request, true, error);
     assertEquals(0, error.getFirst(), error.getSecond());
@@ -216,11 +221,7 @@ class ExtractorTest {
       }
     };
     Extractor extractor = Pictures.initialised(tmp, freeing, null);
-    VecAlgorithmType kinds = new VecAlgorithmType();
-    kinds.add(AlgorithmType.Face);
-    kinds.add(AlgorithmType.AfterEffect);
-    MultiAlgorithmInput request =
-        new MultiAlgorithmInput(photos, CoverUtil.getAlgorithmConf(AlgorithmType.AfterEffect), kinds, new VecString());
+    MultiAlgorithmInput request = faceAndAestheticsRequest(photos);
     VecMultiResult results = extractor.extractFeatures(request, true);
     assertEquals(2, results.size());
     for (MultiResult result : results) {
