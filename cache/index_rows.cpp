@@ -3,8 +3,8 @@
 #include <cstring>
 #include <memory>
 
+#include "cache/stored_result.h"
 #include "encoding/message_json.h"
-#include "extractor/blob_blocks.h"
 #include "vqfe_results.pb-c.h"
 
 namespace VQFeature {
@@ -23,9 +23,9 @@ Message unpack(int kind, const Result& result) {
         if (m) protobuf_c_message_free_unpacked(m, nullptr);
     };
     const ProtobufCMessageDescriptor* descriptor = blobDescriptorForKind(kind);
-    if (descriptor == nullptr || result.result == nullptr) return Message(nullptr, release);
-    return Message(protobuf_c_message_unpack(descriptor, nullptr, blobs::readable(result.result, result.resultLength),
-                                             static_cast<const uint8_t*>(result.result)),
+    const std::string_view blob = blobBytes(result);
+    if (descriptor == nullptr || blob.data() == nullptr) return Message(nullptr, release);
+    return Message(protobuf_c_message_unpack(descriptor, nullptr, blob.size(), reinterpret_cast<const uint8_t*>(blob.data())),
                    release);
 }
 

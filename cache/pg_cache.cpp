@@ -9,7 +9,6 @@
 #include "cache/pg_runner.h"
 #include "cache/query_each_resource.h"
 #include "cache/stored_result.h"
-#include "extractor/blob_blocks.h"
 
 namespace VQFeature {
 namespace {
@@ -82,10 +81,11 @@ void PgCache::saveRows(PgConnection& connection, const std::vector<std::shared_p
     PgRunner sql(connection);
     for (const auto& result : results) {
         if (!result) continue;
+        const std::string_view blob = blobBytes(*result);
         connection.execute("vqfe_save", {PgParam::text(result->assetId), PgParam::text(result->algorithmKey),
                                           PgParam::number(static_cast<int>(result->algorithmType)),
                                           PgParam::text(result->algorithmStringType),
-                                          PgParam::bytes(result->result, blobs::readable(result->result, result->resultLength))});
+                                          PgParam::bytes(blob.data(), blob.size())});
         writeIndexRows(sql, *result);
     }
     if (image) writeImageRecord(sql, *image);

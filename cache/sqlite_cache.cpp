@@ -8,7 +8,6 @@
 #include "cache/query_each_resource.h"
 #include "cache/sqlite_statement.h"
 #include "cache/stored_result.h"
-#include "extractor/blob_blocks.h"
 
 namespace VQFeature {
 
@@ -115,7 +114,8 @@ void SqliteCache::saveLocked(const Result& result) {
     insert.bind(2, result.algorithmKey);
     insert.bind(3, static_cast<long long>(result.algorithmType));
     insert.bind(4, result.algorithmStringType);
-    insert.bindBlob(5, result.result, blobs::readable(result.result, result.resultLength));
+    const std::string_view blob = blobBytes(result);
+    insert.bindBlob(5, blob.data(), blob.size());
     insert.step();
     SqliteRunner sql(db_);
     writeIndexRows(sql, result);

@@ -28,17 +28,15 @@ std::shared_ptr<Result> storedResult(const std::string& assetId, const std::stri
     return result;
 }
 
+std::string_view blobBytes(const Result& result) {
+    if (result.result == nullptr) return {};
+    return {static_cast<const char*>(result.result), blobs::readable(result.result, result.resultLength)};
+}
+
 std::shared_ptr<Result> copyResult(const Result& result) {
-    // resultLength is a public field a caller may have set beyond the blob: the copy
-    // stops where the blob ends.
-    std::string bytes;
-    const unsigned long length = blobs::readable(result.result, result.resultLength);
-    if (result.result != nullptr && length > 0) {
-        bytes.assign(length, '\0');
-        const_cast<Result&>(result).memcpyStructResult(bytes.data(), bytes.size());
-    }
+    const std::string_view bytes = blobBytes(result);
     return storedResult(result.assetId, result.algorithmKey, static_cast<int>(result.algorithmType),
-                        result.algorithmStringType, result.result != nullptr ? bytes.data() : nullptr, bytes.size());
+                        result.algorithmStringType, bytes.data(), bytes.size());
 }
 
 }  // namespace VQFeature

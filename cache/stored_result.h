@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "extractor/result.h"
 
@@ -15,8 +16,11 @@ namespace VQFeature {
 std::shared_ptr<Result> storedResult(const std::string& assetId, const std::string& algorithmKey, int algorithmType,
                                      const std::string& stringType, const void* data, size_t length);
 
-/// A copy of result that owns its own blob: resultLength bytes, of which those past the
-/// end of the blob (a resultLength set too large) are zero.
+/// The bytes of result's blob a store reads: resultLength of them, never past the end of
+/// the block (a public field a caller may have set too large). A null data() is no blob.
+std::string_view blobBytes(const Result& result);
+
+/// A copy of result that owns its own copy of blobBytes(result).
 std::shared_ptr<Result> copyResult(const Result& result);
 
 }  // namespace VQFeature

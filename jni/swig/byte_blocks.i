@@ -97,8 +97,7 @@ const char kNoBytes[1] = {0};
   public";
 %extend VQFeature::Result {
   void letGoOfBlob() {
-    VQFeature::blobs::release($self->result);
-    $self->result = nullptr;
+    $self->freeResult();
     $self->resultLength = 0;
   }
 }
