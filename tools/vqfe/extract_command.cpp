@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -159,12 +160,35 @@ int runExtract(const ExtractOptions& options, std::ostream& out, std::ostream& e
     const AnalysisSetup setup{options.kinds, options.modelDir, options.frameworkConfig};
     const int jobs = std::max(1, std::min<int>(options.jobs, static_cast<int>(files.size())));
     setThreadsForJobs(jobs);
-    std::vector<std::unique_ptr<BatchRunner>> workers;
-    for (int j = 0; j < jobs; ++j) {
-        workers.push_back(std::make_unique<BatchRunner>(setup, graph, store));
-        if (workers.back()->initCode() != 0) {
-            err << "vqfe extract: the framework did not initialise (code " << workers.back()->initCode() << ", "
-                << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(workers.back()->initCode()))
+    // Each job's framework is set up on a thread of its own: one after the other, the last
+    // job started a framework set-up later than the first.
+    std::vector<std::unique_ptr<BatchRunner>> workers(jobs);
+    {
+        std::vector<std::thread> setUps;
+        std::vector<std::exception_ptr> failures(jobs);
+        for (int j = 1; j < jobs; ++j) {
+            setUps.emplace_back([&workers, &failures, &setup, &graph, &store, j] {
+                try {
+                    workers[j] = std::make_unique<BatchRunner>(setup, graph, store);
+                } catch (...) {
+                    failures[j] = std::current_exception();
+                }
+            });
+        }
+        try {
+            workers[0] = std::make_unique<BatchRunner>(setup, graph, store);
+        } catch (...) {
+            failures[0] = std::current_exception();
+        }
+        for (auto& thread : setUps) thread.join();
+        for (const auto& failure : failures) {
+            if (failure) std::rethrow_exception(failure);
+        }
+    }
+    for (const auto& worker : workers) {
+        if (worker->initCode() != 0) {
+            err << "vqfe extract: the framework did not initialise (code " << worker->initCode() << ", "
+                << VQFeature::VantorSystem::code2Error(static_cast<Vantor::VantorErrorCode>(worker->initCode()))
                 << "); check --models and --framework-config\n";
             return 1;
         }
