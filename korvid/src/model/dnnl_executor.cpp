@@ -615,11 +615,12 @@ private:
     bool residual(const OnnxNode& n, int convOut, const std::string& convName, int other, const std::string& otherName) {
         // (A binary post-op would take an x read again later, but oneDNN 2.6's convolutions
         // have no implementation of one without broadcast but their reference code.)
-        if (!fusable(convOut, convName) || !soleReader(otherName)) return false;
+        if (!fusable(convOut, convName)) return false;
         const Value& x = values_[size_t(other)];
         const Value& c = values_[size_t(convOut)];
         const int convStep = c.producer;
         if (x.producer < 0 || x.producer >= convStep || x.dims != c.dims || slots_[size_t(x.slot)].values != 1) return false;
+        if (!readBefore(otherName, x.slot, convStep, n)) return false;
         ConvSpec& spec = convs_[size_t(steps_[size_t(convStep)].conv)];
         const std::vector<PostOp> before = spec.postOps;
         spec.postOps.push_back({true, algorithm::eltwise_relu, 0, 0});
@@ -635,6 +636,27 @@ private:
         result.md = x.md;
         names_[n.outputs[0]] = convOut;
         ++fused;
+        return true;
+    }
+
+    // Whether the value of name (in slot) is read by no step from convStep on, and by no node
+    // after add: its other readers, convolutions (which make values of their own), come
+    // before add in the graph and their steps before convStep. A residual block's input,
+    // read by the block's first convolution and by the addition at its end, is such a value.
+    bool readBefore(const std::string& name, int slot, int convStep, const OnnxNode& add) const {
+        if (requested_.count(name) != 0) return false;
+        const auto readers = readers_.find(name);
+        if (readers == readers_.end()) return false;
+        for (const OnnxNode* r : readers->second) {
+            if (r == &add) continue;
+            if (r > &add || r->op != "Conv") return false;
+        }
+        for (size_t i = size_t(convStep); i < steps_.size(); ++i) {
+            for (const auto& [arg, id] : steps_[i].values) {
+                if (values_[size_t(id)].slot == slot) return false;
+            }
+            if (steps_[i].fillValue >= 0 && values_[size_t(steps_[i].fillValue)].slot == slot) return false;
+        }
         return true;
     }
 

@@ -152,9 +152,12 @@ TEST(DnnlExecutor, FusedResidualsAndActivationsKeepTheGraphsValues) {
     g.nodes.push_back(conv("q", "w3", "f", 0));
     g.nodes.push_back(node("Add", {"l", "f"}, {"y"}));      // in place over l
     g.nodes.push_back(node("Relu", {"y"}, {"z"}));          // fused after the addition
-    expectAsXnnpack(g, {1, 3, 20, 17}, {"z"}, 5);
+    g.nodes.push_back(conv("z", "w3", "g", 0));             // z's other reader, before the one below
+    g.nodes.push_back(conv("g", "w3", "h", 0));
+    g.nodes.push_back(node("Add", {"h", "z"}, {"out"}));    // in place over z
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"out"}, 6);
     // Intermediates read by the caller are not fused over; the results are the same.
-    expectAsXnnpack(g, {1, 3, 20, 17}, {"z", "a", "l"}, 2);
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"out", "z", "a", "l"}, 2);
 }
 
 TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) {
