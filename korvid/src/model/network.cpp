@@ -11,6 +11,7 @@
 #endif
 #include <set>
 
+#include "model/clocks.h"
 #include "model/model_bundle.h"
 #include "model/network_reads.h"
 #include "model/onnx_check.h"
@@ -54,20 +55,27 @@ size_t weightsOf(const cv::dnn::Net& net, const NetworkShape& shape) {
 
 }  // namespace
 
-Network::Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn)
+Network::Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn,
+                 std::unique_ptr<DnnlExecutor> dnnl)
     : shape_(std::move(shape)),
       names_(outputNames(shape_)),
       digest_(digest),
-      xnn_(std::move(xnn)),
-      weightBytes_(xnn_ != nullptr ? xnn_->weightBytes() : weightsOf(net, shape_)) {
-    // Without XNNPACK OpenCV runs the network; with it OpenCV's copy only served the check
-    // at load, and kept as a fallback it would hold its weights and buffers twice over.
-    if (xnn_ == nullptr) net_ = std::move(net);
+      xnn_(dnnl == nullptr ? std::move(xnn) : nullptr),
+      dnnl_(std::move(dnnl)),
+      weightBytes_(dnnl_ != nullptr  ? dnnl_->weightBytes()
+                   : xnn_ != nullptr ? xnn_->weightBytes()
+                                     : weightsOf(net, shape_)) {
+    // Without an executor OpenCV runs the network; with one OpenCV's copy only served the
+    // check at load, and kept as a fallback it would hold its weights and buffers twice over.
+    if (!accelerated()) net_ = std::move(net);
 }
+
+const char* Network::runtimeName() const { return dnnl_ != nullptr ? "oneDNN" : xnn_ != nullptr ? "XNNPACK" : "OpenCV DNN"; }
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (xnn_ != nullptr) return xnn_->forward(blob);  // fresh outputs, nothing shared
+    if (dnnl_ != nullptr) return dnnl_->forward(blob);  // fresh outputs, nothing shared
+    if (xnn_ != nullptr) return xnn_->forward(blob);
     net_.setInput(blob);
     std::vector<cv::Mat> outs;
     net_.forward(outs, names_);
@@ -107,30 +115,73 @@ cv::Mat checkInput(const std::vector<int>& shape) {
     return noise;
 }
 
-// The network in XNNPACK when it runs every operator and gives OpenCV's outputs (reference,
-// on input) within the parity bound; otherwise null and the network stays with OpenCV.
-std::unique_ptr<XnnExecutor> accelerated(const ModelBlob& blob, const NetworkShape& shape, const cv::Mat& input,
-                                         const std::vector<cv::Mat>& reference) {
-    const char* forced = std::getenv("KORVID_NETWORK_RUNTIME");
-    if (forced != nullptr && std::string(forced) == "opencv") return nullptr;
+// The executor (built by build from the graph) when it gives OpenCV's outputs (reference,
+// on input) within the parity bound; otherwise null and why says why not.
+template <typename Executor, typename Build>
+std::unique_ptr<Executor> checked(const char* runtime, Build build, const cv::Mat& input, const std::vector<cv::Mat>& reference,
+                                  std::string& why) {
+    std::unique_ptr<Executor> executor = build(why);
+    try {
+        if (executor != nullptr && !agree(executor->forward(input), reference)) {
+            executor.reset();
+            why = std::string(runtime) + "'s outputs differ from OpenCV's";
+        }
+    } catch (const cv::Exception& e) {
+        executor.reset();
+        why = std::string(runtime) + "'s check does not run: " + e.what();
+    }
+    if (executor == nullptr && !why.empty()) why = std::string(runtime) + ": " + why;
+    return executor;
+}
+
+// Processor time of the calling thread for one run (the check's run warmed it up).
+template <typename Executor>
+double runMs(Executor& executor, const cv::Mat& input) {
+    const double start = clockMs(Clock::ThreadCpu);
+    executor.forward(input);
+    return clockMs(Clock::ThreadCpu) - start;
+}
+
+struct Accelerated {
     std::unique_ptr<XnnExecutor> xnn;
-    std::string why;
+    std::unique_ptr<DnnlExecutor> dnnl;
+};
+
+// The network in oneDNN or XNNPACK as NetworkRuntime says; both empty when it stays with
+// OpenCV.
+Accelerated accelerated(const ModelBlob& blob, const NetworkShape& shape, const cv::Mat& input, const std::vector<cv::Mat>& reference) {
+    const char* env = std::getenv("KORVID_NETWORK_RUNTIME");
+    const std::string forced = env != nullptr ? env : "";
+    Accelerated out;
+    if (forced == "opencv") return out;
+    std::string why, dnnlWhy, xnnWhy;
     {
         OnnxGraph graph;  // its tensors go once the weights are packed
         why = readOnnxGraph(blob.data, blob.size, graph);
-        if (why.empty()) xnn = XnnExecutor::build(graph, shape.inputShape, outputNames(shape), why);
-    }
-    try {
-        if (xnn != nullptr && !agree(xnn->forward(input), reference)) {
-            xnn.reset();
-            why = "XNNPACK's outputs differ from OpenCV's";
+        if (why.empty() && forced != "xnnpack") {
+            out.dnnl = checked<DnnlExecutor>(
+                "oneDNN", [&](std::string& w) { return DnnlExecutor::build(graph, shape.inputShape, outputNames(shape), w); }, input,
+                reference, dnnlWhy);
         }
-    } catch (const cv::Exception& e) {
-        xnn.reset();
-        why = std::string("the check does not run: ") + e.what();
+        if (why.empty() && forced != "dnnl") {
+            out.xnn = checked<XnnExecutor>(
+                "XNNPACK", [&](std::string& w) { return XnnExecutor::build(graph, shape.inputShape, outputNames(shape), w); }, input,
+                reference, xnnWhy);
+        }
     }
-    if (xnn == nullptr) noteFallback(blob.name, why);
-    return xnn;
+    if (out.dnnl != nullptr && out.xnn != nullptr) {
+        // Each runtime is faster on some networks (XNNPACK on MobileNet v2's 1 x 1
+        // convolutions, oneDNN on most others): the least of two timed runs of each decides.
+        const double dnnlMs = std::min(runMs(*out.dnnl, input), runMs(*out.dnnl, input));
+        const double xnnMs = std::min(runMs(*out.xnn, input), runMs(*out.xnn, input));
+        if (dnnlMs <= xnnMs) out.xnn.reset();
+        else out.dnnl.reset();
+    }
+    if (out.dnnl == nullptr && out.xnn == nullptr) {
+        if (why.empty()) why = dnnlWhy.empty() ? xnnWhy : xnnWhy.empty() ? dnnlWhy : dnnlWhy + "; " + xnnWhy;
+        noteFallback(blob.name, why);
+    }
+    return out;
 }
 
 }  // namespace
@@ -171,9 +222,9 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest&
             refuse(blob, "gives output \"" + shape.outputs[i].first + "\" of another shape");
         }
     }
-    std::unique_ptr<XnnExecutor> xnn = runtime == NetworkRuntime::Fastest ? accelerated(blob, shape, input, outs) : nullptr;
-    const bool moved = xnn != nullptr;
-    auto network = std::make_shared<Network>(std::move(net), shape, digest, std::move(xnn));
+    Accelerated fast = runtime == NetworkRuntime::Fastest ? accelerated(blob, shape, input, outs) : Accelerated{};
+    const bool moved = fast.xnn != nullptr || fast.dnnl != nullptr;
+    auto network = std::make_shared<Network>(std::move(net), shape, digest, std::move(fast.xnn), std::move(fast.dnnl));
 #ifdef __GLIBC__
     // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
     // middle of the heap; without this glibc keeps them, 80 MB over the default networks.

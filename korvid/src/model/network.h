@@ -20,6 +20,7 @@
 #include "model/model_blob.h"
 #include "model/model_reference.h"
 #include "model/model_source.h"
+#include "model/dnnl_executor.h"
 #include "model/xnn_executor.h"
 
 namespace kv {
@@ -33,38 +34,46 @@ struct NetworkShape {
 
 // A loaded network, the shape it passed and the digest of the bytes it was read from (the
 // bytes themselves go back with the graph). forward() runs it
-// on an NCHW float blob and returns the outputs in the shape's order, through XNNPACK where
-// it runs every operator of the network, through OpenCV DNN otherwise. Thread-safe: a
-// network may be shared by the systems of several threads. Both runtimes keep the buffers
-// of a run inside themselves, so forward() runs under the network's lock and returns copies
-// of the outputs, which the next run (of any thread) would otherwise overwrite.
+// on an NCHW float blob and returns the outputs in the shape's order, through oneDNN or
+// XNNPACK where they run every operator of the network (see NetworkRuntime), through OpenCV
+// DNN otherwise. Thread-safe: a network may be shared by the systems of several threads.
+// Every runtime keeps the buffers of a run inside itself, so forward() runs under the
+// network's lock and returns copies of the outputs, which the next run (of any thread)
+// would otherwise overwrite.
 class Network {
 public:
-    // net has passed its check; with xnn (checked against net) the network runs there and
-    // net is dropped.
-    Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn);
+    // net has passed its check; with dnnl or xnn (checked against net) the network runs
+    // there and net is dropped.
+    Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& digest, std::unique_ptr<XnnExecutor> xnn,
+            std::unique_ptr<DnnlExecutor> dnnl = nullptr);
     std::vector<cv::Mat> forward(const cv::Mat& blob);
     const NetworkShape& shape() const { return shape_; }
     const ContentDigest& digest() const { return digest_; }
-    bool accelerated() const { return xnn_ != nullptr; }
-    // Bytes of the weights the runtime holds: XNNPACK's, or what OpenCV reports (0 when it
-    // cannot tell). OpenCV's figure for the layer buffers counts every buffer apart (tens of
+    bool accelerated() const { return xnn_ != nullptr || dnnl_ != nullptr; }
+    // "oneDNN", "XNNPACK" or "OpenCV DNN".
+    const char* runtimeName() const;
+    // Bytes of the weights the runtime holds: oneDNN's or XNNPACK's, or what OpenCV reports
+    // (0 when it cannot tell). OpenCV's figure for the layer buffers counts every buffer apart (tens of
     // MB for the face detector) while they are shared in fact, so it is left out.
     size_t weightBytes() const { return weightBytes_; }
 
 private:
-    std::mutex mutex_;  // guards the runs of net_ and xnn_
-    cv::dnn::Net net_;  // empty when xnn_ runs the network
+    std::mutex mutex_;  // guards the runs of net_, xnn_ and dnnl_
+    cv::dnn::Net net_;  // empty when xnn_ or dnnl_ runs the network
     const NetworkShape shape_;
     const std::vector<std::string> names_;
     const ContentDigest digest_;
     const std::unique_ptr<XnnExecutor> xnn_;
+    const std::unique_ptr<DnnlExecutor> dnnl_;
     const size_t weightBytes_;
 };
 
-// Which runtime readNetwork may choose: the fastest that runs the network (XNNPACK, checked
-// against OpenCV DNN on the load's input), or OpenCV DNN, the reference, always. The
-// environment variable KORVID_NETWORK_RUNTIME=opencv makes every read take OpenCV DNN.
+// Which runtime readNetwork may choose: the fastest that runs the network, or OpenCV DNN,
+// the reference, always. Fastest: oneDNN and XNNPACK each where it runs every operator and
+// gives OpenCV DNN's outputs on the load's input (within the parity bound); of the two, the
+// one that took less processor time on a timed run at load; OpenCV DNN where neither does.
+// The environment variable KORVID_NETWORK_RUNTIME forces one for every read: "opencv"
+// (OpenCV DNN), "xnnpack" or "dnnl" (that one where it runs the network, else OpenCV DNN).
 enum class NetworkRuntime { Fastest, OpenCv };
 
 // Reads blob as an ONNX network and checks it: one forward pass on fixed noise must give

@@ -1,5 +1,5 @@
-// Forward time of each converted network in OpenCV DNN and in the XNNPACK executor (where
-// it runs the network) on one thread, beside the time of the same file in ONNX Runtime
+// Forward time of each converted network in OpenCV DNN, in the XNNPACK executor and in the
+// oneDNN executor (where they run the network) on one thread, beside the time of the same file in ONNX Runtime
 // measured just before (korvid/networks/ort_bench.js, on
 // standard input: MODEL CHANNELS HEIGHT WIDTH MILLISECONDS per line). Both are medians of
 // the processor time of warm runs on a zero input, so a machine shared with other work
@@ -24,6 +24,7 @@
 
 #include "model/clocks.h"
 #include "model/onnx_clip_form.h"
+#include "model/dnnl_executor.h"
 #include "model/xnn_executor.h"
 
 namespace {
@@ -43,23 +44,32 @@ struct Runner {
     cv::Mat blob;
     std::vector<std::string> names;
     std::vector<cv::Mat> outs;
-    std::unique_ptr<kv::XnnExecutor> xnn;  // when set, once() runs it instead of OpenCV
+    std::unique_ptr<kv::XnnExecutor> xnn;    // when set, once() runs it instead of OpenCV
+    std::unique_ptr<kv::DnnlExecutor> dnnl;  // when set, once() runs it instead of the others
 
     Runner(const std::string& path, int c, int h, int w) : net(readNet(path)) {
         const int shape[] = {1, c, h, w};
         blob = cv::Mat(4, shape, CV_32F, cv::Scalar(0));
         names = net.getUnconnectedOutLayersNames();
     }
-    // Moves the runner to XNNPACK; false (and why) when the executor does not run the network.
-    bool useXnnpack(const std::string& path, std::string& why) {
+    // Moves the runner to XNNPACK (or oneDNN); false (and why) when the executor does not run
+    // the network.
+    bool useExecutor(const std::string& path, bool onednn, std::string& why) {
         std::ifstream in(path, std::ios::binary);
         const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
         kv::OnnxGraph graph;
         why = kv::readOnnxGraph(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), graph);
-        if (why.empty()) xnn = kv::XnnExecutor::build(graph, {blob.size[0], blob.size[1], blob.size[2], blob.size[3]}, names, why);
-        return xnn != nullptr;
+        const std::vector<int> shape{blob.size[0], blob.size[1], blob.size[2], blob.size[3]};
+        if (!why.empty()) return false;
+        if (onednn) dnnl = kv::DnnlExecutor::build(graph, shape, names, why);
+        else xnn = kv::XnnExecutor::build(graph, shape, names, why);
+        return onednn ? dnnl != nullptr : xnn != nullptr;
     }
     void once() {
+        if (dnnl != nullptr) {
+            outs = dnnl->forward(blob);
+            return;
+        }
         if (xnn != nullptr) {
             outs = xnn->forward(blob);
             return;
@@ -120,25 +130,33 @@ int main(int argc, char** argv) {
     }
     const int runs = argc == 3 ? std::max(1, std::atoi(argv[2])) : 30;
     std::printf("median %s of warm runs on one thread\n", kv::clockUnit(kv::Clock::ProcessCpu));
-    std::printf("%-24s %14s %14s %14s %8s %8s\n", "network", "OpenCV DNN ms", "XNNPACK ms", "ORT ms", "OpenCV", "ours");
+    std::printf("%-24s %14s %12s %12s %10s %8s %8s %8s\n", "network", "OpenCV DNN ms", "XNNPACK ms", "oneDNN ms", "ORT ms", "OpenCV",
+                "ours", "runtime");
     std::string model;
     int c = 0, h = 0, w = 0;
     double ortMs = 0;
     int status = 0;
     while (std::cin >> model >> c >> h >> w >> ortMs) {
         try {
-            // The two runtimes of the framework one after the other; "ours" is the ratio of
-            // the one the framework runs the network with (XNNPACK where it can) to ORT.
+            // The three runtimes of the framework one after the other; "ours" is the ratio of
+            // the one the framework runs the network with (the faster of oneDNN and XNNPACK
+            // where they run it, as readNetwork chooses) to ORT.
             const std::string path = std::string(argv[1]) + "/" + model + ".model";
             Runner runner(path, c, h, w);
             const double ms = runner.medianMs(runs);
-            std::string why;
-            if (runner.useXnnpack(path, why)) {
-                const double xnnMs = runner.medianMs(runs);
-                std::printf("%-24s %14.2f %14.2f %14.2f %8.2f %8.2f\n", model.c_str(), ms, xnnMs, ortMs, ms / ortMs, xnnMs / ortMs);
-            } else {
-                std::printf("%-24s %14.2f %14s %14.2f %8.2f %8.2f   (%s)\n", model.c_str(), ms, "-", ortMs, ms / ortMs, ms / ortMs, why.c_str());
-            }
+            std::string why, dnnlWhy;
+            const double xnnMs = runner.useExecutor(path, false, why) ? runner.medianMs(runs) : -1;
+            const double dnnlMs = runner.useExecutor(path, true, dnnlWhy) ? runner.medianMs(runs) : -1;
+            double ours = ms;
+            const char* runtime = "OpenCV";
+            if (xnnMs >= 0) ours = xnnMs, runtime = "XNNPACK";
+            if (dnnlMs >= 0 && (xnnMs < 0 || dnnlMs <= xnnMs)) ours = dnnlMs, runtime = "oneDNN";
+            const auto cell = [](double v) { return v < 0 ? std::string("-") : std::to_string(v).substr(0, std::to_string(v).find('.') + 3); };
+            std::printf("%-24s %14.2f %12s %12s %10.2f %8.2f %8.2f %8s", model.c_str(), ms, cell(xnnMs).c_str(), cell(dnnlMs).c_str(),
+                        ortMs, ms / ortMs, ours / ortMs, runtime);
+            if (xnnMs < 0) std::printf("   (XNNPACK: %s)", why.c_str());
+            if (dnnlMs < 0) std::printf("   (oneDNN: %s)", dnnlWhy.c_str());
+            std::printf("\n");
         } catch (const std::exception& e) {
             std::cerr << model << ": " << e.what() << "\n";
             status = 1;

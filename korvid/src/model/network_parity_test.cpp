@@ -1,7 +1,7 @@
-// Each converted network, run by OpenCV DNN and, where it runs every operator, by the
-// XNNPACK executor, against the reference runtime's outputs on the same image (written by
-// korvid/networks/reference.js), and the two runtimes against each other: max absolute
-// difference 1e-3 (1e-5 relative for values beyond 100; 2e-5 for XNNPACK). The network's input is made here from the image's
+// Each converted network, run by OpenCV DNN and, where they run every operator, by the
+// XNNPACK and oneDNN executors, against the reference runtime's outputs on the same image
+// (written by korvid/networks/reference.js), and each executor against OpenCV: max absolute
+// difference 1e-3 (1e-5 relative for values beyond 100; 2e-5 for the executors). The network's input is made here from the image's
 // pixels the way the framework makes it, through the network's declared normalisation
 // (networks.json): where the reference runs the network's own normalisation (MoveNet, whose
 // graph scales its pixels, and face-api's networks), a wrong declaration fails here.
@@ -18,6 +18,7 @@
 #include <opencv2/dnn.hpp>
 
 #include "model/onnx_clip_form.h"
+#include "model/dnnl_executor.h"
 #include "model/xnn_executor.h"
 #include "network_declarations.h"
 
@@ -130,17 +131,19 @@ int main(int argc, char** argv) {
             ++failed;
             continue;
         }
-        // The executor the framework prefers, where it runs this network.
-        std::vector<cv::Mat> fast;
+        // The executors the framework chooses from, where they run this network.
+        std::vector<cv::Mat> fast, dnnlOuts;
         kv::OnnxGraph graph;
         std::string why = kv::readOnnxGraph(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), graph);
+        std::string dnnlWhy = why;
         std::unique_ptr<kv::XnnExecutor> xnn;
+        std::unique_ptr<kv::DnnlExecutor> dnnl;
         if (why.empty()) xnn = kv::XnnExecutor::build(graph, {1, c, h, w}, names, why);
-        if (xnn != nullptr) {
-            fast = xnn->forward(input);
-        } else {
-            std::cout << "     " << model << " runs in OpenCV DNN only: " << why << "\n";
-        }
+        if (dnnlWhy.empty()) dnnl = kv::DnnlExecutor::build(graph, {1, c, h, w}, names, dnnlWhy);
+        if (xnn != nullptr) fast = xnn->forward(input);
+        else std::cout << "     " << model << " does not run in XNNPACK: " << why << "\n";
+        if (dnnl != nullptr) dnnlOuts = dnnl->forward(input);
+        else std::cout << "     " << model << " does not run in oneDNN: " << dnnlWhy << "\n";
         for (size_t i = 0; i < outputs.size(); ++i) {
             std::vector<float> expected = readFloats(ref + "/" + model + "." + outputs[i].first + ".f32");
             const Difference opencv = difference(outs[i], expected.data(), expected.size());
@@ -154,6 +157,13 @@ int main(int argc, char** argv) {
                 const Difference apart = difference(fast[i], outs[i].ptr<float>(), outs[i].total(), 2e-5);
                 std::cout << "; XNNPACK " << xnn.worst << ", from OpenCV " << apart.worst;
                 ok = ok && xnn.ok && apart.ok;
+                if (!ok) std::cout << " FAIL";
+            }
+            if (!dnnlOuts.empty()) {
+                const Difference onednn = difference(dnnlOuts[i], expected.data(), expected.size(), 2e-5);
+                const Difference apart = difference(dnnlOuts[i], outs[i].ptr<float>(), outs[i].total(), 2e-5);
+                std::cout << "; oneDNN " << onednn.worst << ", from OpenCV " << apart.worst;
+                ok = ok && onednn.ok && apart.ok;
                 if (!ok) std::cout << " FAIL";
             }
             std::cout << "\n";

@@ -1,0 +1,258 @@
+// The oneDNN executor against OpenCV DNN on every converted network, against the XNNPACK
+// executor on small graphs written here for what it fuses and lays out itself (residual
+// additions in place and as a second operand, activations, zero pads taken by convolutions,
+// pads, transposes, reshapes, shared buffers), and the graphs it refuses (a reason, no
+// executor), damaged ones included.
+#include "model/dnnl_executor.h"
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+
+#include <gtest/gtest.h>
+#include <opencv2/dnn.hpp>
+
+#include "model/onnx_clip_form.h"
+#include "model/xnn_executor.h"
+
+namespace kv {
+namespace {
+
+std::vector<char> fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<char>(std::istreambuf_iterator<char>(in), {});
+}
+
+cv::Mat noise(const std::vector<int>& shape, float low, float high, uint64_t seed = 42) {
+    cv::Mat m(shape, CV_32F);
+    cv::RNG rng(seed);
+    rng.fill(m, cv::RNG::UNIFORM, low, high);
+    return m;
+}
+
+// The largest difference beyond the parity bound (0 when within it).
+double excess(const cv::Mat& got, const cv::Mat& want) {
+    if (got.total() != want.total()) return INFINITY;
+    double worst = 0;
+    for (size_t k = 0; k < got.total(); ++k) {
+        const double diff = std::fabs(double(got.ptr<float>()[k]) - double(want.ptr<float>()[k]));
+        const double bound = std::max(1e-3, 2e-5 * std::fabs(double(want.ptr<float>()[k])));
+        worst = std::max(worst, std::isnan(diff) ? INFINITY : diff > bound ? diff : 0.0);
+    }
+    return worst;
+}
+
+TEST(DnnlExecutor, EveryNetworkGivesOpenCvsOutputs) {
+    struct Case {
+        const char* model;
+        std::vector<int> shape;
+        float high;  // the input's range: face-api's networks take 0..255
+        std::vector<std::string> outputs = {};  // when not all: the ones the framework reads
+    };
+    const Case cases[] = {{"qm_face", {1, 3, 256, 256}, 1}, {"qm_face_mesh", {1, 3, 192, 192}, 1}, {"qm_face_iris", {1, 3, 64, 64}, 1},
+                          {"qm_skeleton_single", {1, 3, 192, 192}, 255}, {"qm_skeleton_multi", {1, 3, 256, 256}, 1},
+                          {"qm_face_attribute_exp", {1, 1, 64, 64}, 1}, {"qm_object", {1, 3, 416, 416}, 1},
+                          {"qm_selfie", {1, 3, 256, 256}, 1, {"mask"}}, {"face_descriptor", {1, 3, 150, 150}, 255},
+                          {"face_age_gender", {1, 3, 112, 112}, 255}, {"qm_nsfw", {1, 3, 224, 224}, 1}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.model);
+        const std::vector<char> bytes = fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/" + c.model + ".model");
+        ASSERT_FALSE(bytes.empty());
+        const std::vector<uint8_t> clips = clipBoundsAsAttributes(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        cv::dnn::Net net = clips.empty() ? cv::dnn::readNetFromONNX(bytes.data(), bytes.size())
+                                         : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
+        const std::vector<std::string> names = c.outputs.empty() ? net.getUnconnectedOutLayersNames() : c.outputs;
+        OnnxGraph graph;
+        ASSERT_EQ(readOnnxGraph(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), graph), "");
+        std::string why;
+        const auto dnnl = DnnlExecutor::build(graph, c.shape, names, why);
+        ASSERT_NE(dnnl, nullptr) << why;
+        const cv::Mat input = noise(c.shape, 0, c.high);
+        net.setInput(input);
+        std::vector<cv::Mat> want;
+        net.forward(want, names);
+        const std::vector<cv::Mat> got = dnnl->forward(input);
+        ASSERT_EQ(got.size(), want.size());
+        for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(excess(got[i], want[i]), 0.0) << names[i];
+        // A second run on the same executor gives the same (its buffers are reused).
+        EXPECT_EQ(cv::norm(dnnl->forward(input)[0], got[0], cv::NORM_INF), 0.0);
+    }
+}
+
+OnnxNode node(const std::string& op, std::vector<std::string> inputs, std::vector<std::string> outputs) {
+    OnnxNode n;
+    n.op = op;
+    n.inputs = std::move(inputs);
+    n.outputs = std::move(outputs);
+    return n;
+}
+
+OnnxTensor weights(std::vector<int64_t> dims, uint64_t seed) {
+    OnnxTensor t;
+    size_t count = 1;
+    for (int64_t d : dims) count *= size_t(d);
+    t.dims = std::move(dims);
+    t.isFloat = true;
+    cv::RNG rng(seed);
+    for (size_t i = 0; i < count; ++i) t.floats.push_back(rng.uniform(-0.5f, 0.5f));
+    return t;
+}
+
+OnnxNode conv(const std::string& in, const std::string& w, const std::string& out, int64_t pad, int64_t group = 1) {
+    OnnxNode n = node("Conv", {in, w}, {out});
+    n.attributes["pads"].ints = {pad, pad, pad, pad};
+    n.attributes["group"].i = group;
+    return n;
+}
+
+// The graph in both executors on the same noise: every output within the parity bound.
+void expectAsXnnpack(const OnnxGraph& g, const std::vector<int>& shape, const std::vector<std::string>& outputs, size_t fused) {
+    std::string why;
+    const auto dnnl = DnnlExecutor::build(g, shape, outputs, why);
+    ASSERT_NE(dnnl, nullptr) << why;
+    EXPECT_EQ(dnnl->fusedSteps(), fused);
+    const auto xnn = XnnExecutor::build(g, shape, outputs, why);
+    ASSERT_NE(xnn, nullptr) << why;
+    for (uint64_t seed : {1, 2}) {
+        const cv::Mat x = noise(shape, -1, 1, seed);
+        const std::vector<cv::Mat> got = dnnl->forward(x), want = xnn->forward(x);
+        ASSERT_EQ(got.size(), want.size());
+        for (size_t i = 0; i < got.size(); ++i) {
+            ASSERT_EQ(std::vector<int>(got[i].size.p, got[i].size.p + got[i].dims), std::vector<int>(want[i].size.p, want[i].size.p + want[i].dims));
+            EXPECT_EQ(excess(got[i], want[i]), 0.0) << outputs[i];
+        }
+    }
+}
+
+TEST(DnnlExecutor, FusedResidualsAndActivationsKeepTheGraphsValues) {
+    // A residual block whose input is read again later (an addition of its own), one whose
+    // input is not (added in place by the convolution), activations after convolutions, a
+    // depthwise convolution behind a zero Pad (taken into its padding) and a 1 x 1 one.
+    OnnxGraph g;
+    g.inputs = {"x"};
+    g.constants["w0"] = weights({32, 3, 3, 3}, 1);
+    g.constants["w1"] = weights({32, 32, 3, 3}, 2);
+    g.constants["w2"] = weights({32, 1, 3, 3}, 3);
+    g.constants["w3"] = weights({32, 32, 1, 1}, 4);
+    g.constants["pads"].ints = {0, 0, 1, 2, 0, 0, 1, 0};
+    g.constants["pads"].dims = {8};
+    g.nodes.push_back(conv("x", "w0", "a", 1));
+    g.nodes.push_back(node("Relu", {"a"}, {"r"}));          // fused
+    g.nodes.push_back(conv("r", "w1", "b", 1));
+    g.nodes.push_back(node("Add", {"r", "b"}, {"s"}));      // r read again below: not fused
+    g.nodes.push_back(node("Clip", {"s"}, {"c"}));
+    g.nodes.back().attributes["min"].f = 0;
+    g.nodes.back().attributes["max"].f = 0.6f;
+    g.nodes.push_back(node("Pad", {"c", "pads"}, {"p"}));   // taken by the depthwise convolution
+    g.nodes.push_back(conv("p", "w2", "d", 0, 32));
+    g.nodes.push_back(node("LeakyRelu", {"d"}, {"l"}));     // fused
+    g.nodes.back().attributes["alpha"].f = 0.1f;
+    g.nodes.push_back(conv("r", "w3", "e", 0));             // r's last reader
+    g.nodes.push_back(node("Sigmoid", {"e"}, {"q"}));       // fused
+    g.nodes.push_back(conv("q", "w3", "f", 0));
+    g.nodes.push_back(node("Add", {"l", "f"}, {"y"}));      // in place over l
+    g.nodes.push_back(node("Relu", {"y"}, {"z"}));          // fused after the addition
+    g.nodes.push_back(conv("z", "w3", "g", 0));             // z's other reader, before the one below
+    g.nodes.push_back(conv("g", "w3", "h", 0));
+    g.nodes.push_back(node("Add", {"h", "z"}, {"out"}));    // in place over z
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"out"}, 6);
+    // Intermediates read by the caller are not fused over; the results are the same.
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"out", "z", "a", "l"}, 2);
+}
+
+TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) {
+    // A non-zero Pad of the channels, pooling, Concat of blocked tensors, a transpose to
+    // channels last, a Reshape of it and a Gemm, softmax; broadcast per-channel arithmetic.
+    OnnxGraph g;
+    g.inputs = {"x"};
+    g.constants["w0"] = weights({16, 3, 3, 3}, 5);
+    g.constants["mean"] = weights({1, 3, 1, 1}, 6);
+    g.constants["pads"].ints = {0, 2, 0, 0, 0, 3, 1, 1};
+    g.constants["pads"].dims = {8};
+    g.constants["fill"] = weights({1}, 7);
+    g.constants["shape"].ints = {1, -1};
+    g.constants["shape"].dims = {2};
+    g.constants["fc"] = weights({4, 9 * 8 * 42}, 8);
+    g.nodes.push_back(node("Sub", {"x", "mean"}, {"m"}));
+    g.nodes.push_back(conv("m", "w0", "a", 1));
+    g.nodes.push_back(node("Pad", {"a", "pads", "fill"}, {"p"}));
+    g.nodes.push_back(node("MaxPool", {"p"}, {"mp"}));
+    g.nodes.back().attributes["kernel_shape"].ints = {2, 2};
+    g.nodes.back().attributes["strides"].ints = {2, 2};
+    g.nodes.push_back(node("Concat", {"mp", "mp"}, {"c"}));
+    g.nodes.back().attributes["axis"].i = 1;
+    g.nodes.push_back(node("Transpose", {"c"}, {"t"}));
+    g.nodes.back().attributes["perm"].ints = {0, 2, 3, 1};
+    g.nodes.push_back(node("Reshape", {"t", "shape"}, {"flat"}));
+    g.nodes.push_back(node("Gemm", {"flat", "fc"}, {"logits"}));
+    g.nodes.back().attributes["transB"].i = 1;
+    g.nodes.push_back(node("Softmax", {"logits"}, {"prob"}));
+    expectAsXnnpack(g, {1, 3, 18, 16}, {"prob", "t"}, 0);
+}
+
+TEST(DnnlExecutor, RefusesWhatItDoesNotRun) {
+    const auto refused = [](OnnxGraph g, std::vector<int> shape = {1, 2, 4, 4}) {
+        g.inputs = {"x"};
+        std::string why;
+        EXPECT_EQ(DnnlExecutor::build(g, shape, {"y"}, why), nullptr);
+        return why;
+    };
+    OnnxGraph gather;
+    gather.nodes.push_back(node("Gather", {"x", "x"}, {"y"}));
+    EXPECT_EQ(refused(gather), "operator Gather");
+    OnnxGraph conv;
+    conv.constants["w"] = weights({1, 3, 3, 3}, 1);
+    conv.nodes.push_back(node("Conv", {"x", "w"}, {"y"}));
+    EXPECT_NE(refused(conv), "");
+    conv.constants["w"] = weights({1, 2, 5, 5}, 1);
+    EXPECT_NE(refused(conv).find("window"), std::string::npos);
+    conv.constants["w"].floats.pop_back();
+    EXPECT_NE(refused(conv).find("size"), std::string::npos);
+    OnnxGraph relu;
+    relu.nodes.push_back(node("Relu", {"x"}, {"y"}));
+    EXPECT_NE(refused(relu, {1, 2, 1 << 21, 1}).find("dimension"), std::string::npos);
+    EXPECT_NE(refused(relu, {1, 2, 0, 4}).find("dimension"), std::string::npos);
+    OnnxGraph unknown;
+    unknown.nodes.push_back(node("Relu", {"z"}, {"y"}));
+    EXPECT_NE(refused(unknown).find("\"z\""), std::string::npos);
+    OnnxGraph noOutput;
+    noOutput.nodes.push_back(node("Relu", {"x"}, {"r"}));
+    EXPECT_NE(refused(noOutput).find("\"y\""), std::string::npos);
+    OnnxGraph resize;
+    resize.constants["scales"] = weights({4}, 1);
+    resize.constants["scales"].floats = {1, 1, 1.5f, 1.5f};
+    resize.nodes.push_back(node("Resize", {"x", "", "scales"}, {"y"}));
+    resize.nodes.back().attributes["mode"].s = "linear";
+    EXPECT_NE(refused(resize, {1, 2, 5, 5}).find("fractional"), std::string::npos);
+}
+
+// Damaged copies of a network that still parse: the executor builds and runs them, or gives
+// a reason; it never reads past a tensor (ASan) nor takes a damaged dim at its word.
+TEST(DnnlExecutor, DamagedNetworksRunOrGiveAReason) {
+    const std::vector<char> bytes = fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_face_iris.model");
+    ASSERT_FALSE(bytes.empty());
+    uint32_t s = 11;
+    int built = 0, refused = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        std::vector<uint8_t> damaged(bytes.begin(), bytes.end());
+        for (int k = 0; k < 1 + trial % 3; ++k) {
+            s = s * 1103515245u + 12345u;
+            damaged[(s >> 8) % std::min<size_t>(damaged.size(), 200000)] = uint8_t(s >> 24);
+        }
+        OnnxGraph graph;
+        if (!readOnnxGraph(damaged.data(), damaged.size(), graph).empty()) continue;
+        std::string why;
+        const auto dnnl = DnnlExecutor::build(graph, {1, 3, 64, 64}, {"iris"}, why);
+        if (dnnl == nullptr) {
+            EXPECT_NE(why, "");
+            ++refused;
+            continue;
+        }
+        ++built;
+        EXPECT_EQ(dnnl->forward(cv::Mat({1, 3, 64, 64}, CV_32F, cv::Scalar(0.5))).size(), 1u);
+    }
+    EXPECT_GT(built + refused, 100);
+}
+
+}  // namespace
+}  // namespace kv
