@@ -2,8 +2,8 @@
 """Writes the C++ header of the networks' declarations from networks.json, so that the
 converter, the reference scripts and the framework's network wrappers read one declaration
 of each network: its input size, channels, channel order, scale and offset (network value =
-pixel * scale + offset, per input plane: one number for all planes or a list) and its output
-names.
+pixel * scale + offset, per input plane: one number for all planes or a list), its output
+names and the runtime tried first ("runtime": "dnnl", the default, or "xnnpack").
 
 usage: declarations.py NETWORKS.json OUT.h
 """
@@ -42,9 +42,13 @@ def main():
             sys.exit("declarations: %s: channels 1 or 3, order rgb or bgr" % model)
         scale = per_plane(inp["scale"], channels, "scale", model)
         offset = per_plane(inp["offset"], channels, "offset", model)
-        lines.append("inline constexpr NetworkInput %s{\"%s\", %d, %d, %d, %s, {%s}, {%s}};" % (
+        runtime = net.get("runtime", "dnnl")
+        if runtime not in ("dnnl", "xnnpack"):
+            sys.exit("declarations: %s: runtime dnnl or xnnpack" % model)
+        lines.append("inline constexpr NetworkInput %s{\"%s\", %d, %d, %d, %s, {%s}, {%s}, %s};" % (
             model, model, channels, inp["height"], inp["width"], "true" if order == "bgr" else "false",
-            ", ".join(map(cpp_number, scale)), ", ".join(map(cpp_number, offset))))
+            ", ".join(map(cpp_number, scale)), ", ".join(map(cpp_number, offset)),
+            "true" if runtime == "xnnpack" else "false"))
         lines.append("namespace %s_out {" % model)
         for name in net["outputs"]:
             lines.append("inline constexpr char %s[] = \"%s\";" % (name, name))

@@ -27,7 +27,7 @@ ContentScores runNetwork(Network& network, const cv::Mat& bgr) {
 }  // namespace
 
 const NetworkShape& ContentClassifier::shape() {
-    static const NetworkShape s{inputShape(kInput), {{declared::qm_nsfw_out::probs, kContentClasses}}};
+    static const NetworkShape s{inputShape(kInput), {{declared::qm_nsfw_out::probs, kContentClasses}}, kInput.xnnpackFirst};
     return s;
 }
 

@@ -82,12 +82,12 @@ std::vector<cv::Point2f> pick(const std::vector<cv::Point2f>& points, const int 
 
 const NetworkShape& FaceMesh::shape() {
     using namespace declared::qm_face_mesh_out;
-    static const NetworkShape s{inputShape(declared::qm_face_mesh), {{mesh, kLandmarks * 3}, {face, 1}}};
+    static const NetworkShape s{inputShape(declared::qm_face_mesh), {{mesh, kLandmarks * 3}, {face, 1}}, declared::qm_face_mesh.xnnpackFirst};
     return s;
 }
 
 const NetworkShape& FaceMesh::irisShape() {
-    static const NetworkShape s{inputShape(declared::qm_face_iris), {{declared::qm_face_iris_out::iris, kIrisPoints * 3}}};
+    static const NetworkShape s{inputShape(declared::qm_face_iris), {{declared::qm_face_iris_out::iris, kIrisPoints * 3}}, declared::qm_face_iris.xnnpackFirst};
     return s;
 }
 

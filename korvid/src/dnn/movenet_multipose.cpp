@@ -102,7 +102,7 @@ const NetworkShape& MoveNetMultiPose::shape() {
                                 {regress, kCells * 2 * kPoseKeyPoints},
                                 {offset, kCells * 2 * kPoseKeyPoints},
                                 {box_scale, kCells * 2},
-                                {box_offset, kCells * 2}}};
+                                {box_offset, kCells * 2}}, declared::qm_skeleton_multi.xnnpackFirst};
     return s;
 }
 

@@ -36,7 +36,7 @@ const NetworkShape& PoseEstimator::singleShape() {
                                 {centre, kGrid * kGrid},
                                 {regress, kGrid * kGrid * 2 * kPoseKeyPoints},
                                 {offset, kGrid * kGrid * 2 * kPoseKeyPoints},
-                                {centres, kGrid * kGrid}}};
+                                {centres, kGrid * kGrid}}, declared::qm_skeleton_single.xnnpackFirst};
     return s;
 }
 

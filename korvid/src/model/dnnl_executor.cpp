@@ -97,6 +97,20 @@ struct PostOp {
     memory slopes;
 };
 
+PostOp eltwise(algorithm alg, float alpha, float beta) {
+    PostOp op;
+    op.alg = alg;
+    op.alpha = alpha;
+    op.beta = beta;
+    return op;
+}
+
+PostOp sumPostOp() {
+    PostOp op;
+    op.sum = true;
+    return op;
+}
+
 // An element-wise function as oneDNN's eltwise steps, applied in order.
 using Activation = std::vector<PostOp>;
 
@@ -183,13 +197,13 @@ public:
         if (n.outputs.empty() || n.inputs.empty()) unsupported(n.op + " without inputs or outputs");
         const std::string& op = n.op;
         if (op == "Conv") conv(n);
-        else if (op == "Relu") activation(n, {{false, algorithm::eltwise_relu, 0, 0}});
-        else if (op == "LeakyRelu") activation(n, {{false, algorithm::eltwise_relu, n.floatOr("alpha", 0.01f), 0}});
-        else if (op == "Clip") activation(n, {{false, algorithm::eltwise_clip, scalar(n, 1, "min", -kInf), scalar(n, 2, "max", kInf)}});
-        else if (op == "Sigmoid") activation(n, {{false, algorithm::eltwise_logistic, 0, 0}});
+        else if (op == "Relu") activation(n, {eltwise(algorithm::eltwise_relu, 0, 0)});
+        else if (op == "LeakyRelu") activation(n, {eltwise(algorithm::eltwise_relu, n.floatOr("alpha", 0.01f), 0)});
+        else if (op == "Clip") activation(n, {eltwise(algorithm::eltwise_clip, scalar(n, 1, "min", -kInf), scalar(n, 2, "max", kInf))});
+        else if (op == "Sigmoid") activation(n, {eltwise(algorithm::eltwise_logistic, 0, 0)});
         else if (op == "HardSigmoid") {
-            activation(n, {{false, algorithm::eltwise_linear, n.floatOr("alpha", 0.2f), n.floatOr("beta", 0.5f)},
-                           {false, algorithm::eltwise_clip, 0.0f, 1.0f}});
+            activation(n, {eltwise(algorithm::eltwise_linear, n.floatOr("alpha", 0.2f), n.floatOr("beta", 0.5f)),
+                           eltwise(algorithm::eltwise_clip, 0.0f, 1.0f)});
         } else if (op == "Add" || op == "Sub" || op == "Mul" || op == "Div") binary(n);
         else if (op == "Concat") concat(n);
         else if (op == "ConvTranspose") deconv(n);
@@ -623,7 +637,7 @@ private:
         if (!readBefore(otherName, x.slot, convStep, n)) return false;
         ConvSpec& spec = convs_[size_t(steps_[size_t(convStep)].conv)];
         const std::vector<PostOp> before = spec.postOps;
-        spec.postOps.push_back({true, algorithm::eltwise_relu, 0, 0});
+        spec.postOps.push_back(sumPostOp());
         if (!remakeConv(spec, x.md)) {
             spec.postOps = before;
             return false;
@@ -704,7 +718,9 @@ private:
         const Dims wDims{1, c, 1, 1};
         if (fusable(in, n.inputs[0])) {
             ConvSpec& spec = convs_[size_t(steps_[size_t(v.producer)].conv)];
-            spec.postOps.push_back({false, algorithm::eltwise_relu, 0, 0, constantMemory(slope, plainDesc(wDims))});
+            PostOp prelu;  // PRelu: a binary post-op by the per-channel slopes
+            prelu.slopes = constantMemory(slope, plainDesc(wDims));
+            spec.postOps.push_back(prelu);
             if (remakeConv(spec, spec.dst)) {
                 names_[n.outputs[0]] = in;
                 ++fused;

@@ -11,7 +11,6 @@
 #endif
 #include <set>
 
-#include "model/clocks.h"
 #include "model/model_bundle.h"
 #include "model/network_reads.h"
 #include "model/onnx_check.h"
@@ -134,21 +133,13 @@ std::unique_ptr<Executor> checked(const char* runtime, Build build, const cv::Ma
     return executor;
 }
 
-// Processor time of the calling thread for one run (the check's run warmed it up).
-template <typename Executor>
-double runMs(Executor& executor, const cv::Mat& input) {
-    const double start = clockMs(Clock::ThreadCpu);
-    executor.forward(input);
-    return clockMs(Clock::ThreadCpu) - start;
-}
-
 struct Accelerated {
     std::unique_ptr<XnnExecutor> xnn;
     std::unique_ptr<DnnlExecutor> dnnl;
 };
 
-// The network in oneDNN or XNNPACK as NetworkRuntime says; both empty when it stays with
-// OpenCV.
+// The network in oneDNN or XNNPACK as NetworkRuntime says: the declared runtime first, the
+// other where the first does not run it; both empty when it stays with OpenCV.
 Accelerated accelerated(const ModelBlob& blob, const NetworkShape& shape, const cv::Mat& input, const std::vector<cv::Mat>& reference) {
     const char* env = std::getenv("KORVID_NETWORK_RUNTIME");
     const std::string forced = env != nullptr ? env : "";
@@ -158,24 +149,26 @@ Accelerated accelerated(const ModelBlob& blob, const NetworkShape& shape, const 
     {
         OnnxGraph graph;  // its tensors go once the weights are packed
         why = readOnnxGraph(blob.data, blob.size, graph);
-        if (why.empty() && forced != "xnnpack") {
+        auto tryDnnl = [&] {
             out.dnnl = checked<DnnlExecutor>(
                 "oneDNN", [&](std::string& w) { return DnnlExecutor::build(graph, shape.inputShape, outputNames(shape), w); }, input,
                 reference, dnnlWhy);
-        }
-        if (why.empty() && forced != "dnnl") {
+        };
+        auto tryXnn = [&] {
             out.xnn = checked<XnnExecutor>(
                 "XNNPACK", [&](std::string& w) { return XnnExecutor::build(graph, shape.inputShape, outputNames(shape), w); }, input,
                 reference, xnnWhy);
+        };
+        const bool xnnFirst = forced == "xnnpack" || (forced != "dnnl" && shape.xnnpackFirst);
+        if (why.empty()) {
+            if (xnnFirst) tryXnn();
+            else tryDnnl();
         }
-    }
-    if (out.dnnl != nullptr && out.xnn != nullptr) {
-        // Each runtime is faster on some networks (XNNPACK on MobileNet v2's 1 x 1
-        // convolutions, oneDNN on most others): the least of two timed runs of each decides.
-        const double dnnlMs = std::min(runMs(*out.dnnl, input), runMs(*out.dnnl, input));
-        const double xnnMs = std::min(runMs(*out.xnn, input), runMs(*out.xnn, input));
-        if (dnnlMs <= xnnMs) out.xnn.reset();
-        else out.dnnl.reset();
+        // The other runtime only when the first cannot run the network, and never when one is forced.
+        if (why.empty() && out.dnnl == nullptr && out.xnn == nullptr && forced != "dnnl" && forced != "xnnpack") {
+            if (xnnFirst) tryDnnl();
+            else tryXnn();
+        }
     }
     if (out.dnnl == nullptr && out.xnn == nullptr) {
         if (why.empty()) why = dnnlWhy.empty() ? xnnWhy : xnnWhy.empty() ? dnnlWhy : dnnlWhy + "; " + xnnWhy;

@@ -30,6 +30,7 @@ namespace kv {
 struct NetworkShape {
     std::vector<int> inputShape;
     std::vector<std::pair<std::string, size_t>> outputs;
+    bool xnnpackFirst = false;  // as declared (NetworkInput::xnnpackFirst)
 };
 
 // A loaded network, the shape it passed and the digest of the bytes it was read from (the
@@ -69,9 +70,11 @@ private:
 };
 
 // Which runtime readNetwork may choose: the fastest that runs the network, or OpenCV DNN,
-// the reference, always. Fastest: oneDNN and XNNPACK each where it runs every operator and
-// gives OpenCV DNN's outputs on the load's input (within the parity bound); of the two, the
-// one that took less processor time on a timed run at load; OpenCV DNN where neither does.
+// the reference, always. Fastest: the network's declared runtime (oneDNN, or XNNPACK where
+// the shape says xnnpackFirst), else the other one, where it runs every operator and gives
+// OpenCV DNN's outputs on the load's input (within the parity bound); OpenCV DNN where
+// neither does. The choice never depends on timing, so a network always gives the same
+// outputs.
 // The environment variable KORVID_NETWORK_RUNTIME forces one for every read: "opencv"
 // (OpenCV DNN), "xnnpack" or "dnnl" (that one where it runs the network, else OpenCV DNN).
 enum class NetworkRuntime { Fastest, OpenCv };
