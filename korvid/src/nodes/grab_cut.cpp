@@ -180,12 +180,22 @@ public:
     }
 
     // The weight of the edge from (x, y) to its neighbour k (inside the image).
-    double operator()(int y, int x, int k) const { return kScale[k] * std::exp(-beta_ * double(squares_.at<cv::Vec4i>(y, x)[k])); }
+    double operator()(int y, int x, int k) { return kScale[k] * decay(squares_.at<cv::Vec4i>(y, x)[k]); }
 
 private:
+    // e^(-beta square); those of small squares (most neighbours differ little) kept as found.
+    double decay(int square) {
+        if (square >= kKept) return std::exp(-beta_ * double(square));
+        double& kept = decays_[size_t(square)];
+        if (kept < 0) kept = std::exp(-beta_ * double(square));
+        return kept;
+    }
+
+    static constexpr int kKept = 4096;
     const double kScale[4] = {kGamma, kGamma / std::sqrt(2.0f), kGamma, kGamma / std::sqrt(2.0f)};
     cv::Mat squares_;  // the squared colour differences, per neighbour
     double beta_ = 0;
+    std::vector<double> decays_ = std::vector<double>(kKept, -1.0);  // -1: not yet found
 };
 
 // The first models: each side's colours in k-means clusters, learnt as components (OpenCV's
@@ -268,7 +278,7 @@ void learn(const Palette& palette, const cv::Mat& seed, Mixture& background, Mix
 // neighbours (folded into the terminal weights) depend on the image and the seed alone.
 class FreeGraph {
 public:
-    FreeGraph(const cv::Mat& seed, const NeighbourWeights& weights, const Palette& palette)
+    FreeGraph(const cv::Mat& seed, NeighbourWeights& weights, const Palette& palette)
         : index_(seed.size(), CV_32S), graph_(countFree(seed), 8 * countFree(seed)) {
         std::vector<char> seen(palette.colours.size(), 0);
         for (int y = 0; y < seed.rows; ++y) {
@@ -347,7 +357,8 @@ cv::Mat grabCut(const cv::Mat& image, cv::Mat seed, int iterations, Convergence 
     Mixture background, foreground;
     initialise(image, seed, background, foreground);
     const Palette palette(image);
-    FreeGraph graph(seed, NeighbourWeights(image), palette);
+    NeighbourWeights weights(image);
+    FreeGraph graph(seed, weights, palette);
     cv::Mat mask = foregroundOf(seed);
     for (int i = 0; i < iterations && !graph.empty(); ++i) {
         learn(palette, seed, background, foreground);
