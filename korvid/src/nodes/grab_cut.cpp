@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -75,15 +76,27 @@ public:
     }
 
     void startLearning() {
-        for (int c = 0; c < kComponents; ++c) sums_[c] = {}, products_[c] = {}, counts_[c] = 0;
+        for (int c = 0; c < kComponents; ++c) sums_[c] = {}, counts_[c] = 0;
         total_ = 0;
     }
 
-    void add(int c, const cv::Vec3d& colour) {
-        sums_[c] += colour;
-        products_[c] += colour * colour.t();
-        ++counts_[c];
-        ++total_;
+    // `count` pixels of this colour into component c. The sums are of 8-bit values, kept as
+    // integers: exact, as the sums in double they stand for are (all below 2^53), so a colour
+    // added once with its count sums as its pixels one by one do, in any order.
+    void add(int c, const cv::Vec3b& colour, int count = 1) {
+        Sums& s = sums_[c];
+        const std::int64_t b = colour[0], g = colour[1], r = colour[2];
+        s.channel[0] += count * b;
+        s.channel[1] += count * g;
+        s.channel[2] += count * r;
+        s.product[0] += count * (b * b);
+        s.product[1] += count * (b * g);
+        s.product[2] += count * (b * r);
+        s.product[3] += count * (g * g);
+        s.product[4] += count * (g * r);
+        s.product[5] += count * (r * r);
+        counts_[c] += count;
+        total_ += count;
     }
 
     void endLearning() {
@@ -92,8 +105,13 @@ public:
             weights_[c] = n == 0 ? 0 : double(n) / total_;
             if (n == 0) continue;
             const double inverseN = 1.0 / n;
-            means_[c] = sums_[c] * inverseN;
-            covariances_[c] = products_[c] * inverseN - means_[c] * means_[c].t();
+            const Sums& s = sums_[c];
+            const cv::Vec3d sum(double(s.channel[0]), double(s.channel[1]), double(s.channel[2]));
+            const double bb = double(s.product[0]), bg = double(s.product[1]), br = double(s.product[2]);
+            const double gg = double(s.product[3]), gr = double(s.product[4]), rr = double(s.product[5]);
+            const cv::Matx33d products(bb, bg, br, bg, gg, gr, br, gr, rr);
+            means_[c] = sum * inverseN;
+            covariances_[c] = products * inverseN - means_[c] * means_[c].t();
             invert(c, kSingularFix);
         }
     }
@@ -112,9 +130,16 @@ private:
         inverses_[c] = v.inv();
     }
 
+    // A component's sums of colours and of their products (bb, bg, br, gg, gr, rr).
+    struct Sums {
+        std::int64_t channel[3] = {};
+        std::int64_t product[6] = {};
+    };
+
     double weights_[kComponents] = {};
-    cv::Vec3d means_[kComponents], sums_[kComponents];
-    cv::Matx33d covariances_[kComponents], inverses_[kComponents], products_[kComponents];
+    cv::Vec3d means_[kComponents];
+    Sums sums_[kComponents];
+    cv::Matx33d covariances_[kComponents], inverses_[kComponents];
     double scales_[kComponents] = {}, logScales_[kComponents] = {};  // 1 / sqrt(determinant)
     int counts_[kComponents] = {};
     int total_ = 0;
@@ -124,34 +149,54 @@ private:
 constexpr int kStepY[4] = {0, -1, -1, -1};
 constexpr int kStepX[4] = {-1, -1, 0, 1};
 
-// Edge weights to those neighbours (meaningless where outside the image, never read there):
-// gamma e^(-beta |colour difference|^2), divided by sqrt 2 on the diagonals; beta from the
-// mean squared difference of the image.
-cv::Mat neighbourWeights(const cv::Mat& image) {
-    cv::Mat weights(image.size(), CV_64FC4, cv::Scalar::all(0));  // the squared differences first
-    double beta = 0;
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) {
-            const cv::Vec3d colour = image.at<cv::Vec3b>(y, x);
-            for (int k = 0; k < 4; ++k) {
-                const int yy = y + kStepY[k], xx = x + kStepX[k];
-                if (yy < 0 || xx < 0 || xx >= image.cols) continue;
-                const cv::Vec3d d = colour - cv::Vec3d(image.at<cv::Vec3b>(yy, xx));
-                beta += weights.at<cv::Vec4d>(y, x)[k] = d.dot(d);
+// The edges to those neighbours: gamma e^(-beta |colour difference|^2), divided by sqrt 2 on
+// the diagonals; beta from the mean squared difference of the image. Only the edges at a free
+// pixel are weighed (the exponential is the cost), each once, when the graph is built.
+class NeighbourWeights {
+public:
+    explicit NeighbourWeights(const cv::Mat& image) : squares_(image.size(), CV_32SC4, cv::Scalar::all(0)) {
+        // Integer squares and sum: exact, as the sum in double they stand for is (below 2^53).
+        std::int64_t sum = 0;
+        for (int y = 0; y < image.rows; ++y) {
+            const cv::Vec3b* row = image.ptr<cv::Vec3b>(y);
+            const cv::Vec3b* above = y > 0 ? image.ptr<cv::Vec3b>(y - 1) : nullptr;
+            cv::Vec4i* out = squares_.ptr<cv::Vec4i>(y);
+            for (int x = 0; x < image.cols; ++x) {
+                for (int k = 0; k < 4; ++k) {
+                    const int xx = x + kStepX[k];
+                    if ((kStepY[k] < 0 && !above) || xx < 0 || xx >= image.cols) continue;
+                    const cv::Vec3b& other = kStepY[k] < 0 ? above[xx] : row[xx];
+                    const int d0 = row[x][0] - other[0], d1 = row[x][1] - other[1], d2 = row[x][2] - other[2];
+                    sum += out[x][k] = d0 * d0 + d1 * d1 + d2 * d2;
+                }
             }
         }
+        const double total = double(sum);
+        if (total <= std::numeric_limits<double>::epsilon()) {
+            beta_ = 0;
+        } else {
+            beta_ = 1.f / (2 * total / (4 * image.cols * image.rows - 3 * image.cols - 3 * image.rows + 2));
+        }
     }
-    if (beta <= std::numeric_limits<double>::epsilon()) {
-        beta = 0;
-    } else {
-        beta = 1.f / (2 * beta / (4 * image.cols * image.rows - 3 * image.cols - 3 * image.rows + 2));
+
+    // The weight of the edge from (x, y) to its neighbour k (inside the image).
+    double operator()(int y, int x, int k) { return kScale[k] * decay(squares_.at<cv::Vec4i>(y, x)[k]); }
+
+private:
+    // e^(-beta square); those of small squares (most neighbours differ little) kept as found.
+    double decay(int square) {
+        if (square >= kKept) return std::exp(-beta_ * double(square));
+        double& kept = decays_[size_t(square)];
+        if (kept < 0) kept = std::exp(-beta_ * double(square));
+        return kept;
     }
-    const double scale[4] = {kGamma, kGamma / std::sqrt(2.0f), kGamma, kGamma / std::sqrt(2.0f)};
-    for (auto w = weights.begin<cv::Vec4d>(); w != weights.end<cv::Vec4d>(); ++w) {
-        for (int k = 0; k < 4; ++k) (*w)[k] = scale[k] * std::exp(-beta * (*w)[k]);
-    }
-    return weights;
-}
+
+    static constexpr int kKept = 4096;
+    const double kScale[4] = {kGamma, kGamma / std::sqrt(2.0f), kGamma, kGamma / std::sqrt(2.0f)};
+    cv::Mat squares_;  // the squared colour differences, per neighbour
+    double beta_ = 0;
+    std::vector<double> decays_ = std::vector<double>(kKept, -1.0);  // -1: not yet found
+};
 
 // The first models: each side's colours in k-means clusters, learnt as components (OpenCV's
 // GrabCut initialisation: 10 rounds from k-means++ centres).
@@ -167,39 +212,85 @@ void initialise(const cv::Mat& image, const cv::Mat& seed, Mixture& background, 
         const std::vector<cv::Vec3f>& colours = samples[side];
         const std::vector<int> labels = colourClusters(colours, std::min(kComponents, int(colours.size())), 10);
         sides[side]->startLearning();
-        for (size_t i = 0; i < colours.size(); ++i) sides[side]->add(labels[i], cv::Vec3d(colours[i]));
+        for (size_t i = 0; i < colours.size(); ++i) sides[side]->add(labels[i], cv::Vec3b(colours[i]));
         sides[side]->endLearning();
     }
 }
 
+// The image's distinct colours, and each pixel's (row after row) as an index into them: the
+// colour models depend on a pixel's colour alone, so they are evaluated once per colour (a
+// photo of 256 pixels a side has about half as many colours as pixels; a drawing a few).
+struct Palette {
+    explicit Palette(const cv::Mat& image) : index(image.total()) {
+        // Open addressing over the 24-bit colours plus 1 (0: an empty slot); at most half full.
+        int bits = 1;
+        while ((size_t(1) << bits) < 2 * image.total()) ++bits;
+        std::vector<std::uint32_t> keys(size_t(1) << bits, 0);
+        std::vector<int> slots(keys.size());
+        const std::uint32_t mask = std::uint32_t(keys.size() - 1);
+        size_t p = 0;
+        for (int y = 0; y < image.rows; ++y) {
+            const cv::Vec3b* row = image.ptr<cv::Vec3b>(y);
+            for (int x = 0; x < image.cols; ++x, ++p) {
+                const std::uint32_t key = (std::uint32_t(row[x][0]) << 16 | std::uint32_t(row[x][1]) << 8 | row[x][2]) + 1;
+                std::uint32_t at = (key * 2654435761u) >> (32 - bits);
+                while (keys[at] != 0 && keys[at] != key) at = (at + 1) & mask;
+                if (keys[at] == 0) {
+                    keys[at] = key;
+                    slots[at] = int(colours.size());
+                    colours.push_back(row[x]);
+                }
+                index[p] = slots[at];
+            }
+        }
+    }
+
+    std::vector<cv::Vec3b> colours;
+    std::vector<int> index;
+};
+
 // Each pixel's likeliest component of its side's mixture, then both mixtures learnt anew
-// (the components are assigned with the models of before: they change only at the end).
-void learn(const cv::Mat& image, const cv::Mat& seed, Mixture& background, Mixture& foreground) {
+// (the components are assigned with the models of before: they change only at the end). The
+// pixels are counted per colour and side, and each colour added once with its count.
+void learn(const Palette& palette, const cv::Mat& seed, Mixture& background, Mixture& foreground) {
+    std::vector<int> counts(2 * palette.colours.size(), 0);  // background, foreground per colour
+    size_t p = 0;
+    for (int y = 0; y < seed.rows; ++y) {
+        const uchar* s = seed.ptr<uchar>(y);
+        for (int x = 0; x < seed.cols; ++x, ++p) ++counts[2 * size_t(palette.index[p]) + (isBackground(s[x]) ? 0 : 1)];
+    }
     background.startLearning();
     foreground.startLearning();
-    for (int y = 0; y < image.rows; ++y) {
-        for (int x = 0; x < image.cols; ++x) {
-            const cv::Vec3d colour = image.at<cv::Vec3b>(y, x);
-            Mixture& side = isBackground(seed.at<uchar>(y, x)) ? background : foreground;
-            side.add(side.likeliest(colour), colour);
+    for (size_t c = 0; c < palette.colours.size(); ++c) {
+        const cv::Vec3b& colour = palette.colours[c];
+        for (int side = 0; side < 2; ++side) {
+            const int n = counts[2 * c + size_t(side)];
+            if (n == 0) continue;
+            Mixture& model = side == 0 ? background : foreground;
+            model.add(model.likeliest(cv::Vec3d(colour)), colour, n);
         }
     }
     background.endLearning();
     foreground.endLearning();
 }
 
-
 // The graph over the free pixels, built once: its neighbour edges and the edges to fixed
 // neighbours (folded into the terminal weights) depend on the image and the seed alone.
 class FreeGraph {
 public:
-    FreeGraph(const cv::Mat& seed, const cv::Mat& weights) : index_(seed.size(), CV_32S), graph_(countFree(seed), 8 * countFree(seed)) {
+    FreeGraph(const cv::Mat& seed, NeighbourWeights& weights, const Palette& palette)
+        : index_(seed.size(), CV_32S), graph_(countFree(seed), 8 * countFree(seed)) {
+        std::vector<char> seen(palette.colours.size(), 0);
         for (int y = 0; y < seed.rows; ++y) {
             const uchar* s = seed.ptr<uchar>(y);
             int* index = index_.ptr<int>(y);
             for (int x = 0; x < seed.cols; ++x) {
                 index[x] = isFree(s[x]) ? int(pixels_.size()) : -1;
-                if (index[x] >= 0) pixels_.emplace_back(x, y);
+                if (index[x] < 0) continue;
+                pixels_.emplace_back(x, y);
+                const int colour = palette.index[size_t(y) * size_t(seed.cols) + size_t(x)];
+                colourOf_.push_back(colour);
+                if (!seen[size_t(colour)]) seen[size_t(colour)] = 1, colours_.push_back(colour);
             }
         }
         fromSource_.assign(pixels_.size(), 0);
@@ -207,30 +298,37 @@ public:
         for (int y = 0; y < seed.rows; ++y) {
             for (int x = 0; x < seed.cols; ++x) {
                 const int i = index_.at<int>(y, x);
-                const cv::Vec4d& w = weights.at<cv::Vec4d>(y, x);
                 for (int k = 0; k < 4; ++k) {
                     const int yy = y + kStepY[k], xx = x + kStepX[k];
                     if (yy < 0 || xx < 0 || xx >= seed.cols) continue;
                     const int j = index_.at<int>(yy, xx);
                     if (i >= 0 && j >= 0) {
-                        graph_.addEdges(i, j, w[k], w[k]);
+                        const double w = weights(y, x, k);
+                        graph_.addEdges(i, j, w, w);
                     } else if (i >= 0 || j >= 0) {
                         const int free = i >= 0 ? i : j;
                         const uchar fixed = i >= 0 ? seed.at<uchar>(yy, xx) : seed.at<uchar>(y, x);
-                        (fixed == cv::GC_BGD ? toSink_ : fromSource_)[size_t(free)] += w[k];
+                        (fixed == cv::GC_BGD ? toSink_ : fromSource_)[size_t(free)] += weights(y, x, k);
                     }
                 }
             }
         }
+        backgroundTerm_.resize(palette.colours.size());
+        foregroundTerm_.resize(palette.colours.size());
     }
 
     bool empty() const { return pixels_.empty(); }
 
     // One cut with these colour models; the free pixels become GC_PR_FGD or GC_PR_BGD.
-    void cut(const cv::Mat& image, cv::Mat& seed, const Mixture& background, const Mixture& foreground) {
+    void cut(const Palette& palette, cv::Mat& seed, const Mixture& background, const Mixture& foreground) {
+        for (const int c : colours_) {
+            const cv::Vec3d colour = palette.colours[size_t(c)];
+            backgroundTerm_[size_t(c)] = colourTerm(background(colour));
+            foregroundTerm_[size_t(c)] = colourTerm(foreground(colour));
+        }
         for (size_t i = 0; i < pixels_.size(); ++i) {
-            const cv::Vec3d colour = image.at<cv::Vec3b>(pixels_[i]);
-            graph_.setTerminals(int(i), colourTerm(background(colour)) + fromSource_[i], colourTerm(foreground(colour)) + toSink_[i]);
+            const size_t c = size_t(colourOf_[i]);
+            graph_.setTerminals(int(i), backgroundTerm_[c] + fromSource_[i], foregroundTerm_[c] + toSink_[i]);
         }
         graph_.maxFlow();
         for (size_t i = 0; i < pixels_.size(); ++i) seed.at<uchar>(pixels_[i]) = graph_.inSourceSegment(int(i)) ? cv::GC_PR_FGD : cv::GC_PR_BGD;
@@ -241,6 +339,9 @@ private:
 
     cv::Mat index_;  // the free pixels' vertices, -1 where fixed
     std::vector<cv::Point> pixels_;
+    std::vector<int> colourOf_;  // each free pixel's colour in the palette
+    std::vector<int> colours_;   // the palette's colours of free pixels, each once
+    std::vector<double> backgroundTerm_, foregroundTerm_;  // per palette colour, of the last cut
     std::vector<double> fromSource_, toSink_;
     CutGraph graph_;
 };
@@ -255,12 +356,13 @@ cv::Mat grabCut(const cv::Mat& image, cv::Mat seed, int iterations, Convergence 
     cv::theRNG().state = 0x4b6f72766964ULL;
     Mixture background, foreground;
     initialise(image, seed, background, foreground);
-    const cv::Mat nw = neighbourWeights(image);
-    FreeGraph graph(seed, nw);
+    const Palette palette(image);
+    NeighbourWeights weights(image);
+    FreeGraph graph(seed, weights, palette);
     cv::Mat mask = foregroundOf(seed);
     for (int i = 0; i < iterations && !graph.empty(); ++i) {
-        learn(image, seed, background, foreground);
-        graph.cut(image, seed, background, foreground);
+        learn(palette, seed, background, foreground);
+        graph.cut(palette, seed, background, foreground);
         cv::Mat next = foregroundOf(seed);
         const bool checked = until.settled > 0 && i > 0 && (until.lastCheck < 0 || i <= until.lastCheck);
         const bool settled = checked && size_t(cv::countNonZero(next != mask)) * size_t(until.settled) < next.total();

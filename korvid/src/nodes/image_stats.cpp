@@ -35,9 +35,14 @@ cv::Mat shrinkToFit(const cv::Mat& image, int side) {
     return small;
 }
 
-ImageStats computeImageStats(const cv::Mat& input) {
+cv::Mat sharedShrink(const cv::Mat& image, int side, ExecuteMemo* memo) {
+    if (memo == nullptr) return shrinkToFit(image, side);
+    return memo->get<cv::Mat>("shrunk:" + std::to_string(side) + '@' + imageIdentity(image), [&] { return shrinkToFit(image, side); });
+}
+
+ImageStats computeImageStats(const cv::Mat& input, ExecuteMemo* memo) {
     ImageStats s;
-    const cv::Mat bgr = shrinkToFit(input, 256);
+    const cv::Mat bgr = sharedShrink(input, 256, memo);
 
     cv::Mat hsv, gray;
     cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);
@@ -108,7 +113,7 @@ ImageStats computeImageStats(const cv::Mat& input) {
 
 ImageStats sharedImageStats(const cv::Mat& bgr, ExecuteMemo* memo) {
     if (memo == nullptr) return computeImageStats(bgr);
-    return memo->get<ImageStats>("image-stats:" + imageIdentity(bgr), [&] { return computeImageStats(bgr); });
+    return memo->get<ImageStats>("image-stats:" + imageIdentity(bgr), [&] { return computeImageStats(bgr, memo); });
 }
 
 }  // namespace kv

@@ -28,9 +28,11 @@ struct ImageStats {
     double entropy = 0;        // grey histogram entropy in bits / 8
 };
 
-ImageStats computeImageStats(const cv::Mat& bgr);
-
 class ExecuteMemo;
+
+// memo: where bgr's 256-pixel copy is shared (sharedShrink); none: made here.
+ImageStats computeImageStats(const cv::Mat& bgr, ExecuteMemo* memo = nullptr);
+
 // computeImageStats(bgr), computed once per execute with a memo (aesthetics, scene v3 and
 // the scene evidence ask for the same image's).
 ImageStats sharedImageStats(const cv::Mat& bgr, ExecuteMemo* memo);
@@ -38,6 +40,11 @@ ImageStats sharedImageStats(const cv::Mat& bgr, ExecuteMemo* memo);
 // image scaled down (INTER_AREA) so that its longer side is at most side pixels, or image
 // itself when it fits; extreme shapes (1 x 16384) keep one row or column.
 cv::Mat shrinkToFit(const cv::Mat& image, int side);
+
+// shrinkToFit(image, side), computed once per execute with a memo (the statistics, the scene
+// evidence, saliency and both mattings shrink the same image to 256 pixels). The copy is
+// shared: read it, never write into it.
+cv::Mat sharedShrink(const cv::Mat& image, int side, ExecuteMemo* memo);
 
 // Skin-coloured pixels (255) by the YCrCb rule 133 <= Cr <= 173, 77 <= Cb <= 127.
 cv::Mat skinMask(const cv::Mat& bgr);

@@ -113,7 +113,7 @@ public:
 
     std::unique_ptr<NodeOutput> run(const NodeParams& params, const std::vector<NodeOutput*>& inputs) override {
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        cv::Mat small = shrinkToFit(bgr, side_);
+        const cv::Mat small = sharedShrink(bgr, side_, memo);
         const SalientRegion s = sharedSalientRegion(bgr, small, memo);
         Glintcore::SharePtr<Vantor::SaliencySegInfo> info(new Vantor::SaliencySegInfo());
         info->valid = !s.box.empty();
@@ -221,7 +221,7 @@ public:
         const int iterations = static_cast<int>(params.intOr("matting_iterations", iterations_));
         if (iterations < 1 || iterations > 20) throw Error(Vantor::INVALID_NODE, "matting_iterations out of range");
         const cv::Mat& bgr = inputAs<ImageOutput>(inputs, 0).bgr;
-        cv::Mat small = shrinkToFit(bgr, kWorkSide);
+        const cv::Mat small = sharedShrink(bgr, kWorkSide, memo);
         cv::Mat mask;
         if (persons_) {
             // The network runs only when the detector finds a person.
@@ -288,7 +288,7 @@ public:
         // Pet matting: GrabCut per pet (at most two). With the detector: its box probable
         // foreground, the face (if any) certain; from a face alone: the face probable
         // foreground inside a box widened sideways and extended downwards for the body.
-        cv::Mat work = shrinkToFit(bgr, kWorkSide);
+        const cv::Mat work = sharedShrink(bgr, kWorkSide, memo);
         const double toWork = double(work.cols) / bgr.cols;
         auto scaled = [&](const cv::Rect& r) {
             return cv::Rect(int(r.x * toWork), int(r.y * toWork), int(r.width * toWork), int(r.height * toWork));

@@ -129,7 +129,7 @@ double banded(double cue, double strength) {
 
 SceneEvidence measureScene(const cv::Mat& input, ExecuteMemo* memo) {
     SceneEvidence e;
-    const cv::Mat bgr = shrinkToFit(input, 256);
+    const cv::Mat bgr = sharedShrink(input, 256, memo);
     if (bgr.empty()) return e;
     cv::Mat hsv, grey;
     cv::cvtColor(bgr, hsv, cv::COLOR_BGR2HSV);
