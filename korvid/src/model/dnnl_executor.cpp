@@ -11,6 +11,8 @@
 
 #include <dnnl.hpp>
 
+#include "model/onnx_rules.h"
+
 namespace kv {
 
 namespace {
@@ -22,16 +24,14 @@ using Dims = memory::dims;
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr dnnl::prop_kind kInference = dnnl::prop_kind::forward_inference;
-// Bounds on what a damaged file may ask for: no network of ours comes near them.
-constexpr int64_t kMaxDim = int64_t(1) << 20;
-constexpr int64_t kMaxElements = int64_t(1) << 28;
 constexpr size_t kAlign = 64;
 
-struct Unsupported {
-    std::string why;
-};
-
-[[noreturn]] void unsupported(const std::string& why) { throw Unsupported{why}; }
+using onnx::broadcast;
+using onnx::checkedDim;
+using onnx::kMaxDim;
+using onnx::kMaxElements;
+using onnx::Unsupported;
+using onnx::unsupported;
 
 int64_t product(const Dims& dims) {
     int64_t n = 1;
@@ -63,16 +63,6 @@ memory::desc likeDesc(const Dims& dims, const memory::desc& md) {
         }
     }
     return plainDesc(dims);
-}
-
-Dims broadcast(Dims a, Dims b) {
-    if (a.size() < b.size()) std::swap(a, b);
-    b.insert(b.begin(), a.size() - b.size(), 1);
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (a[i] != b[i] && a[i] != 1 && b[i] != 1) unsupported("operands that do not broadcast");
-        a[i] = std::max(a[i], b[i]);
-    }
-    return a;
 }
 
 // OpenMP's thread count of the calling thread set to one while oneDNN works, and set back
@@ -279,11 +269,6 @@ public:
     size_t bufferBytes = 0;
 
 private:
-    static int64_t checkedDim(int64_t d) {
-        if (d <= 0 || d > kMaxDim) unsupported("a dimension of " + std::to_string(d));
-        return d;
-    }
-
     int define(const std::string& name, const Dims& dims, const memory::desc& md, int producer, int slot = -1) {
         int64_t total = 1;
         for (int64_t d : dims) {
@@ -320,22 +305,9 @@ private:
         return id;
     }
 
-    const OnnxTensor* constant(const std::string& name) const {
-        const auto it = graph_.constants.find(name);
-        return it == graph_.constants.end() ? nullptr : &it->second;
-    }
-
-    const OnnxTensor& floats(const std::string& name) const {
-        const OnnxTensor* t = constant(name);
-        if (t == nullptr || !t->isFloat) unsupported("\"" + name + "\" that is not a float constant");
-        return *t;
-    }
-
-    const std::vector<int64_t>& ints(const std::string& name) const {
-        const OnnxTensor* t = constant(name);
-        if (t == nullptr || t->isFloat) unsupported("\"" + name + "\" that is not an integer constant");
-        return t->ints;
-    }
+    const OnnxTensor* constant(const std::string& name) const { return onnx::findConstant(graph_, name); }
+    const OnnxTensor& floats(const std::string& name) const { return onnx::floatConstant(graph_, name); }
+    const std::vector<int64_t>& ints(const std::string& name) const { return onnx::intConstant(graph_, name); }
 
     float scalar(const OnnxNode& n, size_t input, const std::string& attribute, float fallback) const {
         if (n.inputs.size() > input && !n.inputs[input].empty()) {
@@ -346,25 +318,6 @@ private:
         return n.floatOr(attribute, fallback);
     }
 
-    static std::vector<int64_t> pair(const OnnxNode& n, const std::string& name, size_t count, int64_t fallback, int64_t low) {
-        const std::vector<int64_t> v = n.intsOr(name, std::vector<int64_t>(count, fallback));
-        if (v.size() != count) unsupported(n.op + " with " + name + " of " + std::to_string(v.size()) + " values");
-        for (int64_t x : v) {
-            if (x < low || x > kMaxDim) unsupported(n.op + " with " + name + " " + std::to_string(x));
-        }
-        return v;
-    }
-
-    static void explicitPadding(const OnnxNode& n) {
-        const std::string autoPad = n.textOr("auto_pad", "NOTSET");
-        if (autoPad != "NOTSET" && autoPad != "VALID") unsupported(n.op + " with auto_pad " + autoPad);
-    }
-
-    static int64_t outSize(int64_t in, int64_t before, int64_t after, int64_t kernel, int64_t stride, int64_t dilation) {
-        const int64_t span = (kernel - 1) * dilation + 1;
-        if (in + before + after < span) unsupported("a window larger than its padded input");
-        return (in + before + after - span) / stride + 1;
-    }
 
     // A copy of the weights (or other constant) into a memory of oneDNN's own.
     memory constantMemory(const std::vector<float>& data, const memory::desc& md) {
@@ -469,17 +422,17 @@ private:
         if (in.dims.size() != 4) unsupported("Conv of a tensor that is not an image");
         const OnnxTensor& w = floats(n.inputs[1]);
         if (w.dims.size() != 4) unsupported("Conv weights that are not 4-D");
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         const int64_t o = checkedDim(w.dims[0]), ig = checkedDim(w.dims[1]), kh = checkedDim(w.dims[2]), kw = checkedDim(w.dims[3]);
         const int64_t group = n.intOr("group", 1);
         if (group <= 0 || group > kMaxDim) unsupported("Conv group " + std::to_string(group));
         const int64_t c = in.dims[1];
         if (c % group != 0 || ig != c / group || o % group != 0) unsupported("Conv weights that do not fit its input");
         if (product(w.dims) != int64_t(w.floats.size())) unsupported("Conv weights of another size than their shape");
-        const std::vector<int64_t> kernel = pair(n, "kernel_shape", 2, kh, 1);
+        const std::vector<int64_t> kernel = onnx::attributeInts(n, "kernel_shape", 2, kh, 1);
         if (kernel[0] != kh || kernel[1] != kw) unsupported("Conv kernel_shape other than its weights'");
-        const std::vector<int64_t> strides = pair(n, "strides", 2, 1, 1), dilations = pair(n, "dilations", 2, 1, 1);
-        std::vector<int64_t> pads = pair(n, "pads", 4, 0, 0);  // top, left, bottom, right
+        const std::vector<int64_t> strides = onnx::attributeInts(n, "strides", 2, 1, 1), dilations = onnx::attributeInts(n, "dilations", 2, 1, 1);
+        std::vector<int64_t> pads = onnx::attributeInts(n, "pads", 4, 0, 0);  // top, left, bottom, right
         if (!in.pendingPad.empty())
             for (size_t i = 0; i < 4; ++i) pads[i] += in.pendingPad[i];
         std::vector<float> bias(size_t(o), 0.0f);
@@ -488,8 +441,8 @@ private:
             if (int64_t(b.floats.size()) != o) unsupported("Conv bias of another size than its outputs");
             bias = b.floats;
         }
-        const int64_t oh = outSize(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
-        const int64_t ow = outSize(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
+        const int64_t oh = onnx::windowOutput<int64_t>(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
+        const int64_t ow = onnx::windowOutput<int64_t>(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
         const Dims outDims{in.dims[0], o, oh, ow};
         ConvSpec spec;
         spec.strides = {strides[0], strides[1]};
@@ -764,17 +717,17 @@ private:
         const int in = readable(n, 0);
         const Dims dims = values_[size_t(in)].dims;
         if (dims.size() != 4) unsupported(n.op + " of a tensor that is not an image");
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         if (n.intOr("ceil_mode", 0) != 0 || n.intOr("storage_order", 0) != 0) unsupported(n.op + " with ceil_mode or storage_order");
-        const std::vector<int64_t> kernel = pair(n, "kernel_shape", 2, 0, 1), strides = pair(n, "strides", 2, 1, 1);
-        const std::vector<int64_t> pads = pair(n, "pads", 4, 0, 0), dilations = pair(n, "dilations", 2, 1, 1);
+        const std::vector<int64_t> kernel = onnx::attributeInts(n, "kernel_shape", 2, 0, 1), strides = onnx::attributeInts(n, "strides", 2, 1, 1);
+        const std::vector<int64_t> pads = onnx::attributeInts(n, "pads", 4, 0, 0), dilations = onnx::attributeInts(n, "dilations", 2, 1, 1);
         const bool average = n.op == "AveragePool";
         if (average && dilations != std::vector<int64_t>{1, 1}) unsupported("AveragePool with dilation");
         const algorithm alg = !average                            ? algorithm::pooling_max
                               : n.intOr("count_include_pad", 0) ? algorithm::pooling_avg_include_padding
                                                                 : algorithm::pooling_avg_exclude_padding;
-        const int64_t oh = outSize(dims[2], pads[0], pads[2], kernel[0], strides[0], dilations[0]);
-        const int64_t ow = outSize(dims[3], pads[1], pads[3], kernel[1], strides[1], dilations[1]);
+        const int64_t oh = onnx::windowOutput<int64_t>(dims[2], pads[0], pads[2], kernel[0], strides[0], dilations[0]);
+        const int64_t ow = onnx::windowOutput<int64_t>(dims[3], pads[1], pads[3], kernel[1], strides[1], dilations[1]);
         poolStep(n.outputs[0], in, alg, {kernel[0], kernel[1]}, {strides[0], strides[1]}, {pads[0], pads[1]}, {pads[2], pads[3]},
                  {dilations[0] - 1, dilations[1] - 1}, {dims[0], dims[1], oh, ow});
     }
@@ -1053,7 +1006,7 @@ private:
         if (inDims.size() != 4) unsupported("ConvTranspose of a tensor that is not an image");
         const OnnxTensor& w = floats(n.inputs[1]);
         if (w.dims.size() != 4) unsupported("ConvTranspose weights that are not 4-D");
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         if (n.attribute("output_shape") != nullptr) unsupported("ConvTranspose with output_shape");
         const int64_t ci = checkedDim(w.dims[0]), og = checkedDim(w.dims[1]), kh = checkedDim(w.dims[2]), kw = checkedDim(w.dims[3]);
         const int64_t group = n.intOr("group", 1);
@@ -1062,10 +1015,10 @@ private:
         if (ci != c || c % group != 0) unsupported("ConvTranspose weights that do not fit its input");
         if (product(w.dims) != int64_t(w.floats.size())) unsupported("ConvTranspose weights of another size than their shape");
         const int64_t ig = c / group, o = og * group;
-        const std::vector<int64_t> kernel = pair(n, "kernel_shape", 2, kh, 1);
+        const std::vector<int64_t> kernel = onnx::attributeInts(n, "kernel_shape", 2, kh, 1);
         if (kernel[0] != kh || kernel[1] != kw) unsupported("ConvTranspose kernel_shape other than its weights'");
-        const std::vector<int64_t> strides = pair(n, "strides", 2, 1, 1), dilations = pair(n, "dilations", 2, 1, 1);
-        const std::vector<int64_t> pads = pair(n, "pads", 4, 0, 0), extra = pair(n, "output_padding", 2, 0, 0);
+        const std::vector<int64_t> strides = onnx::attributeInts(n, "strides", 2, 1, 1), dilations = onnx::attributeInts(n, "dilations", 2, 1, 1);
+        const std::vector<int64_t> pads = onnx::attributeInts(n, "pads", 4, 0, 0), extra = onnx::attributeInts(n, "output_padding", 2, 0, 0);
         std::vector<float> bias(size_t(o), 0.0f);
         if (n.inputs.size() > 2 && !n.inputs[2].empty()) {
             const OnnxTensor& b = floats(n.inputs[2]);

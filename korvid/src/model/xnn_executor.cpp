@@ -8,22 +8,21 @@
 
 #include <xnnpack.h>
 
+#include "model/onnx_rules.h"
+
 namespace kv {
 
 namespace {
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
-// Bounds on what a damaged file may ask for: no network of ours comes near them.
-constexpr size_t kMaxDim = size_t(1) << 20;
-constexpr size_t kMaxElements = size_t(1) << 28;
+// Bounds on what a damaged file may ask for, in XNNPACK's unsigned sizes.
+constexpr size_t kMaxDim = size_t(onnx::kMaxDim);
+constexpr size_t kMaxElements = size_t(onnx::kMaxElements);
 // XNNPACK may read this far past an input and write past an output.
 constexpr size_t kPadFloats = XNN_EXTRA_BYTES / sizeof(float) + 1;
 
-struct Unsupported {
-    std::string why;
-};
-
-[[noreturn]] void unsupported(const std::string& why) { throw Unsupported{why}; }
+using onnx::Unsupported;
+using onnx::unsupported;
 
 size_t product(const std::vector<size_t>& dims) {
     size_t n = 1;
@@ -83,16 +82,6 @@ std::vector<float> toNhwc(const std::vector<float>& src, const std::vector<size_
     const size_t c = d[1], pixels = d[2] * d[3];
     for (size_t i = 0; i < d[0]; ++i) planesToPixels(src.data() + i * c * pixels, out.data() + i * c * pixels, c, pixels);
     return out;
-}
-
-std::vector<size_t> broadcast(std::vector<size_t> a, std::vector<size_t> b) {
-    if (a.size() < b.size()) std::swap(a, b);
-    b.insert(b.begin(), a.size() - b.size(), 1);
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (a[i] != b[i] && a[i] != 1 && b[i] != 1) unsupported("operands that do not broadcast");
-        a[i] = std::max(a[i], b[i]);
-    }
-    return a;
 }
 
 class Builder {
@@ -187,10 +176,7 @@ private:
         return true;
     }
 
-    static size_t checkedDim(int64_t d) {
-        if (d <= 0 || uint64_t(d) > kMaxDim) unsupported("a dimension of " + std::to_string(d));
-        return size_t(d);
-    }
+    static size_t checkedDim(int64_t d) { return size_t(onnx::checkedDim(d)); }
 
     static void check(xnn_status status, const std::string& what) {
         if (status != xnn_status_success) unsupported(what + " refused by XNNPACK (status " + std::to_string(int(status)) + ")");
@@ -234,22 +220,10 @@ private:
         return it->second;
     }
 
-    const OnnxTensor* constant(const std::string& name) const {
-        const auto it = graph_.constants.find(name);
-        return it == graph_.constants.end() ? nullptr : &it->second;
-    }
+    const OnnxTensor* constant(const std::string& name) const { return onnx::findConstant(graph_, name); }
 
-    const OnnxTensor& floats(const std::string& name) const {
-        const OnnxTensor* t = constant(name);
-        if (t == nullptr || !t->isFloat) unsupported("weights \"" + name + "\" that are not float constants");
-        return *t;
-    }
-
-    std::vector<int64_t> ints(const std::string& name) const {
-        const OnnxTensor* t = constant(name);
-        if (t == nullptr || t->isFloat) unsupported("\"" + name + "\" that is not an integer constant");
-        return t->ints;
-    }
+    const OnnxTensor& floats(const std::string& name) const { return onnx::floatConstant(graph_, name); }
+    std::vector<int64_t> ints(const std::string& name) const { return onnx::intConstant(graph_, name); }
 
     const Value& nhwcInput(const OnnxNode& n) const {
         const Value& in = value(n.inputs[0]);
@@ -259,25 +233,8 @@ private:
 
     // Attribute of two values (pads: four), each at least low.
     static std::vector<size_t> pair(const OnnxNode& n, const std::string& name, size_t count, int64_t fallback, int64_t low) {
-        const std::vector<int64_t> v = n.intsOr(name, std::vector<int64_t>(count, fallback));
-        if (v.size() != count) unsupported(n.op + " with " + name + " of " + std::to_string(v.size()) + " values");
-        std::vector<size_t> out;
-        for (int64_t x : v) {
-            if (x < low || uint64_t(x) > kMaxDim) unsupported(n.op + " with " + name + " " + std::to_string(x));
-            out.push_back(size_t(x));
-        }
-        return out;
-    }
-
-    static void explicitPadding(const OnnxNode& n) {
-        const std::string autoPad = n.textOr("auto_pad", "NOTSET");
-        if (autoPad != "NOTSET" && autoPad != "VALID") unsupported(n.op + " with auto_pad " + autoPad);
-    }
-
-    static size_t outSize(size_t in, size_t before, size_t after, size_t kernel, size_t stride, size_t dilation) {
-        const size_t span = (kernel - 1) * dilation + 1;
-        if (in + before + after < span) unsupported("a window larger than its padded input");
-        return (in + before + after - span) / stride + 1;
+        const std::vector<int64_t> v = onnx::attributeInts(n, name, count, fallback, low);
+        return std::vector<size_t>(v.begin(), v.end());
     }
 
     void conv(const OnnxNode& n) {
@@ -285,7 +242,7 @@ private:
         if (n.inputs.size() < 2) unsupported("Conv without weights");
         const OnnxTensor& w = floats(n.inputs[1]);
         if (w.dims.size() != 4) unsupported("Conv weights that are not 4-D");
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         const size_t o = checkedDim(w.dims[0]), ig = checkedDim(w.dims[1]), kh = checkedDim(w.dims[2]), kw = checkedDim(w.dims[3]);
         const int64_t groupAttr = n.intOr("group", 1);
         if (groupAttr <= 0 || uint64_t(groupAttr) > kMaxDim) unsupported("Conv group " + std::to_string(groupAttr));
@@ -301,8 +258,8 @@ private:
             if (b.floats.size() != o) unsupported("Conv bias of another size than its outputs");
             bias = b.floats;
         }
-        const size_t oh = outSize(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
-        const size_t ow = outSize(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
+        const size_t oh = onnx::windowOutput<size_t>(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
+        const size_t ow = onnx::windowOutput<size_t>(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
         const Value out = define(n.outputs[0], {in.dims[0], o, oh, ow}, true);
         const uint32_t biasId = staticTensor(std::move(bias), {o}, true);
         std::vector<float> filter(w.floats.size());
@@ -403,7 +360,7 @@ private:
             auto [id, d] = constantOperand(c0 == nullptr ? *c1 : *c0, v);
             ids[k] = v.id, dims[k] = v.dims, ids[1 - k] = id, dims[1 - k] = d, nhwc = v.nhwc;
         }
-        const Value out = define(n.outputs[0], broadcast(dims[0], dims[1]), nhwc);
+        const Value out = define(n.outputs[0], onnx::broadcast<size_t>(dims[0], dims[1]), nhwc);
         xnn_status status;
         if (n.op == "Add") status = xnn_define_add2(sg_, -kInf, kInf, ids[0], ids[1], out.id, 0);
         else if (n.op == "Sub") status = xnn_define_subtract(sg_, -kInf, kInf, ids[0], ids[1], out.id, 0);
@@ -414,7 +371,7 @@ private:
 
     void pool(const OnnxNode& n) {
         const Value in = nhwcInput(n);
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         if (n.intOr("ceil_mode", 0) != 0 || n.intOr("storage_order", 0) != 0) unsupported(n.op + " with ceil_mode or storage_order");
         const std::vector<size_t> kernel = pair(n, "kernel_shape", 2, 0, 1), strides = pair(n, "strides", 2, 1, 1);
         const std::vector<size_t> pads = pair(n, "pads", 4, 0, 0), dilations = pair(n, "dilations", 2, 1, 1);
@@ -423,8 +380,8 @@ private:
         if (average && (pads != std::vector<size_t>(4, 0) || dilations != std::vector<size_t>{1, 1})) {
             unsupported("AveragePool with padding or dilation");
         }
-        const size_t oh = outSize(in.dims[2], pads[0], pads[2], kernel[0], strides[0], dilations[0]);
-        const size_t ow = outSize(in.dims[3], pads[1], pads[3], kernel[1], strides[1], dilations[1]);
+        const size_t oh = onnx::windowOutput<size_t>(in.dims[2], pads[0], pads[2], kernel[0], strides[0], dilations[0]);
+        const size_t ow = onnx::windowOutput<size_t>(in.dims[3], pads[1], pads[3], kernel[1], strides[1], dilations[1]);
         const Value out = define(n.outputs[0], {in.dims[0], in.dims[1], oh, ow}, true);
         if (average) {
             check(xnn_define_average_pooling_2d(sg_, 0, 0, 0, 0, uint32_t(kernel[0]), uint32_t(kernel[1]), uint32_t(strides[0]),
@@ -557,7 +514,7 @@ private:
         if (n.inputs.size() < 2) unsupported("ConvTranspose without weights");
         const OnnxTensor& w = floats(n.inputs[1]);
         if (w.dims.size() != 4) unsupported("ConvTranspose weights that are not 4-D");
-        explicitPadding(n);
+        onnx::requireExplicitPadding(n);
         if (n.attribute("output_shape") != nullptr) unsupported("ConvTranspose with output_shape");
         const size_t ci = checkedDim(w.dims[0]), og = checkedDim(w.dims[1]), kh = checkedDim(w.dims[2]), kw = checkedDim(w.dims[3]);
         const int64_t groupAttr = n.intOr("group", 1);
