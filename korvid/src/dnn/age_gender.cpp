@@ -9,7 +9,7 @@ namespace kv {
 const NetworkShape& AgeGenderEstimator::shape() {
     // gender: softmax over (male, female)
     using namespace declared::face_age_gender_out;
-    static const NetworkShape s{inputShape(declared::face_age_gender), {{age, 1}, {gender, 2}}, declared::face_age_gender.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::face_age_gender, {{age, 1}, {gender, 2}});
     return s;
 }
 

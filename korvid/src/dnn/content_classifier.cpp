@@ -27,7 +27,7 @@ ContentScores runNetwork(Network& network, const cv::Mat& bgr) {
 }  // namespace
 
 const NetworkShape& ContentClassifier::shape() {
-    static const NetworkShape s{inputShape(kInput), {{declared::qm_nsfw_out::probs, kContentClasses}}, kInput.xnnpackFirst};
+    static const NetworkShape s = declaredShape(kInput, {{declared::qm_nsfw_out::probs, kContentClasses}});
     return s;
 }
 

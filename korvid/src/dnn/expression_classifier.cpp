@@ -13,7 +13,7 @@ constexpr int kSide = declared::qm_face_attribute_exp.width;
 }
 
 const NetworkShape& ExpressionClassifier::shape() {
-    static const NetworkShape s{inputShape(declared::qm_face_attribute_exp), {{declared::qm_face_attribute_exp_out::probs, kExpressions}}, declared::qm_face_attribute_exp.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_face_attribute_exp, {{declared::qm_face_attribute_exp_out::probs, kExpressions}});
     return s;
 }
 

@@ -7,7 +7,7 @@
 namespace kv {
 
 const NetworkShape& FaceDescriptor::shape() {
-    static const NetworkShape s{inputShape(declared::face_descriptor), {{declared::face_descriptor_out::descriptor, kLength}}, declared::face_descriptor.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::face_descriptor, {{declared::face_descriptor_out::descriptor, kLength}});
     return s;
 }
 

@@ -39,7 +39,7 @@ float sigmoid(float v) { return 1.f / (1.f + std::exp(-std::clamp(v, -100.f, 100
 
 const NetworkShape& FaceDetector::shape() {
     using namespace declared::qm_face_out;
-    static const NetworkShape s{inputShape(declared::qm_face), {{scores16, 512}, {boxes16, 512 * 16}, {scores8, 384}, {boxes8, 384 * 16}}, declared::qm_face.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_face, {{scores16, 512}, {boxes16, 512 * 16}, {scores8, 384}, {boxes8, 384 * 16}});
     return s;
 }
 

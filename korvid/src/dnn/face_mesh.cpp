@@ -82,12 +82,12 @@ std::vector<cv::Point2f> pick(const std::vector<cv::Point2f>& points, const int 
 
 const NetworkShape& FaceMesh::shape() {
     using namespace declared::qm_face_mesh_out;
-    static const NetworkShape s{inputShape(declared::qm_face_mesh), {{mesh, kLandmarks * 3}, {face, 1}}, declared::qm_face_mesh.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_face_mesh, {{mesh, kLandmarks * 3}, {face, 1}});
     return s;
 }
 
 const NetworkShape& FaceMesh::irisShape() {
-    static const NetworkShape s{inputShape(declared::qm_face_iris), {{declared::qm_face_iris_out::iris, kIrisPoints * 3}}, declared::qm_face_iris.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_face_iris, {{declared::qm_face_iris_out::iris, kIrisPoints * 3}});
     return s;
 }
 

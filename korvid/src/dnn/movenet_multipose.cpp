@@ -96,13 +96,13 @@ float weight(const Heads& h, const Candidate& c, size_t k, int y, int x) {
 
 const NetworkShape& MoveNetMultiPose::shape() {
     using namespace declared::qm_skeleton_multi_out;
-    static const NetworkShape s{inputShape(declared::qm_skeleton_multi),
-                               {{centre, kCells},
-                                {heatmap, kCells * kPoseKeyPoints},
-                                {regress, kCells * 2 * kPoseKeyPoints},
-                                {offset, kCells * 2 * kPoseKeyPoints},
-                                {box_scale, kCells * 2},
-                                {box_offset, kCells * 2}}, declared::qm_skeleton_multi.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_skeleton_multi,
+                                                {{centre, kCells},
+                                                 {heatmap, kCells * kPoseKeyPoints},
+                                                 {regress, kCells * 2 * kPoseKeyPoints},
+                                                 {offset, kCells * 2 * kPoseKeyPoints},
+                                                 {box_scale, kCells * 2},
+                                                 {box_offset, kCells * 2}});
     return s;
 }
 

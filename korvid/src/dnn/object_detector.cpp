@@ -37,7 +37,7 @@ const NetworkShape& ObjectDetector::shape() {
     static const NetworkShape s = [] {
         using namespace declared::qm_object_out;
         const std::array<std::pair<const char*, const char*>, 3> names = {{{scores8, boxes8}, {scores16, boxes16}, {scores32, boxes32}}};
-        NetworkShape n{inputShape(declared::qm_object), {}, declared::qm_object.xnnpackFirst};
+        NetworkShape n = declaredShape(declared::qm_object, {});
         for (size_t level = 0; level < kStrides.size(); ++level) {
             const size_t cells = size_t(kSide / kStrides[level]) * size_t(kSide / kStrides[level]);
             n.outputs.emplace_back(names[level].first, cells * kClasses);

@@ -12,7 +12,7 @@ constexpr int kSide = declared::qm_selfie.width;
 }  // namespace
 
 const NetworkShape& PersonSegmenter::shape() {
-    static const NetworkShape s{inputShape(declared::qm_selfie), {{declared::qm_selfie_out::mask, size_t(kSide) * kSide}}, declared::qm_selfie.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_selfie, {{declared::qm_selfie_out::mask, size_t(kSide) * kSide}});
     return s;
 }
 

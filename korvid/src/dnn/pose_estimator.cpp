@@ -31,12 +31,12 @@ constexpr float kMinBoxPointScore = 0.3f;  // key points that span the single pe
 
 const NetworkShape& PoseEstimator::singleShape() {
     using namespace declared::qm_skeleton_single_out;
-    static const NetworkShape s{inputShape(declared::qm_skeleton_single),
-                               {{heatmap, kGrid * kGrid * kPoseKeyPoints},
-                                {centre, kGrid * kGrid},
-                                {regress, kGrid * kGrid * 2 * kPoseKeyPoints},
-                                {offset, kGrid * kGrid * 2 * kPoseKeyPoints},
-                                {centres, kGrid * kGrid}}, declared::qm_skeleton_single.xnnpackFirst};
+    static const NetworkShape s = declaredShape(declared::qm_skeleton_single,
+                                                {{heatmap, kGrid * kGrid * kPoseKeyPoints},
+                                                 {centre, kGrid * kGrid},
+                                                 {regress, kGrid * kGrid * 2 * kPoseKeyPoints},
+                                                 {offset, kGrid * kGrid * 2 * kPoseKeyPoints},
+                                                 {centres, kGrid * kGrid}});
     return s;
 }
 

@@ -179,6 +179,10 @@ Accelerated accelerated(const ModelBlob& blob, const NetworkShape& shape, const 
 
 }  // namespace
 
+NetworkShape declaredShape(const NetworkInput& in, std::vector<std::pair<std::string, size_t>> outputs) {
+    return NetworkShape{inputShape(in), std::move(outputs), in.xnnpackFirst};
+}
+
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape, NetworkRuntime runtime) {
     return readNetwork(blob, digestOf(blob.data, blob.size), shape, runtime);
 }

@@ -18,6 +18,7 @@
 #include "model/content_digest.h"
 #include "model/error.h"
 #include "model/model_blob.h"
+#include "model/network_input.h"
 #include "model/model_reference.h"
 #include "model/model_source.h"
 #include "model/dnnl_executor.h"
@@ -32,6 +33,11 @@ struct NetworkShape {
     std::vector<std::pair<std::string, size_t>> outputs;
     bool xnnpackFirst = false;  // as declared (NetworkInput::xnnpackFirst)
 };
+
+// The shape of a declared network: its input size and its runtime from the declaration,
+// with the outputs the reading node expects. Every wrapper builds its shape here, so none
+// can leave out part of the declaration.
+NetworkShape declaredShape(const NetworkInput& in, std::vector<std::pair<std::string, size_t>> outputs);
 
 // A loaded network, the shape it passed and the digest of the bytes it was read from (the
 // bytes themselves go back with the graph). forward() runs it
