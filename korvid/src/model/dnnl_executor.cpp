@@ -30,6 +30,8 @@ using onnx::broadcast;
 using onnx::checkedDim;
 using onnx::kMaxDim;
 using onnx::kMaxElements;
+using onnx::Op;
+using onnx::operatorOf;
 using onnx::Unsupported;
 using onnx::unsupported;
 
@@ -184,30 +186,29 @@ public:
     }
 
     void node(const OnnxNode& n) {
-        if (n.outputs.empty() || n.inputs.empty()) unsupported(n.op + " without inputs or outputs");
-        const std::string& op = n.op;
-        if (op == "Conv") conv(n);
-        else if (op == "Relu") activation(n, {eltwise(algorithm::eltwise_relu, 0, 0)});
-        else if (op == "LeakyRelu") activation(n, {eltwise(algorithm::eltwise_relu, n.floatOr("alpha", 0.01f), 0)});
-        else if (op == "Clip") activation(n, {eltwise(algorithm::eltwise_clip, scalar(n, 1, "min", -kInf), scalar(n, 2, "max", kInf))});
-        else if (op == "Sigmoid") activation(n, {eltwise(algorithm::eltwise_logistic, 0, 0)});
-        else if (op == "HardSigmoid") {
-            activation(n, {eltwise(algorithm::eltwise_linear, n.floatOr("alpha", 0.2f), n.floatOr("beta", 0.5f)),
-                           eltwise(algorithm::eltwise_clip, 0.0f, 1.0f)});
-        } else if (op == "Add" || op == "Sub" || op == "Mul" || op == "Div") binary(n);
-        else if (op == "Concat") concat(n);
-        else if (op == "ConvTranspose") deconv(n);
-        else if (op == "PRelu") prelu(n);
-        else if (op == "MaxPool" || op == "AveragePool") pool(n);
-        else if (op == "GlobalAveragePool") globalAverage(n);
-        else if (op == "Pad") pad(n);
-        else if (op == "Transpose") transpose(n);
-        else if (op == "Reshape" || op == "Flatten") reshape(n);
-        else if (op == "Identity") names_[n.outputs[0]] = valueId(n.inputs[0]);
-        else if (op == "Softmax") softmax(n);
-        else if (op == "MatMul" || op == "Gemm") fullyConnected(n);
-        else if (op == "Resize") resize(n);
-        else unsupported("operator " + op);
+        switch (operatorOf(n)) {
+        case Op::Conv: return conv(n);
+        case Op::Relu: return activation(n, {eltwise(algorithm::eltwise_relu, 0, 0)});
+        case Op::LeakyRelu: return activation(n, {eltwise(algorithm::eltwise_relu, n.floatOr("alpha", 0.01f), 0)});
+        case Op::Clip: return activation(n, {eltwise(algorithm::eltwise_clip, scalar(n, 1, "min", -kInf), scalar(n, 2, "max", kInf))});
+        case Op::Sigmoid: return activation(n, {eltwise(algorithm::eltwise_logistic, 0, 0)});
+        case Op::HardSigmoid:
+            return activation(n, {eltwise(algorithm::eltwise_linear, n.floatOr("alpha", 0.2f), n.floatOr("beta", 0.5f)),
+                                  eltwise(algorithm::eltwise_clip, 0.0f, 1.0f)});
+        case Op::Add: case Op::Sub: case Op::Mul: case Op::Div: return binary(n);
+        case Op::Concat: return concat(n);
+        case Op::ConvTranspose: return deconv(n);
+        case Op::PRelu: return prelu(n);
+        case Op::MaxPool: case Op::AveragePool: return pool(n);
+        case Op::GlobalAveragePool: return globalAverage(n);
+        case Op::Pad: return pad(n);
+        case Op::Transpose: return transpose(n);
+        case Op::Reshape: case Op::Flatten: return reshape(n);
+        case Op::Identity: names_[n.outputs[0]] = valueId(n.inputs[0]); return;
+        case Op::Softmax: return softmax(n);
+        case Op::MatMul: case Op::Gemm: return fullyConnected(n);
+        case Op::Resize: return resize(n);
+        }
     }
 
     // A reorder of the value to a plain tensor of its own, which forward() copies out.
@@ -347,6 +348,32 @@ private:
         return pd.scratchpad_desc().get_size();
     }
 
+    // The descriptor make() returns, or a refusal naming what oneDNN refused.
+    template <typename Make>
+    static auto refusable(const char* what, Make make) -> decltype(make()) {
+        try {
+            return make();
+        } catch (const dnnl::error& e) {
+            unsupported(std::string(what) + " refused by oneDNN: " + e.what());
+        }
+    }
+
+    // Adds the step running the primitive of pd on the sources (argument, value) and the
+    // constants, writing a new value name of dims in pd's destination layout; returns it.
+    template <typename Primitive, typename PrimitiveDesc>
+    int addStep(const PrimitiveDesc& pd, const std::string& name, const Dims& dims, std::vector<std::pair<int, int>> sources,
+                std::vector<std::pair<int, memory>> constants = {}) {
+        Step step;
+        step.primitive = Primitive(pd);
+        step.scratchpad = scratchpadOf(pd);
+        const int out = define(name, dims, pd.dst_desc(), int(steps_.size()));
+        step.values = std::move(sources);
+        step.values.push_back({DNNL_ARG_DST, out});
+        step.constants = std::move(constants);
+        add(std::move(step));
+        return out;
+    }
+
     // The value in layout md: itself, or a reorder of it.
     int inLayout(int id, memory::desc md) {
         if (values_[size_t(id)].md == md) return id;
@@ -459,12 +486,7 @@ private:
         std::memcpy(spec.plainWeights.get_data_handle(), w.floats.data(), w.floats.size() * sizeof(float));
         spec.biasMemory = memory(plainDesc({o}), s_.engine);
         std::memcpy(spec.biasMemory.get_data_handle(), bias.data(), bias.size() * sizeof(float));
-        dnnl::convolution_forward::primitive_desc pd;
-        try {
-            pd = convPd(spec, spec.dst);
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("Conv refused by oneDNN: ") + e.what());
-        }
+        const auto pd = refusable("Conv", [&] { return convPd(spec, spec.dst); });
         spec.src = pd.src_desc();
         spec.weights = pd.weights_desc();
         spec.dst = pd.dst_desc();
@@ -496,15 +518,9 @@ private:
         for (size_t i = 0; i < ops.size(); ++i) {
             const Value& v = values_[size_t(id)];
             dnnl::eltwise_forward::desc d(kInference, ops[i].alg, v.md, ops[i].alpha, ops[i].beta);
-            dnnl::eltwise_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
-            Step step;
-            step.primitive = dnnl::eltwise_forward(pd);
-            step.scratchpad = scratchpadOf(pd);
+            const dnnl::eltwise_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
             const Dims dims = v.dims;
-            const int out = define(i + 1 == ops.size() ? n.outputs[0] : "", dims, pd.dst_desc(), int(steps_.size()));
-            step.values = {{DNNL_ARG_SRC, id}, {DNNL_ARG_DST, out}};
-            add(std::move(step));
-            id = out;
+            id = addStep<dnnl::eltwise_forward>(pd, i + 1 == ops.size() ? n.outputs[0] : "", dims, {{DNNL_ARG_SRC, id}});
         }
     }
 
@@ -630,33 +646,18 @@ private:
     int eltwiseStep(const std::string& name, int in, algorithm alg, float alpha, float beta) {
         const Value v = values_[size_t(in)];
         dnnl::eltwise_forward::desc d(kInference, alg, v.md, alpha, beta);
-        dnnl::eltwise_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
-        Step step;
-        step.primitive = dnnl::eltwise_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(name, v.dims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
-        return out;
+        const dnnl::eltwise_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
+        return addStep<dnnl::eltwise_forward>(pd, name, v.dims, {{DNNL_ARG_SRC, in}});
     }
 
     void binaryStep(const std::string& name, algorithm alg, int a, std::vector<std::pair<int, int>> values, const memory::desc& md1,
                     std::vector<std::pair<int, memory>> constants) {
         const Value v = values_[size_t(a)];
-        dnnl::binary::primitive_desc pd;
-        try {
-            pd = dnnl::binary::primitive_desc(dnnl::binary::desc(alg, v.md, md1, v.md), userScratchpad(), s_.engine);
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("a binary operation refused by oneDNN: ") + e.what());
-        }
-        Step step;
-        step.primitive = dnnl::binary(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(name, v.dims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC_0, a}, {DNNL_ARG_DST, out}};
-        step.values.insert(step.values.end(), values.begin(), values.end());
-        step.constants = std::move(constants);
-        add(std::move(step));
+        const auto pd = refusable("a binary operation", [&] {
+            return dnnl::binary::primitive_desc(dnnl::binary::desc(alg, v.md, md1, v.md), userScratchpad(), s_.engine);
+        });
+        values.insert(values.begin(), {DNNL_ARG_SRC_0, a});
+        addStep<dnnl::binary>(pd, name, v.dims, std::move(values), std::move(constants));
     }
 
     void prelu(const OnnxNode& n) {
@@ -683,34 +684,20 @@ private:
             spec.postOps.pop_back();
         }
         dnnl::prelu_forward::desc d(kInference, v.md, anyDesc(wDims));
-        dnnl::prelu_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
-        Step step;
-        step.primitive = dnnl::prelu_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
+        const dnnl::prelu_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
         memory plainSlopes(plainDesc(wDims), s_.engine);
         std::memcpy(plainSlopes.get_data_handle(), slope.data(), slope.size() * sizeof(float));
-        step.constants = {{DNNL_ARG_WEIGHTS, reordered(plainSlopes, pd.weights_desc())}};
-        const int out = define(n.outputs[0], v.dims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        addStep<dnnl::prelu_forward>(pd, n.outputs[0], v.dims, {{DNNL_ARG_SRC, in}}, {{DNNL_ARG_WEIGHTS, reordered(plainSlopes, pd.weights_desc())}});
     }
 
     void poolStep(const std::string& name, int in, algorithm alg, const Dims& kernel, const Dims& strides, const Dims& padL,
                   const Dims& padR, const Dims& dilations, const Dims& outDims) {
         const Value v = values_[size_t(in)];
-        dnnl::pooling_v2_forward::primitive_desc pd;
-        try {
-            dnnl::pooling_v2_forward::desc d(kInference, alg, v.md, anyDesc(outDims), strides, kernel, dilations, padL, padR);
-            pd = dnnl::pooling_v2_forward::primitive_desc(d, userScratchpad(), s_.engine);
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("pooling refused by oneDNN: ") + e.what());
-        }
-        Step step;
-        step.primitive = dnnl::pooling_v2_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(name, outDims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        const auto pd = refusable("pooling", [&] {
+            const dnnl::pooling_v2_forward::desc d(kInference, alg, v.md, anyDesc(outDims), strides, kernel, dilations, padL, padR);
+            return dnnl::pooling_v2_forward::primitive_desc(d, userScratchpad(), s_.engine);
+        });
+        addStep<dnnl::pooling_v2_forward>(pd, name, outDims, {{DNNL_ARG_SRC, in}});
     }
 
     void pool(const OnnxNode& n) {
@@ -810,12 +797,7 @@ private:
             moves[size_t(perm[j])] = int(j);
             dims[j] = v.dims[size_t(perm[j])];
         }
-        memory::desc permuted;
-        try {
-            permuted = v.md.permute_axes(moves);
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("Transpose refused by oneDNN: ") + e.what());
-        }
+        const memory::desc permuted = refusable("Transpose", [&] { return v.md.permute_axes(moves); });
         const int view = define("", dims, permuted, v.producer, v.slot);
         names_[n.outputs[0]] = plain(view);
     }
@@ -871,13 +853,8 @@ private:
             if (v.dims[size_t(i)] != 1) unsupported("Softmax over more than its last axis");
         }
         dnnl::softmax_forward::desc d(kInference, v.md, int(axis));
-        dnnl::softmax_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
-        Step step;
-        step.primitive = dnnl::softmax_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(n.outputs[0], v.dims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        const dnnl::softmax_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
+        addStep<dnnl::softmax_forward>(pd, n.outputs[0], v.dims, {{DNNL_ARG_SRC, in}});
     }
 
     void fullyConnected(const OnnxNode& n) {
@@ -907,16 +884,12 @@ private:
         in = plain(in);
         const Dims outDims{inDims[0], m};
         dnnl::inner_product_forward::desc d(kInference, values_[size_t(in)].md, anyDesc({m, k}), plainDesc({m}), plainDesc(outDims));
-        dnnl::inner_product_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
+        const dnnl::inner_product_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
         memory plainFilter(plainDesc({m, k}), s_.engine);
         std::memcpy(plainFilter.get_data_handle(), filter.data(), filter.size() * sizeof(float));
-        Step step;
-        step.primitive = dnnl::inner_product_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        step.constants = {{DNNL_ARG_WEIGHTS, reordered(plainFilter, pd.weights_desc())}, {DNNL_ARG_BIAS, constantMemory(bias, plainDesc({m}))}};
-        const int out = define(n.outputs[0], outDims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        addStep<dnnl::inner_product_forward>(
+            pd, n.outputs[0], outDims, {{DNNL_ARG_SRC, in}},
+            {{DNNL_ARG_WEIGHTS, reordered(plainFilter, pd.weights_desc())}, {DNNL_ARG_BIAS, constantMemory(bias, plainDesc({m}))}});
     }
 
     // Bilinear resizing with half-pixel centres, oneDNN's only mapping, to a whole multiple
@@ -945,19 +918,11 @@ private:
         }
         if (transform == "pytorch_half_pixel" && (h == 1 || w == 1)) unsupported("Resize to one pixel");
         const Dims outDims{v.dims[0], v.dims[1], h, w};
-        dnnl::resampling_forward::primitive_desc pd;
-        try {
-            dnnl::resampling_forward::desc d(kInference, algorithm::resampling_linear, v.md, anyDesc(outDims));
-            pd = dnnl::resampling_forward::primitive_desc(d, userScratchpad(), s_.engine);
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("Resize refused by oneDNN: ") + e.what());
-        }
-        Step step;
-        step.primitive = dnnl::resampling_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(n.outputs[0], outDims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, in}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        const auto pd = refusable("Resize", [&] {
+            const dnnl::resampling_forward::desc d(kInference, algorithm::resampling_linear, v.md, anyDesc(outDims));
+            return dnnl::resampling_forward::primitive_desc(d, userScratchpad(), s_.engine);
+        });
+        addStep<dnnl::resampling_forward>(pd, n.outputs[0], outDims, {{DNNL_ARG_SRC, in}});
     }
 
     void concat(const OnnxNode& n) {
@@ -984,19 +949,10 @@ private:
             names_[n.outputs[0]] = parts[0];
             return;
         }
-        dnnl::concat::primitive_desc pd;
-        try {
-            pd = dnnl::concat::primitive_desc(int(axis), mds, s_.engine, userScratchpad());
-        } catch (const dnnl::error& e) {
-            unsupported(std::string("Concat refused by oneDNN: ") + e.what());
-        }
-        Step step;
-        step.primitive = dnnl::concat(pd);
-        step.scratchpad = scratchpadOf(pd);
-        const int out = define(n.outputs[0], dims, pd.dst_desc(), int(steps_.size()));
-        for (size_t i = 0; i < parts.size(); ++i) step.values.push_back({DNNL_ARG_MULTIPLE_SRC + int(i), parts[i]});
-        step.values.push_back({DNNL_ARG_DST, out});
-        add(std::move(step));
+        const auto pd = refusable("Concat", [&] { return dnnl::concat::primitive_desc(int(axis), mds, s_.engine, userScratchpad()); });
+        std::vector<std::pair<int, int>> sources;
+        for (size_t i = 0; i < parts.size(); ++i) sources.push_back({DNNL_ARG_MULTIPLE_SRC + int(i), parts[i]});
+        addStep<dnnl::concat>(pd, n.outputs[0], dims, std::move(sources));
     }
 
     void deconv(const OnnxNode& n) {
@@ -1060,13 +1016,9 @@ private:
             }
         }
         const int src = inLayout(in, pd.src_desc());
-        Step step;
-        step.primitive = dnnl::deconvolution_forward(pd);
-        step.scratchpad = scratchpadOf(pd);
-        step.constants = {{DNNL_ARG_WEIGHTS, reordered(plainWeights, pd.weights_desc())}, {DNNL_ARG_BIAS, constantMemory(bias, plainDesc({o}))}};
-        const int out = define(n.outputs[0], outDims, pd.dst_desc(), int(steps_.size()));
-        step.values = {{DNNL_ARG_SRC, src}, {DNNL_ARG_DST, out}};
-        add(std::move(step));
+        addStep<dnnl::deconvolution_forward>(
+            pd, n.outputs[0], outDims, {{DNNL_ARG_SRC, src}},
+            {{DNNL_ARG_WEIGHTS, reordered(plainWeights, pd.weights_desc())}, {DNNL_ARG_BIAS, constantMemory(bias, plainDesc({o}))}});
     }
 
     void touch(int slot, int step) {

@@ -1,8 +1,26 @@
 #include "model/onnx_rules.h"
 
+#include <map>
+
 namespace kv::onnx {
 
 void unsupported(const std::string& why) { throw Unsupported{why}; }
+
+Op operatorOf(const OnnxNode& n) {
+    static const std::map<std::string, Op> kOperators = {
+        {"Conv", Op::Conv}, {"ConvTranspose", Op::ConvTranspose}, {"Relu", Op::Relu}, {"LeakyRelu", Op::LeakyRelu},
+        {"Clip", Op::Clip}, {"Sigmoid", Op::Sigmoid}, {"HardSigmoid", Op::HardSigmoid}, {"PRelu", Op::PRelu},
+        {"Add", Op::Add}, {"Sub", Op::Sub}, {"Mul", Op::Mul}, {"Div", Op::Div}, {"Concat", Op::Concat},
+        {"MaxPool", Op::MaxPool}, {"AveragePool", Op::AveragePool}, {"GlobalAveragePool", Op::GlobalAveragePool},
+        {"Pad", Op::Pad}, {"Transpose", Op::Transpose}, {"Reshape", Op::Reshape}, {"Flatten", Op::Flatten},
+        {"Identity", Op::Identity}, {"Softmax", Op::Softmax}, {"MatMul", Op::MatMul}, {"Gemm", Op::Gemm},
+        {"Resize", Op::Resize},
+    };
+    if (n.outputs.empty() || n.inputs.empty()) unsupported(n.op + " without inputs or outputs");
+    const auto it = kOperators.find(n.op);
+    if (it == kOperators.end()) unsupported("operator " + n.op);
+    return it->second;
+}
 
 int64_t checkedDim(int64_t d) {
     if (d <= 0 || d > kMaxDim) unsupported("a dimension of " + std::to_string(d));

@@ -14,6 +14,17 @@
 
 namespace kv::onnx {
 
+// The operators both executors run. Each executor dispatches with a switch over it and no
+// default case, so the compiler names an operator one of them leaves out.
+enum class Op {
+    Conv, ConvTranspose, Relu, LeakyRelu, Clip, Sigmoid, HardSigmoid, PRelu,
+    Add, Sub, Mul, Div, Concat, MaxPool, AveragePool, GlobalAveragePool,
+    Pad, Transpose, Reshape, Flatten, Identity, Softmax, MatMul, Gemm, Resize,
+};
+
+// The operator of a node that has inputs and outputs; Unsupported otherwise.
+Op operatorOf(const OnnxNode& n);
+
 // No network of ours comes near these.
 constexpr int64_t kMaxDim = int64_t(1) << 20;
 constexpr int64_t kMaxElements = int64_t(1) << 28;

@@ -21,6 +21,8 @@ constexpr size_t kMaxElements = size_t(onnx::kMaxElements);
 // XNNPACK may read this far past an input and write past an output.
 constexpr size_t kPadFloats = XNN_EXTRA_BYTES / sizeof(float) + 1;
 
+using onnx::Op;
+using onnx::operatorOf;
 using onnx::Unsupported;
 using onnx::unsupported;
 
@@ -109,29 +111,29 @@ public:
     }
 
     void node(const OnnxNode& n) {
-        if (n.outputs.empty() || n.inputs.empty()) unsupported(n.op + " without inputs or outputs");
-        const std::string& op = n.op;
+        const Op op = operatorOf(n);
         if (inputStep(n)) return;
-        if (op == "Conv") conv(n);
-        else if (op == "Relu") clamp(n, 0, kInf);
-        else if (op == "Clip") clip(n);
-        else if (op == "LeakyRelu") unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_leaky_relu(sg_, n.floatOr("alpha", 0.01f), in, out, 0); });
-        else if (op == "Sigmoid") unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_sigmoid(sg_, in, out, 0); });
-        else if (op == "HardSigmoid") hardSigmoid(n);
-        else if (op == "Concat") concat(n);
-        else if (op == "ConvTranspose") deconv(n);
-        else if (op == "PRelu") prelu(n);
-        else if (op == "Add" || op == "Sub" || op == "Mul" || op == "Div") binary(n);
-        else if (op == "MaxPool" || op == "AveragePool") pool(n);
-        else if (op == "GlobalAveragePool") globalAverage(n);
-        else if (op == "Pad") pad(n);
-        else if (op == "Transpose") transpose(n);
-        else if (op == "Reshape" || op == "Flatten") reshape(n);
-        else if (op == "Identity") values_[n.outputs[0]] = value(n.inputs[0]);
-        else if (op == "Softmax") softmax(n);
-        else if (op == "MatMul" || op == "Gemm") fullyConnected(n);
-        else if (op == "Resize") resize(n);
-        else unsupported("operator " + op);
+        switch (op) {
+        case Op::Conv: return conv(n);
+        case Op::Relu: return clamp(n, 0, kInf);
+        case Op::Clip: return clip(n);
+        case Op::LeakyRelu: return unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_leaky_relu(sg_, n.floatOr("alpha", 0.01f), in, out, 0); });
+        case Op::Sigmoid: return unary(n, [&](uint32_t in, uint32_t out) { return xnn_define_sigmoid(sg_, in, out, 0); });
+        case Op::HardSigmoid: return hardSigmoid(n);
+        case Op::Concat: return concat(n);
+        case Op::ConvTranspose: return deconv(n);
+        case Op::PRelu: return prelu(n);
+        case Op::Add: case Op::Sub: case Op::Mul: case Op::Div: return binary(n);
+        case Op::MaxPool: case Op::AveragePool: return pool(n);
+        case Op::GlobalAveragePool: return globalAverage(n);
+        case Op::Pad: return pad(n);
+        case Op::Transpose: return transpose(n);
+        case Op::Reshape: case Op::Flatten: return reshape(n);
+        case Op::Identity: values_[n.outputs[0]] = value(n.inputs[0]); return;
+        case Op::Softmax: return softmax(n);
+        case Op::MatMul: case Op::Gemm: return fullyConnected(n);
+        case Op::Resize: return resize(n);
+        }
     }
 
     // A copy of the value to the external output id, so that outputs that are aliases
