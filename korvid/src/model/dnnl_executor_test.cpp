@@ -8,32 +8,18 @@
 #include <gtest/gtest.h>
 
 #include "model/xnn_executor.h"
+#include "testing/onnx_graphs.h"
 #include "testing/tensor_parity.h"
 
 namespace kv {
 namespace {
 
-OnnxNode node(const std::string& op, std::vector<std::string> inputs, std::vector<std::string> outputs) {
-    OnnxNode n;
-    n.op = op;
-    n.inputs = std::move(inputs);
-    n.outputs = std::move(outputs);
-    return n;
-}
-
-OnnxTensor weights(std::vector<int64_t> dims, uint64_t seed) {
-    OnnxTensor t;
-    size_t count = 1;
-    for (int64_t d : dims) count *= size_t(d);
-    t.dims = std::move(dims);
-    t.isFloat = true;
-    cv::RNG rng(seed);
-    for (size_t i = 0; i < count; ++i) t.floats.push_back(rng.uniform(-0.5f, 0.5f));
-    return t;
-}
+using vqfe_testing::intTensor;
+using vqfe_testing::noiseTensor;
+using vqfe_testing::onnxNode;
 
 OnnxNode conv(const std::string& in, const std::string& w, const std::string& out, int64_t pad, int64_t group = 1) {
-    OnnxNode n = node("Conv", {in, w}, {out});
+    OnnxNode n = onnxNode("Conv", {in, w}, {out});
     n.attributes["pads"].ints = {pad, pad, pad, pad};
     n.attributes["group"].i = group;
     return n;
@@ -64,31 +50,30 @@ TEST(DnnlExecutor, FusedResidualsAndActivationsKeepTheGraphsValues) {
     // depthwise convolution behind a zero Pad (taken into its padding) and a 1 x 1 one.
     OnnxGraph g;
     g.inputs = {"x"};
-    g.constants["w0"] = weights({32, 3, 3, 3}, 1);
-    g.constants["w1"] = weights({32, 32, 3, 3}, 2);
-    g.constants["w2"] = weights({32, 1, 3, 3}, 3);
-    g.constants["w3"] = weights({32, 32, 1, 1}, 4);
-    g.constants["pads"].ints = {0, 0, 1, 2, 0, 0, 1, 0};
-    g.constants["pads"].dims = {8};
+    g.constants["w0"] = noiseTensor({32, 3, 3, 3}, 1);
+    g.constants["w1"] = noiseTensor({32, 32, 3, 3}, 2);
+    g.constants["w2"] = noiseTensor({32, 1, 3, 3}, 3);
+    g.constants["w3"] = noiseTensor({32, 32, 1, 1}, 4);
+    g.constants["pads"] = intTensor({0, 0, 1, 2, 0, 0, 1, 0});
     g.nodes.push_back(conv("x", "w0", "a", 1));
-    g.nodes.push_back(node("Relu", {"a"}, {"r"}));          // fused
+    g.nodes.push_back(onnxNode("Relu", {"a"}, {"r"}));          // fused
     g.nodes.push_back(conv("r", "w1", "b", 1));
-    g.nodes.push_back(node("Add", {"r", "b"}, {"s"}));      // r read again below: not fused
-    g.nodes.push_back(node("Clip", {"s"}, {"c"}));
+    g.nodes.push_back(onnxNode("Add", {"r", "b"}, {"s"}));      // r read again below: not fused
+    g.nodes.push_back(onnxNode("Clip", {"s"}, {"c"}));
     g.nodes.back().attributes["min"].f = 0;
     g.nodes.back().attributes["max"].f = 0.6f;
-    g.nodes.push_back(node("Pad", {"c", "pads"}, {"p"}));   // taken by the depthwise convolution
+    g.nodes.push_back(onnxNode("Pad", {"c", "pads"}, {"p"}));   // taken by the depthwise convolution
     g.nodes.push_back(conv("p", "w2", "d", 0, 32));
-    g.nodes.push_back(node("LeakyRelu", {"d"}, {"l"}));     // fused
+    g.nodes.push_back(onnxNode("LeakyRelu", {"d"}, {"l"}));     // fused
     g.nodes.back().attributes["alpha"].f = 0.1f;
     g.nodes.push_back(conv("r", "w3", "e", 0));             // r's last reader
-    g.nodes.push_back(node("Sigmoid", {"e"}, {"q"}));       // fused
+    g.nodes.push_back(onnxNode("Sigmoid", {"e"}, {"q"}));       // fused
     g.nodes.push_back(conv("q", "w3", "f", 0));
-    g.nodes.push_back(node("Add", {"l", "f"}, {"y"}));      // in place over l
-    g.nodes.push_back(node("Relu", {"y"}, {"z"}));          // fused after the addition
+    g.nodes.push_back(onnxNode("Add", {"l", "f"}, {"y"}));      // in place over l
+    g.nodes.push_back(onnxNode("Relu", {"y"}, {"z"}));          // fused after the addition
     g.nodes.push_back(conv("z", "w3", "g", 0));             // z's other reader, before the one below
     g.nodes.push_back(conv("g", "w3", "h", 0));
-    g.nodes.push_back(node("Add", {"h", "z"}, {"out"}));    // in place over z
+    g.nodes.push_back(onnxNode("Add", {"h", "z"}, {"out"}));    // in place over z
     expectAsXnnpack(g, {1, 3, 20, 17}, {"out"}, 6);
     // Intermediates read by the caller are not fused over; the results are the same.
     expectAsXnnpack(g, {1, 3, 20, 17}, {"out", "z", "a", "l"}, 2);
@@ -99,28 +84,26 @@ TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) {
     // channels last, a Reshape of it and a Gemm, softmax; broadcast per-channel arithmetic.
     OnnxGraph g;
     g.inputs = {"x"};
-    g.constants["w0"] = weights({16, 3, 3, 3}, 5);
-    g.constants["mean"] = weights({1, 3, 1, 1}, 6);
-    g.constants["pads"].ints = {0, 2, 0, 0, 0, 3, 1, 1};
-    g.constants["pads"].dims = {8};
-    g.constants["fill"] = weights({1}, 7);
-    g.constants["shape"].ints = {1, -1};
-    g.constants["shape"].dims = {2};
-    g.constants["fc"] = weights({4, 9 * 8 * 42}, 8);
-    g.nodes.push_back(node("Sub", {"x", "mean"}, {"m"}));
+    g.constants["w0"] = noiseTensor({16, 3, 3, 3}, 5);
+    g.constants["mean"] = noiseTensor({1, 3, 1, 1}, 6);
+    g.constants["pads"] = intTensor({0, 2, 0, 0, 0, 3, 1, 1});
+    g.constants["fill"] = noiseTensor({1}, 7);
+    g.constants["shape"] = intTensor({1, -1});
+    g.constants["fc"] = noiseTensor({4, 9 * 8 * 42}, 8);
+    g.nodes.push_back(onnxNode("Sub", {"x", "mean"}, {"m"}));
     g.nodes.push_back(conv("m", "w0", "a", 1));
-    g.nodes.push_back(node("Pad", {"a", "pads", "fill"}, {"p"}));
-    g.nodes.push_back(node("MaxPool", {"p"}, {"mp"}));
+    g.nodes.push_back(onnxNode("Pad", {"a", "pads", "fill"}, {"p"}));
+    g.nodes.push_back(onnxNode("MaxPool", {"p"}, {"mp"}));
     g.nodes.back().attributes["kernel_shape"].ints = {2, 2};
     g.nodes.back().attributes["strides"].ints = {2, 2};
-    g.nodes.push_back(node("Concat", {"mp", "mp"}, {"c"}));
+    g.nodes.push_back(onnxNode("Concat", {"mp", "mp"}, {"c"}));
     g.nodes.back().attributes["axis"].i = 1;
-    g.nodes.push_back(node("Transpose", {"c"}, {"t"}));
+    g.nodes.push_back(onnxNode("Transpose", {"c"}, {"t"}));
     g.nodes.back().attributes["perm"].ints = {0, 2, 3, 1};
-    g.nodes.push_back(node("Reshape", {"t", "shape"}, {"flat"}));
-    g.nodes.push_back(node("Gemm", {"flat", "fc"}, {"logits"}));
+    g.nodes.push_back(onnxNode("Reshape", {"t", "shape"}, {"flat"}));
+    g.nodes.push_back(onnxNode("Gemm", {"flat", "fc"}, {"logits"}));
     g.nodes.back().attributes["transB"].i = 1;
-    g.nodes.push_back(node("Softmax", {"logits"}, {"prob"}));
+    g.nodes.push_back(onnxNode("Softmax", {"logits"}, {"prob"}));
     expectAsXnnpack(g, {1, 3, 18, 16}, {"prob", "t"}, 0);
 }
 
@@ -132,30 +115,30 @@ TEST(DnnlExecutor, RefusesWhatItDoesNotRun) {
         return why;
     };
     OnnxGraph gather;
-    gather.nodes.push_back(node("Gather", {"x", "x"}, {"y"}));
+    gather.nodes.push_back(onnxNode("Gather", {"x", "x"}, {"y"}));
     EXPECT_EQ(refused(gather), "operator Gather");
     OnnxGraph conv;
-    conv.constants["w"] = weights({1, 3, 3, 3}, 1);
-    conv.nodes.push_back(node("Conv", {"x", "w"}, {"y"}));
+    conv.constants["w"] = noiseTensor({1, 3, 3, 3}, 1);
+    conv.nodes.push_back(onnxNode("Conv", {"x", "w"}, {"y"}));
     EXPECT_NE(refused(conv), "");
-    conv.constants["w"] = weights({1, 2, 5, 5}, 1);
+    conv.constants["w"] = noiseTensor({1, 2, 5, 5}, 1);
     EXPECT_NE(refused(conv).find("window"), std::string::npos);
     conv.constants["w"].floats.pop_back();
     EXPECT_NE(refused(conv).find("size"), std::string::npos);
     OnnxGraph relu;
-    relu.nodes.push_back(node("Relu", {"x"}, {"y"}));
+    relu.nodes.push_back(onnxNode("Relu", {"x"}, {"y"}));
     EXPECT_NE(refused(relu, {1, 2, 1 << 21, 1}).find("dimension"), std::string::npos);
     EXPECT_NE(refused(relu, {1, 2, 0, 4}).find("dimension"), std::string::npos);
     OnnxGraph unknown;
-    unknown.nodes.push_back(node("Relu", {"z"}, {"y"}));
+    unknown.nodes.push_back(onnxNode("Relu", {"z"}, {"y"}));
     EXPECT_NE(refused(unknown).find("\"z\""), std::string::npos);
     OnnxGraph noOutput;
-    noOutput.nodes.push_back(node("Relu", {"x"}, {"r"}));
+    noOutput.nodes.push_back(onnxNode("Relu", {"x"}, {"r"}));
     EXPECT_NE(refused(noOutput).find("\"y\""), std::string::npos);
     OnnxGraph resize;
-    resize.constants["scales"] = weights({4}, 1);
+    resize.constants["scales"] = noiseTensor({4}, 1);
     resize.constants["scales"].floats = {1, 1, 1.5f, 1.5f};
-    resize.nodes.push_back(node("Resize", {"x", "", "scales"}, {"y"}));
+    resize.nodes.push_back(onnxNode("Resize", {"x", "", "scales"}, {"y"}));
     resize.nodes.back().attributes["mode"].s = "linear";
     EXPECT_NE(refused(resize, {1, 2, 5, 5}).find("fractional"), std::string::npos);
 }

@@ -9,40 +9,28 @@
 #include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "testing/onnx_graphs.h"
 
 namespace kv {
 namespace {
 
-OnnxNode node(const std::string& op, std::vector<std::string> inputs, std::vector<std::string> outputs) {
-    OnnxNode n;
-    n.op = op;
-    n.inputs = std::move(inputs);
-    n.outputs = std::move(outputs);
-    return n;
-}
-
-OnnxTensor floats(std::vector<int64_t> dims, std::vector<float> values) {
-    OnnxTensor t;
-    t.dims = std::move(dims);
-    t.floats = std::move(values);
-    t.isFloat = true;
-    return t;
-}
+using vqfe_testing::floatTensor;
+using vqfe_testing::intTensor;
+using vqfe_testing::onnxNode;
 
 TEST(XnnExecutor, ChannelLayoutsConcatenationAndOutputs) {
     // x (1x2x2x3 NCHW) -> Add of a per-channel constant -> Concat with x on channels ->
     // Transpose to channels last -> Reshape to 1 x 12 x 2; x itself is an output too.
     OnnxGraph g;
     g.inputs = {"x"};
-    g.constants["bias"] = floats({2, 1, 1}, {10, 20});
-    g.constants["shape"].ints = {1, -1, 2};
-    g.constants["shape"].dims = {3};
-    g.nodes.push_back(node("Add", {"x", "bias"}, {"a"}));
-    g.nodes.push_back(node("Concat", {"a", "x"}, {"c"}));
+    g.constants["bias"] = floatTensor({2, 1, 1}, {10, 20});
+    g.constants["shape"] = intTensor({1, -1, 2});
+    g.nodes.push_back(onnxNode("Add", {"x", "bias"}, {"a"}));
+    g.nodes.push_back(onnxNode("Concat", {"a", "x"}, {"c"}));
     g.nodes.back().attributes["axis"].i = 1;
-    g.nodes.push_back(node("Transpose", {"c"}, {"t"}));
+    g.nodes.push_back(onnxNode("Transpose", {"c"}, {"t"}));
     g.nodes.back().attributes["perm"].ints = {0, 2, 3, 1};
-    g.nodes.push_back(node("Reshape", {"t", "shape"}, {"r"}));
+    g.nodes.push_back(onnxNode("Reshape", {"t", "shape"}, {"r"}));
     std::string why;
     const auto xnn = XnnExecutor::build(g, {1, 2, 2, 3}, {"r", "c", "x"}, why);
     ASSERT_NE(xnn, nullptr) << why;
@@ -71,15 +59,15 @@ TEST(XnnExecutor, StepsOnTheInputGiveWhatTheGraphComputes) {
     // an intermediate (or of x) must stop them there.
     OnnxGraph g;
     g.inputs = {"x"};
-    g.constants["mean"] = floats({1, 2, 1, 1}, {3, -5});
-    g.constants["scale"] = floats({}, {0.25f});
-    g.constants["one"] = floats({1}, {1});
-    g.constants["w"] = floats({2, 2, 3, 3}, {});
+    g.constants["mean"] = floatTensor({1, 2, 1, 1}, {3, -5});
+    g.constants["scale"] = floatTensor({}, {0.25f});
+    g.constants["one"] = floatTensor({1}, {1});
+    g.constants["w"] = floatTensor({2, 2, 3, 3}, {});
     for (int i = 0; i < 36; ++i) g.constants["w"].floats.push_back(float(i % 7) - 3);
-    g.nodes.push_back(node("Sub", {"x", "mean"}, {"s"}));
-    g.nodes.push_back(node("Mul", {"scale", "s"}, {"m"}));
-    g.nodes.push_back(node("Sub", {"one", "m"}, {"f"}));
-    g.nodes.push_back(node("Conv", {"f", "w"}, {"y"}));
+    g.nodes.push_back(onnxNode("Sub", {"x", "mean"}, {"s"}));
+    g.nodes.push_back(onnxNode("Mul", {"scale", "s"}, {"m"}));
+    g.nodes.push_back(onnxNode("Sub", {"one", "m"}, {"f"}));
+    g.nodes.push_back(onnxNode("Conv", {"f", "w"}, {"y"}));
     g.nodes.back().attributes["pads"].ints = {1, 1, 1, 1};
     cv::Mat x({1, 2, 4, 5}, CV_32F);
     for (int i = 0; i < 40; ++i) x.ptr<float>()[i] = float(i * 7 % 11);
@@ -123,31 +111,31 @@ TEST(XnnExecutor, LeavesWhatItDoesNotRunToOpenCv) {
         return why;
     };
     OnnxGraph gather;
-    gather.nodes.push_back(node("Gather", {"x", "x"}, {"y"}));
+    gather.nodes.push_back(onnxNode("Gather", {"x", "x"}, {"y"}));
     EXPECT_EQ(refused(gather), "operator Gather");
 
     OnnxGraph transpose;
-    transpose.nodes.push_back(node("Transpose", {"x"}, {"y"}));
+    transpose.nodes.push_back(onnxNode("Transpose", {"x"}, {"y"}));
     transpose.nodes.back().attributes["perm"].ints = {0, 1, 3, 2};
     EXPECT_NE(refused(transpose).find("Transpose"), std::string::npos);
 
     // Weights that do not fit, a window larger than its input, a dim beyond any network,
     // an input never computed, a missing output.
     OnnxGraph conv;
-    conv.constants["w"] = floats({1, 3, 3, 3}, std::vector<float>(27, 1.0f));
-    conv.nodes.push_back(node("Conv", {"x", "w"}, {"y"}));
+    conv.constants["w"] = floatTensor({1, 3, 3, 3}, std::vector<float>(27, 1.0f));
+    conv.nodes.push_back(onnxNode("Conv", {"x", "w"}, {"y"}));
     EXPECT_NE(refused(conv), "");
-    conv.constants["w"] = floats({1, 2, 5, 5}, std::vector<float>(50, 1.0f));
+    conv.constants["w"] = floatTensor({1, 2, 5, 5}, std::vector<float>(50, 1.0f));
     EXPECT_NE(refused(conv).find("window"), std::string::npos);
     OnnxGraph relu;
-    relu.nodes.push_back(node("Relu", {"x"}, {"y"}));
+    relu.nodes.push_back(onnxNode("Relu", {"x"}, {"y"}));
     EXPECT_NE(refused(relu, {1, 2, 1 << 21, 1}).find("dimension"), std::string::npos);
     EXPECT_NE(refused(relu, {1, 2, 0, 4}).find("dimension"), std::string::npos);
     OnnxGraph unknown;
-    unknown.nodes.push_back(node("Relu", {"z"}, {"y"}));
+    unknown.nodes.push_back(onnxNode("Relu", {"z"}, {"y"}));
     EXPECT_NE(refused(unknown).find("\"z\""), std::string::npos);
     OnnxGraph noOutput;
-    noOutput.nodes.push_back(node("Relu", {"x"}, {"r"}));
+    noOutput.nodes.push_back(onnxNode("Relu", {"x"}, {"r"}));
     EXPECT_NE(refused(noOutput).find("\"y\""), std::string::npos);
 }
 
