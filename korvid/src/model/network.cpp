@@ -1,6 +1,7 @@
 #include "model/network.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
@@ -183,6 +184,13 @@ NetworkShape declaredShape(const NetworkInput& in, std::vector<std::pair<std::st
     return NetworkShape{inputShape(in), std::move(outputs), in.xnnpackFirst};
 }
 
+namespace {
+
+// Whether a network read since the last releaseLoadLeftovers() freed OpenCV's copy of itself.
+std::atomic<bool> leftoversToRelease{false};
+
+}  // namespace
+
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape, NetworkRuntime runtime) {
     return readNetwork(blob, digestOf(blob.data, blob.size), shape, runtime);
 }
@@ -222,12 +230,19 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest&
     Accelerated fast = runtime == NetworkRuntime::Fastest ? accelerated(blob, shape, input, outs) : Accelerated{};
     const bool moved = fast.xnn != nullptr || fast.dnnl != nullptr;
     auto network = std::make_shared<Network>(std::move(net), shape, digest, std::move(fast.xnn), std::move(fast.dnnl));
-#ifdef __GLIBC__
     // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
-    // middle of the heap; without this glibc keeps them, 80 MB over the default networks.
-    if (moved) malloc_trim(0);
-#endif
+    // middle of the heap: the next network of the load reuses them, and the load's end gives
+    // them back (releaseLoadLeftovers).
+    if (moved) leftoversToRelease.store(true);
     return network;
+}
+
+void releaseLoadLeftovers() {
+#ifdef __GLIBC__
+    // Without this glibc keeps them, 80 MB over the default networks. Once per load: trimming
+    // after each network made the next one fault its pages in again.
+    if (leftoversToRelease.exchange(false)) malloc_trim(0);
+#endif
 }
 
 namespace {

@@ -85,6 +85,10 @@ private:
 // (OpenCV DNN), "xnnpack" or "dnnl" (that one where it runs the network, else OpenCV DNN).
 enum class NetworkRuntime { Fastest, OpenCv };
 
+// Gives the heap that networks read since the last call freed back to the system: call it
+// once a graph's networks are all read.
+void releaseLoadLeftovers();
+
 // Reads blob as an ONNX network and checks it: one forward pass on fixed noise must give
 // every output of shape with its element count. Throws Error(INVALID_MODEL) otherwise.
 std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const NetworkShape& shape,

@@ -242,6 +242,7 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
                 code = fail(e.code, e.what());
             }
             networks_.trim();
+            releaseLoadLeftovers();
         } catch (const std::bad_alloc&) {
             code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
         }
