@@ -56,27 +56,29 @@ TEST(DnnlExecutor, FusedResidualsAndActivationsKeepTheGraphsValues) {
     g.constants["w3"] = noiseTensor({32, 32, 1, 1}, 4);
     g.constants["pads"] = intTensor({0, 0, 1, 2, 0, 0, 1, 0});
     g.nodes.push_back(conv("x", "w0", "a", 1));
-    g.nodes.push_back(onnxNode("Relu", {"a"}, {"r"}));          // fused
+    g.nodes.push_back(onnxNode("Relu", {"a"}, {"r"}));              // fused
     g.nodes.push_back(conv("r", "w1", "b", 1));
-    g.nodes.push_back(onnxNode("Add", {"r", "b"}, {"s"}));      // r read again below: not fused
+    g.nodes.push_back(onnxNode("Add", {"r", "b"}, {"s"}));          // r read again below: not fused
     g.nodes.push_back(onnxNode("Clip", {"s"}, {"c"}));
     g.nodes.back().attributes["min"].f = 0;
     g.nodes.back().attributes["max"].f = 0.6f;
-    g.nodes.push_back(onnxNode("Pad", {"c", "pads"}, {"p"}));   // taken by the depthwise convolution
+    g.nodes.push_back(onnxNode("Pad", {"c", "pads"}, {"p"}));       // taken by the depthwise convolution
     g.nodes.push_back(conv("p", "w2", "d", 0, 32));
-    g.nodes.push_back(onnxNode("LeakyRelu", {"d"}, {"l"}));     // fused
+    g.nodes.push_back(onnxNode("LeakyRelu", {"d"}, {"l"}));         // fused
     g.nodes.back().attributes["alpha"].f = 0.1f;
-    g.nodes.push_back(conv("r", "w3", "e", 0));             // r's last reader
-    g.nodes.push_back(onnxNode("Sigmoid", {"e"}, {"q"}));       // fused
+    g.nodes.push_back(conv("r", "w3", "e", 0));                     // r's last reader
+    g.nodes.push_back(onnxNode("Sigmoid", {"e"}, {"q"}));           // fused
     g.nodes.push_back(conv("q", "w3", "f", 0));
-    g.nodes.push_back(onnxNode("Add", {"l", "f"}, {"y"}));      // in place over l
-    g.nodes.push_back(onnxNode("Relu", {"y"}, {"z"}));          // fused after the addition
-    g.nodes.push_back(conv("z", "w3", "g", 0));             // z's other reader, before the one below
+    g.nodes.push_back(onnxNode("Add", {"l", "f"}, {"y"}));          // in place over l
+    g.nodes.push_back(onnxNode("Relu", {"y"}, {"z"}));              // fused after the addition
+    g.nodes.push_back(conv("z", "w3", "g", 0));                     // z's reader before the addition below
     g.nodes.push_back(conv("g", "w3", "h", 0));
-    g.nodes.push_back(onnxNode("Add", {"h", "z"}, {"out"}));    // in place over z
-    expectAsXnnpack(g, {1, 3, 20, 17}, {"out"}, 6);
+    g.nodes.push_back(onnxNode("Add", {"h", "z"}, {"out"}));        // not over z: z is read after it
+    g.nodes.push_back(conv("z", "w3", "k", 0));
+    g.nodes.push_back(onnxNode("Add", {"out", "k"}, {"end"}));      // in place over out
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"end"}, 6);
     // Intermediates read by the caller are not fused over; the results are the same.
-    expectAsXnnpack(g, {1, 3, 20, 17}, {"out", "z", "a", "l"}, 2);
+    expectAsXnnpack(g, {1, 3, 20, 17}, {"end", "z", "a", "l"}, 3);
 }
 
 TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) {
