@@ -29,6 +29,13 @@ public:
     void maxFlow();
     // After maxFlow: whether i stays on the source side of the cut.
     bool inSourceSegment(int i) const { return vertices_[std::size_t(i)].tree == 0; }
+    // After maxFlow: whether i is in the source tree, that is reachable from the source in the
+    // residual graph: the smallest source side of all minimum cuts, whatever flow was found.
+    // inSourceSegment differs from it only at vertices left in no tree (ties).
+    bool inSourceTree(int i) const {
+        const Vertex& v = vertices_[std::size_t(i)];
+        return v.tree == 0 && v.parent != 0;
+    }
 
 private:
     // 32 bytes, two to a cache line: the path walks of maxFlow chase these.

@@ -4,7 +4,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc/detail/gcgraph.hpp>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -88,6 +90,82 @@ struct Scene {
     }
 };
 
+// A plain max-flow to check CutGraph against: shortest augmenting paths (Edmonds-Karp) over
+// the scene's edges and one arc from the source and one to the sink per vertex.
+class ReferenceFlow {
+public:
+    explicit ReferenceFlow(const Scene& scene) : n_(scene.vertices()), out_(size_t(n_ + 2)) {
+        for (const auto& e : scene.edges) add(int(e[0]), int(e[1]), e[2], e[3]);
+        for (int i = 0; i < n_; ++i) {
+            add(source(), i, scene.source[size_t(i)], 0);
+            add(i, sink(), scene.sink[size_t(i)], 0);
+        }
+        for (;;) {
+            std::vector<int> via(out_.size(), -1);  // the arc each vertex was reached by
+            std::vector<int> queue{source()};
+            for (size_t q = 0; q < queue.size() && via[size_t(sink())] < 0; ++q) {
+                for (const int a : out_[size_t(queue[q])]) {
+                    const int to = arcs_[size_t(a)].to;
+                    if (arcs_[size_t(a)].residual > 0 && via[size_t(to)] < 0 && to != source()) via[size_t(to)] = a, queue.push_back(to);
+                }
+            }
+            if (via[size_t(sink())] < 0) break;
+            double amount = INFINITY;
+            for (int v = sink(); v != source(); v = arcs_[size_t(via[size_t(v)] ^ 1)].to) amount = std::min(amount, arcs_[size_t(via[size_t(v)])].residual);
+            for (int v = sink(); v != source(); v = arcs_[size_t(via[size_t(v)] ^ 1)].to) {
+                arcs_[size_t(via[size_t(v)])].residual -= amount;
+                arcs_[size_t(via[size_t(v)] ^ 1)].residual += amount;
+            }
+            flow_ += amount;
+        }
+    }
+
+    double flow() const { return flow_; }
+
+    // The vertices reachable from the source in the residual graph (towards: false), or those
+    // from which the sink is reachable (towards: true).
+    std::vector<bool> reached(bool towardsSink) const {
+        std::vector<bool> seen(out_.size(), false);
+        std::vector<int> queue{towardsSink ? sink() : source()};
+        seen[size_t(queue[0])] = true;
+        for (size_t q = 0; q < queue.size(); ++q) {
+            for (const int a : out_[size_t(queue[q])]) {
+                // Forwards along arc a, or backwards along its reverse (which enters queue[q]).
+                const int to = arcs_[size_t(a)].to;
+                const double residual = arcs_[size_t(towardsSink ? a ^ 1 : a)].residual;
+                if (residual > 0 && !seen[size_t(to)]) seen[size_t(to)] = true, queue.push_back(to);
+            }
+        }
+        seen.resize(size_t(n_));
+        return seen;
+    }
+
+private:
+    int source() const { return n_; }
+    int sink() const { return n_ + 1; }
+    void add(int i, int j, double forward, double backward) {
+        out_[size_t(i)].push_back(int(arcs_.size()));
+        arcs_.push_back({j, forward});
+        out_[size_t(j)].push_back(int(arcs_.size()));
+        arcs_.push_back({i, backward});
+    }
+
+    struct Arc {
+        int to;
+        double residual;
+    };
+    int n_;
+    std::vector<Arc> arcs_;  // 2k and 2k + 1 are each other's reverse
+    std::vector<std::vector<int>> out_;
+    double flow_ = 0;
+};
+
+std::vector<bool> sourceTree(const CutGraph& graph, int vertices) {
+    std::vector<bool> out(static_cast<size_t>(vertices));
+    for (int i = 0; i < vertices; ++i) out[size_t(i)] = graph.inSourceTree(i);
+    return out;
+}
+
 std::vector<bool> sides(const CutGraph& graph, int vertices) {
     std::vector<bool> out(static_cast<size_t>(vertices));
     for (int i = 0; i < vertices; ++i) out[size_t(i)] = graph.inSourceSegment(i);
@@ -144,6 +222,40 @@ TEST(CutGraph, KeptFlowGivesMinimumCuts) {
     one.setTerminals(0, 5, 2);
     one.maxFlow();
     EXPECT_TRUE(one.inSourceSegment(0));
+}
+
+// Against the reference flow, on integral capacities (exact sums, many ties): after the first
+// cut and after each kept-flow cut, the source tree is the set the reference reaches from the
+// source (the smallest minimum cut, the same for every maximum flow) and its cut value is
+// the reference's flow; each vertex's side lies between that set and the vertices that
+// reach the sink, so a wrong flow, a cut too early, or a vertex on the wrong side shows.
+TEST(CutGraph, CutsMatchReferenceFlow) {
+    cv::RNG rng(31);
+    int apart = 0;  // cuts where the largest minimum source side is larger than the smallest
+    for (int round = 0; round < 60; ++round) {
+        Scene scene(rng, round % 4 != 3);
+        CutGraph graph(scene.vertices(), int(2 * scene.edges.size()));
+        scene.fill(graph);
+        for (int cut = 0; cut < 3; ++cut) {
+            if (cut > 0) {
+                scene.terminals(rng, round % 4 != 3);
+                for (int i = 0; i < scene.vertices(); ++i) graph.setTerminals(i, scene.source[size_t(i)], scene.sink[size_t(i)]);
+            }
+            graph.maxFlow();
+            const ReferenceFlow reference(scene);
+            const std::vector<bool> smallest = reference.reached(false), sinkSide = reference.reached(true);
+            const std::vector<bool> tree = sourceTree(graph, scene.vertices()), labels = sides(graph, scene.vertices());
+            ASSERT_EQ(tree, smallest) << "round " << round << ", cut " << cut + 1;
+            const double flow = reference.flow();
+            ASSERT_NEAR(scene.cutValue(tree), flow, 1e-9 * flow) << "round " << round << ", cut " << cut + 1;
+            for (int i = 0; i < scene.vertices(); ++i) {
+                ASSERT_FALSE(smallest[size_t(i)] && !labels[size_t(i)]) << "round " << round << ", vertex " << i;
+                ASSERT_FALSE(sinkSide[size_t(i)] && labels[size_t(i)]) << "round " << round << ", vertex " << i;
+                apart += !smallest[size_t(i)] && !sinkSide[size_t(i)];
+            }
+        }
+    }
+    EXPECT_GT(apart, 0);  // ties, where the two bounds differ, are among the rounds
 }
 
 // Where several minimum cuts exist, the one found depends on the order in which the trees
