@@ -7,7 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "model/error.h"
 #include "model/model_loading.h"
 #include "model/network_reads.h"
 
@@ -89,7 +88,7 @@ std::shared_ptr<const SharedCascade> readSharedCascade(const ModelBlob& blob, co
 }  // namespace
 
 std::shared_ptr<const SharedCascade> sharedCascade(const ModelBlob& blob) {
-    if (blob.data == nullptr || blob.size == 0) throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is empty");
+    // Empty bytes digest like any others and fail their check with its reason.
     const ContentDigest digest = digestOf(blob.data, blob.size);
     ProcessCascades& shared = processCascades();
     std::unique_lock<std::mutex> lock(shared.mutex);

@@ -1,5 +1,5 @@
 // Cascade classifiers (model_loading.h) kept by content for every system of the process, as
-// networks are (network.h): checking and parsing the cat-face cascade costs some 25 ms, which
+// networks are (network.h): checking and parsing the cat-face cascade costs tens of ms, which
 // a graph reload, a second pet node of the same graph or a second `vqfe extract` job would
 // otherwise pay again.
 //
