@@ -77,7 +77,7 @@ ROWS = [
      f"graph_load/{kind}/first", "time", ("abs<=", 5e6))
     for kind, what in [(4, "face networks held"), (7, "9.3 MB skeleton network held"),
                        (9, "face and emotion networks held"), (130, "face and emotion networks held"),
-                       (71, "cat cascade parsed again")]
+                       (71, "cat cascade and networks held")]
 ] + [
     (f"Switch between the kind-{a} and kind-{b} graphs (both loads) vs a first load of {b}",
      f"graph_load/switch/{a}-{b}", f"graph_load/{b}/first", "time", goal)

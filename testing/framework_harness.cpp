@@ -14,15 +14,15 @@ bool RecordingFinder::findResource(Vantor::VantorAlgorithmModel& model) {
     for (const std::string& m : missing) {
         if (m == model.name) return false;
     }
-    std::string content;
+    // An override is copied once, into the block, as a finder over the app's assets would.
+    std::string read;
     auto it = overrides.find(model.name);
-    if (it != overrides.end()) {
-        content = it->second;
-    } else {
+    if (it == overrides.end()) {
         std::ifstream in(dir_ + "/" + model.name + ".model", std::ios::binary);
         if (!in) return false;
-        content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        read.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
+    const std::string& content = it != overrides.end() ? it->second : read;
     auto* block = new uint8_t[content.size() + 1];
     std::memcpy(block, content.data(), content.size());
     block[content.size()] = 0;

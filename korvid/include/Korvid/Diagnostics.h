@@ -21,5 +21,8 @@ void resetExecuteCounters();
 // Networks parsed from model bytes since the process started, over every system: a graph
 // reloaded with the same model content reads none again.
 long networksRead();
+// Cascade classifiers checked and parsed from model bytes since the process started, over
+// every system, counted the same way.
+long cascadesRead();
 
 }  // namespace Korvid

@@ -15,13 +15,15 @@ cv::FileStorage openModelStorage(const ModelBlob& blob) {
     throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not readable");
 }
 
-void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
-    std::string text;
+std::string cascadeText(const ModelBlob& blob) {
     try {
-        text = checkedCascadeText(blob.data, blob.size);
+        return checkedCascadeText(blob.data, blob.size);
     } catch (const Error& e) {
         throw Error(e.code, "model \"" + blob.name + "\" is not a cascade: " + e.what());
     }
+}
+
+void readCascade(const std::string& text, const std::string& name, cv::CascadeClassifier& out) {
     bool ok = false;
     try {
         cv::FileStorage fs(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
@@ -29,7 +31,7 @@ void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out) {
     } catch (const cv::Exception&) {
         ok = false;
     }
-    if (!ok) throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" is not a cascade");
+    if (!ok) throw Error(Vantor::INVALID_MODEL, "model \"" + name + "\" is not a cascade");
 }
 
 cv::FileStorage openParams(const ModelBlob& blob, const std::string& kind) {

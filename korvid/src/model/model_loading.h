@@ -17,8 +17,10 @@ namespace kv {
 // Opens blob as OpenCV FileStorage text held in memory.
 cv::FileStorage openModelStorage(const ModelBlob& blob);
 
-// A cascade classifier read from cascade XML.
-void loadCascade(const ModelBlob& blob, cv::CascadeClassifier& out);
+// Cascade XML checked and rewritten for OpenCV (cascade_check.h), for readCascade.
+std::string cascadeText(const ModelBlob& blob);
+// A cascade classifier read from cascadeText's output; name names the model in the error.
+void readCascade(const std::string& text, const std::string& name, cv::CascadeClassifier& out);
 
 // A parameter file of the given kind.
 cv::FileStorage openParams(const ModelBlob& blob, const std::string& kind);

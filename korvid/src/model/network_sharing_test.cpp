@@ -1,6 +1,6 @@
-// Networks shared by the systems of one process: a network is read once however many
-// systems load it, also when they load at the same moment, freed with the last system that
-// holds it, and systems running on several threads at once (each its own system, as
+// Networks and cascades shared by the systems of one process: a network is read once however
+// many systems load it, also when they load at the same moment, freed with the last system
+// that holds it, and systems running on several threads at once (each its own system, as
 // `vqfe extract --jobs N` runs them) get the results one system gets alone. Run under
 // ThreadSanitizer by scripts/test.
 #include <atomic>
@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "Korvid/Diagnostics.h"
+#include "Vantor/SegmentationBuffers.h"
 #include "testing/builtin_templates.h"
 #include "testing/file_bytes.h"
 #include "testing/framework_harness.h"
@@ -141,6 +142,81 @@ TEST(NetworkConcurrency, SystemsOnSeveralThreadsGetTheResultsOfOneAlone) {
         });
     }
     for (auto& thread : threads) thread.join();
+    for (int t = 0; t < kThreads; ++t) {
+        for (const std::string& result : seen[t]) EXPECT_EQ(result, alone) << "thread " << t;
+    }
+}
+
+// The cat-face cascade alone as the pet model (no network in it): the pet-face graph runs the
+// cascade over the whole image.
+std::string bareCatCascade() {
+    const std::string bundle = vqfe_testing::fileBytes(std::string(KORVID_TEST_MODEL_DIR) + "/qm_petface.model");
+    const std::string header = "korvid-bundle\ncascade ";
+    if (bundle.compare(0, header.size(), header) != 0) return {};
+    const size_t eol = bundle.find('\n', header.size());
+    if (eol == std::string::npos) return {};
+    return bundle.substr(eol + 1, std::stoul(bundle.substr(header.size(), eol - header.size())));
+}
+
+// Pet faces of the pet-face graph, to the last bit.
+std::string petFaces(SystemHarness& h) {
+    std::ostringstream out;
+    out.precision(9);
+    if (auto* f = static_cast<FacePetDetectBuffer*>(h->getResult(AlgorithmType::FacePetDetect))) {
+        for (const auto& pet : f->infos) out << pet->rect.x << ',' << pet->rect.y << ',' << pet->rect.width << ',' << pet->score << ';';
+    }
+    return out.str();
+}
+
+TEST(CascadeSharing, SystemsAndReloadsOfAProcessReadEachCascadeOnce) {
+    const std::string cascade = bareCatCascade();
+    ASSERT_EQ(cascade.compare(0, 5, "<?xml"), 0);
+    std::string changed = cascade;  // a digit of a threshold: another cascade
+    const size_t digit = changed.find_first_of("123456789", changed.find("<stageThreshold>"));
+    ASSERT_NE(digit, std::string::npos);
+    changed[digit] = changed[digit] == '9' ? '8' : static_cast<char>(changed[digit] + 1);
+
+    const long before = Korvid::cascadesRead();
+    SystemHarness a, b;
+    a.finder.overrides = b.finder.overrides = {{"qm_petface", cascade}};
+    ASSERT_EQ(a->loadGraph(builtinTemplate(95)), NO_ERROR);
+    EXPECT_EQ(Korvid::cascadesRead(), before + 1);
+    ASSERT_EQ(b->loadGraph(builtinTemplate(95)), NO_ERROR);
+    ASSERT_EQ(a->loadGraph(builtinTemplate(95)), NO_ERROR);
+    EXPECT_EQ(Korvid::cascadesRead(), before + 1) << "another system and a reload read none";
+    a.finder.overrides = {{"qm_petface", changed}};
+    ASSERT_EQ(a->loadGraph(builtinTemplate(95)), NO_ERROR);
+    EXPECT_EQ(Korvid::cascadesRead(), before + 2);
+    a.finder.overrides = {{"qm_petface", cascade}};
+    ASSERT_EQ(a->loadGraph(builtinTemplate(95)), NO_ERROR);
+    EXPECT_EQ(Korvid::cascadesRead(), before + 2) << "the original bytes find the cascade read first";
+}
+
+// The cat's face is the cascade's, run inside the box the detector finds.
+TEST(CascadeConcurrency, SystemsDetectingAtOnceGetTheResultsOfOneAlone) {
+    const std::string config = R"({"threads":1})";
+    std::string alone;
+    {
+        SystemHarness h(config);
+        ASSERT_EQ(h.run(builtinTemplate(95), "chelsea.jpg", -1), NO_ERROR);
+        alone = petFaces(h);
+    }
+    ASSERT_NE(alone.find(';'), std::string::npos) << "the cat";
+
+    constexpr int kThreads = 2, kRuns = 2;
+    std::vector<std::unique_ptr<SystemHarness>> systems;
+    for (int t = 0; t < kThreads; ++t) systems.push_back(std::make_unique<SystemHarness>(config));
+    std::vector<std::vector<std::string>> seen(kThreads);
+    std::vector<std::function<void()>> calls;
+    for (int t = 0; t < kThreads; ++t) {
+        calls.push_back([&h = *systems[t], &mine = seen[t]] {
+            for (int run = 0; run < kRuns; ++run) {
+                const int code = h.run(builtinTemplate(95), "chelsea.jpg", -1);
+                mine.push_back(code == NO_ERROR ? petFaces(h) : "code " + std::to_string(code));
+            }
+        });
+    }
+    atOnce(calls);
     for (int t = 0; t < kThreads; ++t) {
         for (const std::string& result : seen[t]) EXPECT_EQ(result, alone) << "thread " << t;
     }

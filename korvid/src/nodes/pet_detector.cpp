@@ -35,19 +35,16 @@ cv::Mat grayWork(const cv::Mat& bgr, double& scale) {
     return gray;
 }
 
-// FNV-1a over all the bytes.
-uint64_t digest(const std::string& bytes) {
-    uint64_t h = 0xcbf29ce484222325ULL;
-    for (const char c : bytes) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001b3ULL;
-    return h;
-}
-
 // The pets of an image as the first pet node found them, with the cascade they were found
-// with: a node whose cascade only shares the digest finds its own.
+// with: a node of another cascade finds its own.
 struct SharedPets {
     std::vector<PetDetection> pets;
-    std::shared_ptr<const std::string> cascade;
+    std::shared_ptr<const SharedCascade> cascade;
 };
+
+std::string digestText(const ContentDigest& d) {
+    return std::to_string(d.size) + ":" + std::to_string(d.high) + ":" + std::to_string(d.low);
+}
 
 cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
     const cv::Rect full(int(r.x / scale), int(r.y / scale), int(r.width / scale), int(r.height / scale));
@@ -62,9 +59,7 @@ void PetDetector::load(const ModelBlob& blob) {
         throw Error(Vantor::INVALID_MODEL, "model \"" + blob.name + "\" lacks its cascade or network");
     }
     const ModelBlob& cascade = parts.empty() ? blob : parts.at("cascade");
-    loadCascade(cascade, cats_);
-    cascade_ = std::make_shared<const std::string>(reinterpret_cast<const char*>(cascade.data), cascade.size);
-    cascadeDigest_ = digest(*cascade_);
+    cats_ = sharedCascade(cascade);
     if (!parts.empty()) {
         objects_ = std::make_unique<ObjectDetector>(loadNetwork({{"network", parts.at("network")}}, "network", ObjectDetector::shape()));
     }
@@ -75,11 +70,10 @@ std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCoun
     if (!faces && objects_) {
         pets = find(bgr, memo, false);  // the detector's pass is shared through the memo
     } else if (memo != nullptr) {
-        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + std::to_string(cascade_->size()) + ":" +
-                                std::to_string(cascadeDigest_) + "@" + imageIdentity(bgr);
-        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo, true), cascade_}; });
-        const bool sameCascade = shared.cascade == cascade_ || *shared.cascade == *cascade_;
-        pets = sameCascade ? shared.pets : find(bgr, memo, true);
+        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + digestText(cats_->digest()) + "@" +
+                                imageIdentity(bgr);
+        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo, true), cats_}; });
+        pets = shared.cascade == cats_ ? shared.pets : find(bgr, memo, true);
     } else {
         pets = find(bgr, nullptr, true);
     }
@@ -119,7 +113,7 @@ std::optional<cv::Rect> PetDetector::catFace(const cv::Mat& bgr, const cv::Rect&
     const int border = kCatSide / 3;
     cv::copyMakeBorder(gray, framed, border, border, border, border, cv::BORDER_CONSTANT, cv::Scalar::all(128));
     std::vector<cv::Rect> faces;
-    cats_.detectMultiScale(framed, faces, 1.05, 3, 0, cv::Size(24, 24));
+    cats_->detect([&](cv::CascadeClassifier& cats) { cats.detectMultiScale(framed, faces, 1.05, 3, 0, cv::Size(24, 24)); });
     for (cv::Rect& f : faces) f = (f - cv::Point(border, border)) & cv::Rect(cv::Point(), gray.size());
     faces.erase(std::remove_if(faces.begin(), faces.end(), [](const cv::Rect& f) { return f.empty(); }), faces.end());
     if (faces.empty()) return std::nullopt;
@@ -134,7 +128,7 @@ std::vector<PetDetection> PetDetector::cascadeOnly(const cv::Mat& bgr) const {
     const cv::Mat gray = grayWork(bgr, scale);
     std::vector<cv::Rect> rects;
     std::vector<int> neighbours;
-    cats_.detectMultiScale(gray, rects, neighbours, 1.05, 3, 0, cv::Size(24, 24));
+    cats_->detect([&](cv::CascadeClassifier& cats) { cats.detectMultiScale(gray, rects, neighbours, 1.05, 3, 0, cv::Size(24, 24)); });
     std::vector<size_t> order(rects.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {

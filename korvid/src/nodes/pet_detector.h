@@ -14,6 +14,7 @@
 #include "dnn/object_detector.h"
 #include "graph/execute_memo.h"
 #include "model/model_blob.h"
+#include "model/shared_cascade.h"
 
 namespace kv {
 
@@ -40,12 +41,10 @@ private:
     std::vector<PetDetection> cascadeOnly(const cv::Mat& bgr) const;
     std::optional<cv::Rect> catFace(const cv::Mat& bgr, const cv::Rect& cat) const;
 
-    mutable cv::CascadeClassifier cats_;
+    // The cat-face cascade, shared with the other systems of the process that load the same
+    // bytes; its digest names it in the memo's key.
+    std::shared_ptr<const SharedCascade> cats_;
     std::unique_ptr<ObjectDetector> objects_;
-    // A copy of the cascade's bytes (the finder's block goes back once the graph is loaded)
-    // and a digest of them, which name the cascade in the memo's key.
-    std::shared_ptr<const std::string> cascade_;
-    uint64_t cascadeDigest_ = 0;
 };
 
 }  // namespace kv

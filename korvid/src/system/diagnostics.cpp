@@ -25,5 +25,6 @@ int maxConcurrentExecutes() { return kv::ExecuteCounter::maximum.load(); }
 int currentExecutes() { return kv::ExecuteCounter::current.load(); }
 void resetExecuteCounters() { kv::ExecuteCounter::maximum.store(kv::ExecuteCounter::current.load()); }
 long networksRead() { return kv::networkReads.load(); }
+long cascadesRead() { return kv::cascadeReads.load(); }
 
 }  // namespace Korvid
