@@ -117,34 +117,40 @@ std::string faces(SystemHarness& h) {
     return out.str();
 }
 
-TEST(NetworkConcurrency, SystemsOnSeveralThreadsGetTheResultsOfOneAlone) {
+// Graph kind on photo in one system alone, then in two systems on two threads at once, twice
+// each: every run gives the result of the one alone (summary describes it to the last bit).
+void expectRunsAtOnceAsAlone(int kind, const char* photo, std::string (*summary)(SystemHarness&), const char* what) {
     // One OpenCV thread, as the tool sets it for several jobs: results are then the same bits.
     const std::string config = R"({"threads":1})";
     std::string alone;
     {
         SystemHarness h(config);
-        ASSERT_EQ(h.run(builtinTemplate(4), "grace_hopper.jpg", -1), NO_ERROR);
-        alone = faces(h);
+        ASSERT_EQ(h.run(builtinTemplate(kind), photo, -1), NO_ERROR);
+        alone = summary(h);
     }
-    ASSERT_NE(alone.find(';'), std::string::npos) << "a face";
+    ASSERT_NE(alone.find(';'), std::string::npos) << what;
 
     constexpr int kThreads = 2, kRuns = 2;
     std::vector<std::unique_ptr<SystemHarness>> systems;
     for (int t = 0; t < kThreads; ++t) systems.push_back(std::make_unique<SystemHarness>(config));
     std::vector<std::vector<std::string>> seen(kThreads);
-    std::vector<std::thread> threads;
+    std::vector<std::function<void()>> calls;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&h = *systems[t], &mine = seen[t]] {
+        calls.push_back([&h = *systems[t], &mine = seen[t], kind, photo, summary] {
             for (int run = 0; run < kRuns; ++run) {
-                const int code = h.run(builtinTemplate(4), "grace_hopper.jpg", -1);
-                mine.push_back(code == NO_ERROR ? faces(h) : "code " + std::to_string(code));
+                const int code = h.run(builtinTemplate(kind), photo, -1);
+                mine.push_back(code == NO_ERROR ? summary(h) : "code " + std::to_string(code));
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    atOnce(calls);
     for (int t = 0; t < kThreads; ++t) {
         for (const std::string& result : seen[t]) EXPECT_EQ(result, alone) << "thread " << t;
     }
+}
+
+TEST(NetworkConcurrency, SystemsOnSeveralThreadsGetTheResultsOfOneAlone) {
+    expectRunsAtOnceAsAlone(4, "grace_hopper.jpg", faces, "a face");
 }
 
 // The cat-face cascade alone as the pet model (no network in it): the pet-face graph runs the
@@ -194,32 +200,7 @@ TEST(CascadeSharing, SystemsAndReloadsOfAProcessReadEachCascadeOnce) {
 
 // The cat's face is the cascade's, run inside the box the detector finds.
 TEST(CascadeConcurrency, SystemsDetectingAtOnceGetTheResultsOfOneAlone) {
-    const std::string config = R"({"threads":1})";
-    std::string alone;
-    {
-        SystemHarness h(config);
-        ASSERT_EQ(h.run(builtinTemplate(95), "chelsea.jpg", -1), NO_ERROR);
-        alone = petFaces(h);
-    }
-    ASSERT_NE(alone.find(';'), std::string::npos) << "the cat";
-
-    constexpr int kThreads = 2, kRuns = 2;
-    std::vector<std::unique_ptr<SystemHarness>> systems;
-    for (int t = 0; t < kThreads; ++t) systems.push_back(std::make_unique<SystemHarness>(config));
-    std::vector<std::vector<std::string>> seen(kThreads);
-    std::vector<std::function<void()>> calls;
-    for (int t = 0; t < kThreads; ++t) {
-        calls.push_back([&h = *systems[t], &mine = seen[t]] {
-            for (int run = 0; run < kRuns; ++run) {
-                const int code = h.run(builtinTemplate(95), "chelsea.jpg", -1);
-                mine.push_back(code == NO_ERROR ? petFaces(h) : "code " + std::to_string(code));
-            }
-        });
-    }
-    atOnce(calls);
-    for (int t = 0; t < kThreads; ++t) {
-        for (const std::string& result : seen[t]) EXPECT_EQ(result, alone) << "thread " << t;
-    }
+    expectRunsAtOnceAsAlone(95, "chelsea.jpg", petFaces, "the cat");
 }
 
 }  // namespace
