@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -74,6 +75,14 @@ TEST(SharedCascade, TheProcessKeepsOnlyTheLatestCascadesNobodyHolds) {
 }
 
 TEST(SharedCascadeConcurrency, DetectionsAtOnceEachHaveAClassifierAndFindWhatOneAloneFinds) {
+    // One OpenCV thread, as the systems of several jobs run: the detections' concurrency is then
+    // ours alone (OpenCV's pool hands work over in code ThreadSanitizer does not see).
+    const int openCvThreads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    struct Restore {
+        int threads;
+        ~Restore() { cv::setNumThreads(threads); }
+    } restore{openCvThreads};
     const std::string bytes = vqfe_testing::fileBytes("/usr/share/opencv4/haarcascades/haarcascade_frontalcatface.xml");
     const auto cascade = sharedCascade(blobOf(bytes, "cat"));
     // The cat photo small and framed in grey, as the pet node gives the cascade a cat.
