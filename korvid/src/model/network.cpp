@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -17,6 +16,7 @@
 #include "model/onnx_check.h"
 #include "model/onnx_clip_form.h"
 #include "model/onnx_reader.h"
+#include "model/process_store.h"
 
 namespace kv {
 
@@ -186,8 +186,9 @@ NetworkShape declaredShape(const NetworkInput& in, std::vector<std::pair<std::st
 
 namespace {
 
-// Whether a network read since the last releaseLoadLeftovers() freed OpenCV's copy of itself.
+// Whether a network read since the heap was last trimmed freed OpenCV's copy of itself.
 std::atomic<bool> leftoversToRelease{false};
+std::atomic<int> openReadScopes{0};
 
 }  // namespace
 
@@ -231,36 +232,26 @@ std::shared_ptr<Network> readNetwork(const ModelBlob& blob, const ContentDigest&
     const bool moved = fast.xnn != nullptr || fast.dnnl != nullptr;
     auto network = std::make_shared<Network>(std::move(net), shape, digest, std::move(fast.xnn), std::move(fast.dnnl));
     // OpenCV's copy of the network, its buffers and the reader's tensors were freed in the
-    // middle of the heap: the next network of the load reuses them, and the load's end gives
-    // them back (releaseLoadLeftovers).
+    // middle of the heap: the next network of the load reuses them, and the end of the
+    // outermost NetworkReadScope gives them back.
     if (moved) leftoversToRelease.store(true);
     return network;
 }
 
-void releaseLoadLeftovers() {
+NetworkReadScope::NetworkReadScope() { ++openReadScopes; }
+
+NetworkReadScope::~NetworkReadScope() {
+    if (--openReadScopes > 0) return;
 #ifdef __GLIBC__
-    // Without this glibc keeps them, 80 MB over the default networks. Once per load: trimming
-    // after each network made the next one fault its pages in again.
     if (leftoversToRelease.exchange(false)) malloc_trim(0);
 #endif
 }
 
 namespace {
 
-// The networks systems of the process hold, by digest and shape; expired ones are dropped
-// whenever a network is added. A network being read is marked so that a second system
-// wanting it waits for it rather than reading it again, while networks of other keys are
-// read meanwhile: two systems loading a graph at once read its networks side by side.
-struct ProcessNetworks {
-    using Key = std::pair<ContentDigest, std::string>;
-    std::mutex mutex;
-    std::condition_variable readDone;
-    std::map<Key, std::weak_ptr<Network>> entries;
-    std::set<Key> reading;
-};
-
-ProcessNetworks& processNetworks() {
-    static ProcessNetworks networks;
+// The networks systems of the process hold, by digest and shape.
+ProcessStore<std::pair<ContentDigest, std::string>, Network>& processNetworks() {
+    static ProcessStore<std::pair<ContentDigest, std::string>, Network> networks;
     return networks;
 }
 
@@ -273,45 +264,10 @@ std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const NetworkShape
 
 std::shared_ptr<Network> sharedNetwork(const ModelBlob& blob, const ContentDigest& digest, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");
-    ProcessNetworks& shared = processNetworks();
-    ProcessNetworks::Key key(digest, shapeKey(shape));
-    std::unique_lock<std::mutex> lock(shared.mutex);
-    for (;;) {
-        if (auto it = shared.entries.find(key); it != shared.entries.end()) {
-            if (auto network = it->second.lock()) return network;
-        }
-        if (shared.reading.count(key) == 0) break;
-        // Another system reads it; should that read fail, this one tries for itself.
-        shared.readDone.wait(lock);
-    }
-    shared.reading.insert(key);
-    lock.unlock();
-    std::shared_ptr<Network> network;
-    try {
-        network = readNetwork(blob, digest, shape);
-    } catch (...) {
-        lock.lock();
-        shared.reading.erase(key);
-        shared.readDone.notify_all();
-        throw;
-    }
-    lock.lock();
-    shared.reading.erase(key);
-    for (auto it = shared.entries.begin(); it != shared.entries.end();) {
-        it = it->second.expired() ? shared.entries.erase(it) : std::next(it);
-    }
-    shared.entries[std::move(key)] = network;
-    shared.readDone.notify_all();
-    return network;
+    return processNetworks().get({digest, shapeKey(shape)}, [&] { return readNetwork(blob, digest, shape); });
 }
 
-size_t sharedNetworkCount() {
-    ProcessNetworks& shared = processNetworks();
-    std::lock_guard<std::mutex> lock(shared.mutex);
-    size_t count = 0;
-    for (const auto& entry : shared.entries) count += entry.second.expired() ? 0 : 1;
-    return count;
-}
+size_t sharedNetworkCount() { return processNetworks().count(); }
 
 std::shared_ptr<Network> NetworkCache::get(const ModelBlob& blob, const NetworkShape& shape) {
     if (blob.data == nullptr) refuse(blob, "is empty");

@@ -85,9 +85,18 @@ private:
 // (OpenCV DNN), "xnnpack" or "dnnl" (that one where it runs the network, else OpenCV DNN).
 enum class NetworkRuntime { Fastest, OpenCv };
 
-// Gives the heap that networks read since the last call freed back to the system: call it
-// once a graph's networks are all read.
-void releaseLoadLeftovers();
+// Opened around work that reads networks (a graph's load, a network a node fetches while its
+// graph runs). Reading a network frees OpenCV's copy of it in the middle of the heap, which
+// glibc keeps (80 MB over the default networks): when the last scope open in the process
+// closes, that heap goes back to the system. Once per outermost scope, not per network:
+// trimming after each network made the next one fault the same pages in again.
+class NetworkReadScope {
+public:
+    NetworkReadScope();
+    ~NetworkReadScope();
+    NetworkReadScope(const NetworkReadScope&) = delete;
+    NetworkReadScope& operator=(const NetworkReadScope&) = delete;
+};
 
 // Reads blob as an ONNX network and checks it: one forward pass on fixed noise must give
 // every output of shape with its element count. Throws Error(INVALID_MODEL) otherwise.

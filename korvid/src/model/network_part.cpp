@@ -13,6 +13,7 @@ std::shared_ptr<Network> NetworkPart::get() {
     if (network_ || !reference_ || failed_) return network_;
     try {
         if (cache_ == nullptr) throw Error(Vantor::INVALID_MODEL, "no network cache to fetch it through");
+        const NetworkReadScope reads;
         network_ = cache_->resolve(*reference_, shape_);
     } catch (const Error& e) {
         failed_ = true;

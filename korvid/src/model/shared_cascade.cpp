@@ -1,14 +1,10 @@
 #include "model/shared_cascade.h"
 
-#include <algorithm>
-#include <condition_variable>
-#include <deque>
-#include <map>
-#include <set>
 #include <utility>
 
 #include "model/model_loading.h"
 #include "model/network_reads.h"
+#include "model/process_store.h"
 
 namespace kv {
 
@@ -53,27 +49,9 @@ size_t SharedCascade::classifierCount() const {
 
 namespace {
 
-// The cascades systems of the process hold, by digest, and the few asked for last, held
-// here. A cascade being read is marked so that a second system wanting it waits for it
-// rather than reading it again.
-struct ProcessCascades {
-    std::mutex mutex;
-    std::condition_variable readDone;
-    std::map<ContentDigest, std::weak_ptr<const SharedCascade>> entries;
-    std::set<ContentDigest> reading;
-    std::deque<std::shared_ptr<const SharedCascade>> recent;  // latest first
-
-    // Under mutex: cascade becomes the latest asked for.
-    void keep(const std::shared_ptr<const SharedCascade>& cascade) {
-        const auto it = std::find(recent.begin(), recent.end(), cascade);
-        if (it != recent.end()) recent.erase(it);
-        recent.push_front(cascade);
-        if (recent.size() > kKeptCascades) recent.pop_back();
-    }
-};
-
-ProcessCascades& processCascades() {
-    static ProcessCascades cascades;
+// The cascades systems of the process hold, by digest, and the few asked for last.
+ProcessStore<ContentDigest, const SharedCascade>& processCascades() {
+    static ProcessStore<ContentDigest, const SharedCascade> cascades(kKeptCascades);
     return cascades;
 }
 
@@ -90,39 +68,7 @@ std::shared_ptr<const SharedCascade> readSharedCascade(const ModelBlob& blob, co
 std::shared_ptr<const SharedCascade> sharedCascade(const ModelBlob& blob) {
     // Empty bytes digest like any others and fail their check with its reason.
     const ContentDigest digest = digestOf(blob.data, blob.size);
-    ProcessCascades& shared = processCascades();
-    std::unique_lock<std::mutex> lock(shared.mutex);
-    for (;;) {
-        if (auto it = shared.entries.find(digest); it != shared.entries.end()) {
-            if (auto cascade = it->second.lock()) {
-                shared.keep(cascade);
-                return cascade;
-            }
-        }
-        if (shared.reading.count(digest) == 0) break;
-        // Another system reads it; should that read fail, this one tries for itself.
-        shared.readDone.wait(lock);
-    }
-    shared.reading.insert(digest);
-    lock.unlock();
-    std::shared_ptr<const SharedCascade> cascade;
-    try {
-        cascade = readSharedCascade(blob, digest);
-    } catch (...) {
-        lock.lock();
-        shared.reading.erase(digest);
-        shared.readDone.notify_all();
-        throw;
-    }
-    lock.lock();
-    shared.reading.erase(digest);
-    for (auto it = shared.entries.begin(); it != shared.entries.end();) {
-        it = it->second.expired() ? shared.entries.erase(it) : std::next(it);
-    }
-    shared.entries[digest] = cascade;
-    shared.keep(cascade);
-    shared.readDone.notify_all();
-    return cascade;
+    return processCascades().get(digest, [&] { return readSharedCascade(blob, digest); });
 }
 
 }  // namespace kv

@@ -35,17 +35,6 @@ cv::Mat grayWork(const cv::Mat& bgr, double& scale) {
     return gray;
 }
 
-// The pets of an image as the first pet node found them, with the cascade they were found
-// with: a node of another cascade finds its own.
-struct SharedPets {
-    std::vector<PetDetection> pets;
-    std::shared_ptr<const SharedCascade> cascade;
-};
-
-std::string digestText(const ContentDigest& d) {
-    return std::to_string(d.size) + ":" + std::to_string(d.high) + ":" + std::to_string(d.low);
-}
-
 cv::Rect unscale(const cv::Rect& r, double scale, const cv::Size& size) {
     const cv::Rect full(int(r.x / scale), int(r.y / scale), int(r.width / scale), int(r.height / scale));
     return full & cv::Rect(cv::Point(), size);
@@ -70,10 +59,10 @@ std::vector<PetDetection> PetDetector::detect(const cv::Mat& bgr, size_t maxCoun
     if (!faces && objects_) {
         pets = find(bgr, memo, false);  // the detector's pass is shared through the memo
     } else if (memo != nullptr) {
-        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + digestText(cats_->digest()) + "@" +
+        // Pet nodes loading the same cascade bytes hold the same SharedCascade.
+        const std::string key = "pets:" + identity(objects_ ? objects_->network() : nullptr) + ":" + identity(cats_.get()) + "@" +
                                 imageIdentity(bgr);
-        const SharedPets& shared = memo->get<SharedPets>(key, [&] { return SharedPets{find(bgr, memo, true), cats_}; });
-        pets = shared.cascade == cats_ ? shared.pets : find(bgr, memo, true);
+        pets = memo->get<std::vector<PetDetection>>(key, [&] { return find(bgr, memo, true); });
     } else {
         pets = find(bgr, nullptr, true);
     }

@@ -42,7 +42,7 @@ private:
     std::optional<cv::Rect> catFace(const cv::Mat& bgr, const cv::Rect& cat) const;
 
     // The cat-face cascade, shared with the other systems of the process that load the same
-    // bytes; its digest names it in the memo's key.
+    // bytes; its address names it in the memo's key.
     std::shared_ptr<const SharedCascade> cats_;
     std::unique_ptr<ObjectDetector> objects_;
 };

@@ -234,6 +234,7 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
         code = fail(NOT_INIT, "loadGraph before a successful initialise");
     } else {
         try {
+            const NetworkReadScope reads;  // ends after networks_.trim(), whose frees it gives back too
             networks_.startLoad();
             try {
                 buildGraph(graphJson);
@@ -242,7 +243,6 @@ VantorErrorCode OpenAlgorithmSystem::loadGraph(const std::string& graphJson) {
                 code = fail(e.code, e.what());
             }
             networks_.trim();
-            releaseLoadLeftovers();
         } catch (const std::bad_alloc&) {
             code = fail(INTERNAL_ERROR, "out of memory while loading the graph");
         }
