@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
+#include <mutex>
 #include <unordered_map>
 
 #include <dnnl.hpp>
@@ -147,17 +148,93 @@ dnnl::primitive_attr userScratchpad() {
 
 }  // namespace
 
+namespace {
+
+// The buffers of one forward pass and the arguments bound to them: the intermediate tensors
+// and the scratchpad (in blocks), the input and the outputs. The primitives and the weights
+// are every run's: oneDNN runs one primitive on several threads at once when each brings its
+// own buffers and scratchpad.
+struct DnnlRun {
+    explicit DnnlRun(const dnnl::engine& engine) : stream(engine) {}
+    dnnl::stream stream;
+    std::vector<std::unordered_map<int, memory>> args;  // of each step of the program
+    std::vector<float*> fills;                          // where each fill writes
+    memory input;
+    std::vector<memory> outputs;
+    std::vector<std::pair<std::unique_ptr<char, decltype(&std::free)>, size_t>> blocks;  // and their bytes
+};
+
+char* alignedBlock(size_t bytes) {
+    void* p = std::aligned_alloc(kAlign, bytes);
+    if (p == nullptr) throw std::bad_alloc();
+    return static_cast<char*>(p);
+}
+
+// A run like from with buffers of its own: every memory inside one of from's blocks moves to
+// the same place in the copy's, the outputs are new, the rest (weights) stays shared.
+std::unique_ptr<DnnlRun> copyOf(const DnnlRun& from, const dnnl::engine& engine) {
+    auto run = std::make_unique<DnnlRun>(engine);
+    for (const auto& [data, bytes] : from.blocks) run->blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(alignedBlock(bytes), &std::free), bytes);
+    const auto moved = [&](void* where) -> char* {
+        const uintptr_t at = reinterpret_cast<uintptr_t>(where);
+        for (size_t b = 0; b < from.blocks.size(); ++b) {
+            const uintptr_t base = reinterpret_cast<uintptr_t>(from.blocks[b].first.get());
+            if (at >= base && at < base + from.blocks[b].second) return run->blocks[b].first.get() + (at - base);
+        }
+        return nullptr;
+    };
+    for (const memory& out : from.outputs) run->outputs.push_back(memory(out.get_desc(), engine));
+    const auto rebound = [&](const memory& m) {
+        if (char* where = moved(m.get_data_handle())) return memory(m.get_desc(), engine, where);
+        for (size_t o = 0; o < from.outputs.size(); ++o) {
+            if (m.get_data_handle() == from.outputs[o].get_data_handle()) return run->outputs[o];
+        }
+        return m;
+    };
+    run->input = rebound(from.input);
+    for (float* fill : from.fills) run->fills.push_back(reinterpret_cast<float*>(moved(fill)));
+    for (const auto& args : from.args) {
+        std::unordered_map<int, memory> copy;
+        for (const auto& [arg, m] : args) copy[arg] = rebound(m);
+        run->args.push_back(std::move(copy));
+    }
+    return run;
+}
+
+}  // namespace
+
 struct DnnlExecutor::State {
     dnnl::engine engine{dnnl::engine::kind::cpu, 0};
-    dnnl::stream stream{engine};
-    std::vector<std::pair<dnnl::primitive, std::unordered_map<int, memory>>> program;
-    std::vector<std::pair<size_t, std::pair<float*, size_t>>> fills;  // before program step: (pointer, floats)
-    std::vector<std::pair<float, float*>> fillValues;
-    memory input;
+    dnnl::stream stream{engine};  // the load's reorders of weights
+    std::vector<dnnl::primitive> program;
+    struct Fill {
+        size_t before;  // the step it comes before
+        size_t floats;
+        float value;
+    };
+    std::vector<Fill> fills;
     std::vector<std::vector<int>> outputShapes;
-    std::vector<memory> outputs;
-    std::vector<std::unique_ptr<char, decltype(&std::free)>> blocks;
     std::vector<int> inputShape;
+    // The run the builder binds; forward passes on other threads at once get copies of it.
+    std::unique_ptr<DnnlRun> first = std::make_unique<DnnlRun>(engine);
+    const DnnlRun* pattern = nullptr;
+    std::mutex mutex;  // guards idle
+    std::vector<std::unique_ptr<DnnlRun>> idle;
+
+    std::unique_ptr<DnnlRun> take() {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (!idle.empty()) {
+                std::unique_ptr<DnnlRun> run = std::move(idle.back());
+                idle.pop_back();
+                return run;
+            }
+        }
+        std::unique_ptr<DnnlRun> run = copyOf(*pattern, engine);  // the pattern's bindings never change
+        std::lock_guard<std::mutex> lock(mutex);
+        idle.reserve(idle.size() + 1);  // so that giving it back never allocates
+        return run;
+    }
 };
 
 namespace {
@@ -222,7 +299,7 @@ public:
         step.values = {{DNNL_ARG_FROM, id}};
         step.constants = {{DNNL_ARG_TO, out}};
         add(std::move(step));
-        s_.outputs.push_back(out);
+        s_.first->outputs.push_back(out);
         s_.outputShapes.emplace_back(v.dims.begin(), v.dims.end());
     }
 
@@ -246,7 +323,7 @@ public:
         const std::vector<char*> where = layOut();
         std::vector<memory> memories;
         for (const Value& v : values_) memories.push_back(v.slot >= 0 ? memory(v.md, s_.engine, where[size_t(v.slot)]) : memory());
-        s_.input = memories[size_t(input_)];
+        s_.first->input = memories[size_t(input_)];
         memory scratch;
         if (scratchpad > 0) {
             char* p = allocate(scratchpad);
@@ -255,15 +332,16 @@ public:
         for (const Step& step : steps_) {
             if (step.fillValue >= 0) {
                 const Value& v = values_[size_t(step.fillValue)];
-                s_.fills.push_back({s_.program.size(), {reinterpret_cast<float*>(where[size_t(v.slot)]), v.md.get_size() / sizeof(float)}});
-                s_.fillValues.push_back({step.fill, nullptr});
+                s_.fills.push_back({s_.program.size(), v.md.get_size() / sizeof(float), step.fill});
+                s_.first->fills.push_back(reinterpret_cast<float*>(where[size_t(v.slot)]));
                 continue;
             }
             std::unordered_map<int, memory> args;
             for (const auto& [arg, id] : step.values) args[arg] = memories[size_t(id)];
             for (const auto& [arg, m] : step.constants) args[arg] = m;
             if (step.scratchpad > 0) args[DNNL_ARG_SCRATCHPAD] = scratch;
-            s_.program.push_back({step.primitive, std::move(args)});
+            s_.program.push_back(step.primitive);
+            s_.first->args.push_back(std::move(args));
         }
     }
 
@@ -1030,11 +1108,10 @@ private:
 
     char* allocate(size_t bytes) {
         bytes = (bytes + kAlign - 1) / kAlign * kAlign;
-        void* p = std::aligned_alloc(kAlign, bytes);
-        if (p == nullptr) throw std::bad_alloc();
-        s_.blocks.emplace_back(static_cast<char*>(p), &std::free);
+        char* p = alignedBlock(bytes);
+        s_.first->blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(p, &std::free), bytes);
         bufferBytes += bytes;
-        return static_cast<char*>(p);
+        return p;
     }
 
     // Each slot in a block of its own or one a slot done before it began left free: the
@@ -1100,7 +1177,10 @@ std::unique_ptr<DnnlExecutor> DnnlExecutor::build(const OnnxGraph& graph, const 
         for (const OnnxNode& node : graph.nodes) builder.node(node);
         for (const std::string& name : outputs) builder.output(name);
         builder.finish();
-        executor->state_->inputShape = inputShape;
+        State& s = *executor->state_;
+        s.inputShape = inputShape;
+        s.pattern = s.first.get();
+        s.idle.push_back(std::move(s.first));
         executor->weightBytes_ = builder.weightBytes;
         executor->bufferBytes_ = builder.bufferBytes;
         executor->fusedSteps_ = builder.fused;
@@ -1118,22 +1198,31 @@ std::vector<cv::Mat> DnnlExecutor::forward(const cv::Mat& blob) {
     const std::vector<int>& shape = s.inputShape;
     const size_t total = size_t(shape[0]) * size_t(shape[1]) * size_t(shape[2]) * size_t(shape[3]);
     CV_Assert(blob.type() == CV_32F && blob.isContinuous() && blob.total() == total);
-    std::memcpy(s.input.get_data_handle(), blob.ptr<float>(), total * sizeof(float));
+    struct GiveBack {
+        State& state;
+        std::unique_ptr<DnnlRun> run;
+        ~GiveBack() {
+            std::lock_guard<std::mutex> lock(state.mutex);
+            state.idle.push_back(std::move(run));
+        }
+    } taken{s, s.take()};
+    DnnlRun& run = *taken.run;
+    std::memcpy(run.input.get_data_handle(), blob.ptr<float>(), total * sizeof(float));
     {
         OneThread oneThread;
         size_t fill = 0;
         for (size_t i = 0; i < s.program.size(); ++i) {
-            for (; fill < s.fills.size() && s.fills[fill].first == i; ++fill) {
-                std::fill_n(s.fills[fill].second.first, s.fills[fill].second.second, s.fillValues[fill].first);
+            for (; fill < s.fills.size() && s.fills[fill].before == i; ++fill) {
+                std::fill_n(run.fills[fill], s.fills[fill].floats, s.fills[fill].value);
             }
-            s.program[i].first.execute(s.stream, s.program[i].second);
+            s.program[i].execute(run.stream, run.args[i]);
         }
-        s.stream.wait();
+        run.stream.wait();
     }
     std::vector<cv::Mat> outs;
-    for (size_t i = 0; i < s.outputs.size(); ++i) {
+    for (size_t i = 0; i < run.outputs.size(); ++i) {
         cv::Mat mat(int(s.outputShapes[i].size()), s.outputShapes[i].data(), CV_32F);
-        std::memcpy(mat.ptr<float>(), s.outputs[i].get_data_handle(), mat.total() * sizeof(float));
+        std::memcpy(mat.ptr<float>(), run.outputs[i].get_data_handle(), mat.total() * sizeof(float));
         outs.push_back(std::move(mat));
     }
     return outs;

@@ -4,8 +4,9 @@
 // plain one (reshapes, matrix products, transposes, the outputs). An activation, or an
 // addition of an earlier result, right after a convolution whose output has no other reader
 // is fused into the convolution. Intermediate tensors share buffers once their readers are
-// done. Runs on the calling thread only (one OpenMP thread while it runs). Not thread-safe:
-// one executor per network, run under the network's lock.
+// done. Runs on the calling thread only (one OpenMP thread while it runs). Thread-safe:
+// passes on several threads at once share the primitives and weights, each with buffers of
+// its own (the first pass's, or a copy made when every set is busy and kept for the next).
 #pragma once
 
 #include <memory>

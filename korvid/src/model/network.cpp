@@ -73,8 +73,8 @@ Network::Network(cv::dnn::Net net, NetworkShape shape, const ContentDigest& dige
 const char* Network::runtimeName() const { return dnnl_ != nullptr ? "oneDNN" : xnn_ != nullptr ? "XNNPACK" : "OpenCV DNN"; }
 
 std::vector<cv::Mat> Network::forward(const cv::Mat& blob) {
+    if (dnnl_ != nullptr) return dnnl_->forward(blob);  // thread-safe, fresh outputs
     std::lock_guard<std::mutex> lock(mutex_);
-    if (dnnl_ != nullptr) return dnnl_->forward(blob);  // fresh outputs, nothing shared
     if (xnn_ != nullptr) return xnn_->forward(blob);
     net_.setInput(blob);
     std::vector<cv::Mat> outs;

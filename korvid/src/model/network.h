@@ -44,9 +44,9 @@ NetworkShape declaredShape(const NetworkInput& in, std::vector<std::pair<std::st
 // on an NCHW float blob and returns the outputs in the shape's order, through oneDNN or
 // XNNPACK where they run every operator of the network (see NetworkRuntime), through OpenCV
 // DNN otherwise. Thread-safe: a network may be shared by the systems of several threads.
-// Every runtime keeps the buffers of a run inside itself, so forward() runs under the
-// network's lock and returns copies of the outputs, which the next run (of any thread)
-// would otherwise overwrite.
+// oneDNN runs on several threads at once, each run with buffers of its own; XNNPACK and
+// OpenCV keep the buffers of a run inside themselves, so their runs take the network's lock.
+// forward() returns copies of the outputs, which the next run would otherwise overwrite.
 class Network {
 public:
     // net has passed its check; with dnnl or xnn (checked against net) the network runs
@@ -65,7 +65,7 @@ public:
     size_t weightBytes() const { return weightBytes_; }
 
 private:
-    std::mutex mutex_;  // guards the runs of net_, xnn_ and dnnl_
+    std::mutex mutex_;  // guards the runs of net_ and xnn_
     cv::dnn::Net net_;  // empty when xnn_ or dnnl_ runs the network
     const NetworkShape shape_;
     const std::vector<std::string> names_;
