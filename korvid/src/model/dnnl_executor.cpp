@@ -146,10 +146,6 @@ dnnl::primitive_attr userScratchpad() {
     return attr;
 }
 
-}  // namespace
-
-namespace {
-
 // The buffers of one forward pass and the arguments bound to them: the intermediate tensors
 // and the scratchpad (in blocks), the input and the outputs. The primitives and the weights
 // are every run's: oneDNN runs one primitive on several threads at once when each brings its
@@ -174,7 +170,9 @@ char* alignedBlock(size_t bytes) {
 // the same place in the copy's, the outputs are new, the rest (weights) stays shared.
 std::unique_ptr<DnnlRun> copyOf(const DnnlRun& from, const dnnl::engine& engine) {
     auto run = std::make_unique<DnnlRun>(engine);
-    for (const auto& [data, bytes] : from.blocks) run->blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(alignedBlock(bytes), &std::free), bytes);
+    for (const auto& [data, bytes] : from.blocks) {
+        run->blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(alignedBlock(bytes), &std::free), bytes);
+    }
     const auto moved = [&](void* where) -> char* {
         const uintptr_t at = reinterpret_cast<uintptr_t>(where);
         for (size_t b = 0; b < from.blocks.size(); ++b) {
