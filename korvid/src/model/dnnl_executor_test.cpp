@@ -117,7 +117,7 @@ TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) { expectAsXnnpack(layoutsGraph(),
 
 // Passes on several threads at once each give what the pass alone gives for its own input:
 // no buffer, scratchpad, fill or output of one pass is another's.
-TEST(DnnlExecutor, PassesOnSeveralThreadsAtOnceKeepToTheirOwnInputs) {
+TEST(DnnlExecutorConcurrency, PassesOnSeveralThreadsAtOnceKeepToTheirOwnInputs) {
     const std::vector<int> shape{1, 3, 18, 16};
     std::string why;
     const auto dnnl = DnnlExecutor::build(layoutsGraph(), shape, {"prob", "t"}, why);

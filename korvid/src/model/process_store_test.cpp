@@ -14,7 +14,7 @@ namespace {
 // A system waiting for another's read of the same key reads for itself when that read fails
 // (a missing wake-up leaves it waiting for ever); once read, the key is read no more, and what
 // no system holds leaves the store.
-TEST(ProcessStore, AWaiterOfAFailedReadReadsItselfAndUnheldObjectsGo) {
+TEST(ProcessStoreConcurrency, AWaiterOfAFailedReadReadsItselfAndUnheldObjectsGo) {
     ProcessStore<int, int> store;
     std::promise<void> started, fail;
     auto failing = std::async(std::launch::async, [&] {
