@@ -19,9 +19,8 @@ rounds=${3:-3}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-photos="${VQFE_QUALITY_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vqfe/quality}/photos"
-if [[ ! -d $photos ]] || (($(ls "$photos" | wc -l) < count)); then photos="$root/testdata"; fi
-"$root/build/bin/bench_make_photos" "$photos" "$work/once" "$count" "$side" 2>/dev/null
+source "$root/bench/bench_photos.sh"
+bench_photos "$count" "$side" "$work/once"
 mkdir "$work/twice"
 for f in "$work/once"/*; do
   cp "$f" "$work/twice/a_$(basename "$f")"
@@ -29,7 +28,7 @@ for f in "$work/once"/*; do
 done
 export OPENCV_FOR_THREADS_NUM=1
 
-echo "vqfe extract --jobs 1 --kind all, one thread, $count photos of $side px from $photos, then each twice; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "vqfe extract --jobs 1 --kind all, one thread, $count photos of $side px from $photos_from, then each twice; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
 printf '%-6s %14s %14s %12s %12s\n' round "once cpu s" "twice cpu s" "cpu ms/img" "peak RSS MB"
 for round in $(seq "$rounds"); do
   for set in once twice; do

@@ -15,11 +15,10 @@ rounds=${3:-2}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-photos="${VQFE_QUALITY_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vqfe/quality}/photos"
-if [[ ! -d $photos ]] || (($(ls "$photos" | wc -l) < count)); then photos="$root/testdata"; fi
-"$root/build/bin/bench_make_photos" "$photos" "$work/photos" "$count" "$side" 2>/dev/null
+source "$root/bench/bench_photos.sh"
+bench_photos "$count" "$side" "$work/photos"
 
-echo "vqfe extract --kind all, $count photos of $side px from $photos; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "vqfe extract --kind all, $count photos of $side px from $photos_from; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
 printf '%-6s %5s %10s %9s %12s %6s %12s\n' round jobs images/s speed-up "cpu ms/img" cores "peak RSS MB"
 for round in $(seq "$rounds"); do
   for jobs in 1 2; do

@@ -153,11 +153,12 @@ dnnl::primitive_attr userScratchpad() {
 struct DnnlRun {
     explicit DnnlRun(const dnnl::engine& engine) : stream(engine) {}
     dnnl::stream stream;
+    // Declared before the memories bound to them, so that they go last.
+    std::vector<std::pair<std::unique_ptr<char, decltype(&std::free)>, size_t>> blocks;  // and their bytes
     std::vector<std::unordered_map<int, memory>> args;  // of each step of the program
     std::vector<float*> fills;                          // where each fill writes
     memory input;
     std::vector<memory> outputs;
-    std::vector<std::pair<std::unique_ptr<char, decltype(&std::free)>, size_t>> blocks;  // and their bytes
 };
 
 char* alignedBlock(size_t bytes) {

@@ -2,14 +2,14 @@
 
 #include <utility>
 
+#include "model/content_digest.h"
 #include "model/model_loading.h"
 #include "model/network_reads.h"
 #include "model/process_store.h"
 
 namespace kv {
 
-SharedCascade::SharedCascade(std::string text, const ContentDigest& digest, std::unique_ptr<cv::CascadeClassifier> first)
-    : text_(std::move(text)), digest_(digest) {
+SharedCascade::SharedCascade(std::string text, std::unique_ptr<cv::CascadeClassifier> first) : text_(std::move(text)) {
     idle_.push_back(std::move(first));  // its capacity, 1, is count_
 }
 
@@ -55,12 +55,12 @@ ProcessStore<ContentDigest, const SharedCascade>& processCascades() {
     return cascades;
 }
 
-std::shared_ptr<const SharedCascade> readSharedCascade(const ModelBlob& blob, const ContentDigest& digest) {
+std::shared_ptr<const SharedCascade> readSharedCascade(const ModelBlob& blob) {
     ++cascadeReads;
     std::string text = cascadeText(blob);
     auto first = std::make_unique<cv::CascadeClassifier>();
     readCascade(text, blob.name, *first);
-    return std::make_shared<const SharedCascade>(std::move(text), digest, std::move(first));
+    return std::make_shared<const SharedCascade>(std::move(text), std::move(first));
 }
 
 }  // namespace
@@ -68,7 +68,7 @@ std::shared_ptr<const SharedCascade> readSharedCascade(const ModelBlob& blob, co
 std::shared_ptr<const SharedCascade> sharedCascade(const ModelBlob& blob) {
     // Empty bytes digest like any others and fail their check with its reason.
     const ContentDigest digest = digestOf(blob.data, blob.size);
-    return processCascades().get(digest, [&] { return readSharedCascade(blob, digest); });
+    return processCascades().get(digest, [&] { return readSharedCascade(blob); });
 }
 
 }  // namespace kv

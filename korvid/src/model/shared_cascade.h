@@ -19,7 +19,6 @@
 
 #include <opencv2/objdetect.hpp>
 
-#include "model/content_digest.h"
 #include "model/model_blob.h"
 
 namespace kv {
@@ -28,8 +27,7 @@ namespace kv {
 class SharedCascade {
 public:
     // text: checkedCascadeText's output; first: the classifier read from it at load.
-    SharedCascade(std::string text, const ContentDigest& digest, std::unique_ptr<cv::CascadeClassifier> first);
-    const ContentDigest& digest() const { return digest_; }
+    SharedCascade(std::string text, std::unique_ptr<cv::CascadeClassifier> first);
     // Calls use with a classifier that no other call uses meanwhile; it goes back to the pool
     // afterwards, also when use throws.
     void detect(const std::function<void(cv::CascadeClassifier&)>& use) const;
@@ -38,7 +36,6 @@ public:
 
 private:
     const std::string text_;
-    const ContentDigest digest_;
     mutable std::mutex mutex_;  // guards idle_ and count_
     mutable std::vector<std::unique_ptr<cv::CascadeClassifier>> idle_;
     mutable size_t count_ = 1;
