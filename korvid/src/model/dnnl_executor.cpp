@@ -7,11 +7,11 @@
 #include <cstring>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <unordered_map>
 
 #include <dnnl.hpp>
 
+#include "model/idle_pool.h"
 #include "model/onnx_rules.h"
 
 namespace kv {
@@ -214,26 +214,10 @@ struct DnnlExecutor::State {
     std::vector<Fill> fills;
     std::vector<std::vector<int>> outputShapes;
     std::vector<int> inputShape;
-    // The run the builder binds; forward passes on other threads at once get copies of it.
+    // The run the builder binds; passes on other threads at once get copies of it.
     std::unique_ptr<DnnlRun> first = std::make_unique<DnnlRun>(engine);
-    const DnnlRun* pattern = nullptr;
-    std::mutex mutex;  // guards idle
-    std::vector<std::unique_ptr<DnnlRun>> idle;
-
-    std::unique_ptr<DnnlRun> take() {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            if (!idle.empty()) {
-                std::unique_ptr<DnnlRun> run = std::move(idle.back());
-                idle.pop_back();
-                return run;
-            }
-        }
-        std::unique_ptr<DnnlRun> run = copyOf(*pattern, engine);  // the pattern's bindings never change
-        std::lock_guard<std::mutex> lock(mutex);
-        idle.reserve(idle.size() + 1);  // so that giving it back never allocates
-        return run;
-    }
+    const DnnlRun* pattern = nullptr;  // first, once in runs; its bindings never change
+    IdlePool<DnnlRun> runs;
 };
 
 namespace {
@@ -1179,7 +1163,7 @@ std::unique_ptr<DnnlExecutor> DnnlExecutor::build(const OnnxGraph& graph, const 
         State& s = *executor->state_;
         s.inputShape = inputShape;
         s.pattern = s.first.get();
-        s.idle.push_back(std::move(s.first));
+        s.runs.add(std::move(s.first));
         executor->weightBytes_ = builder.weightBytes;
         executor->bufferBytes_ = builder.bufferBytes;
         executor->fusedSteps_ = builder.fused;
@@ -1197,15 +1181,8 @@ std::vector<cv::Mat> DnnlExecutor::forward(const cv::Mat& blob) {
     const std::vector<int>& shape = s.inputShape;
     const size_t total = size_t(shape[0]) * size_t(shape[1]) * size_t(shape[2]) * size_t(shape[3]);
     CV_Assert(blob.type() == CV_32F && blob.isContinuous() && blob.total() == total);
-    struct GiveBack {
-        State& state;
-        std::unique_ptr<DnnlRun> run;
-        ~GiveBack() {
-            std::lock_guard<std::mutex> lock(state.mutex);
-            state.idle.push_back(std::move(run));
-        }
-    } taken{s, s.take()};
-    DnnlRun& run = *taken.run;
+    const auto taken = s.runs.take([&] { return copyOf(*s.pattern, s.engine); });
+    DnnlRun& run = *taken;
     std::memcpy(run.input.get_data_handle(), blob.ptr<float>(), total * sizeof(float));
     {
         OneThread oneThread;

@@ -10,42 +10,21 @@
 namespace kv {
 
 SharedCascade::SharedCascade(std::string text, std::unique_ptr<cv::CascadeClassifier> first) : text_(std::move(text)) {
-    idle_.push_back(std::move(first));  // its capacity, 1, is count_
+    classifiers_.add(std::move(first));
 }
 
 void SharedCascade::detect(const std::function<void(cv::CascadeClassifier&)>& use) const {
-    std::unique_ptr<cv::CascadeClassifier> classifier;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!idle_.empty()) {
-            classifier = std::move(idle_.back());
-            idle_.pop_back();
-        }
-    }
-    if (classifier == nullptr) {
-        // Every classifier is busy on another thread: one more, read from the checked text
-        // (a few ms, against some 25 ms for the check that made it).
-        classifier = std::make_unique<cv::CascadeClassifier>();
-        readCascade(text_, "cascade", *classifier);
-        std::lock_guard<std::mutex> lock(mutex_);
-        idle_.reserve(count_ + 1);  // so that giving it back never allocates
-        ++count_;
-    }
-    struct GiveBack {
-        const SharedCascade& cascade;
-        std::unique_ptr<cv::CascadeClassifier>& classifier;
-        ~GiveBack() {
-            std::lock_guard<std::mutex> lock(cascade.mutex_);
-            cascade.idle_.push_back(std::move(classifier));
-        }
-    } giveBack{*this, classifier};
+    // When every classifier is busy on another thread, one more is read from the checked
+    // text (a few ms, against some 25 ms for the check that made it).
+    const auto classifier = classifiers_.take([&] {
+        auto made = std::make_unique<cv::CascadeClassifier>();
+        readCascade(text_, "cascade", *made);
+        return made;
+    });
     use(*classifier);
 }
 
-size_t SharedCascade::classifierCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return count_;
-}
+size_t SharedCascade::classifierCount() const { return classifiers_.count(); }
 
 namespace {
 

@@ -13,12 +13,11 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
 #include <opencv2/objdetect.hpp>
 
+#include "model/idle_pool.h"
 #include "model/model_blob.h"
 
 namespace kv {
@@ -36,9 +35,7 @@ public:
 
 private:
     const std::string text_;
-    mutable std::mutex mutex_;  // guards idle_ and count_
-    mutable std::vector<std::unique_ptr<cv::CascadeClassifier>> idle_;
-    mutable size_t count_ = 1;
+    mutable IdlePool<cv::CascadeClassifier> classifiers_;
 };
 
 // The cascade of blob's bytes that a system of this process holds or loaded lately, or else
