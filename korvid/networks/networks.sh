@@ -8,8 +8,10 @@
 #   networks.sh valid MODELS_DIR REF_DIR PYTHON
 #                                        every network passes ONNX's full check, and ONNX
 #                                        Runtime's outputs match the reference outputs
-#   networks.sh bench MODELS_DIR BENCH   each network's forward time, OpenCV DNN (the BENCH
-#                                        program) against ONNX Runtime, one thread each
+#   networks.sh bench MODELS_DIR BENCH [ROUNDS]
+#                                        each network's forward time in our runtimes (the BENCH
+#                                        program) against ONNX Runtime, one thread each, in
+#                                        ROUNDS rounds (default 3), then each ratio's median
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 fetch="$here/../../scripts/fetch-networks"
@@ -41,10 +43,35 @@ case "${1:-}" in
     ;;
   bench)
     runtime="$("$fetch" --runtime)"
-    # ONNX Runtime first, to the end, then OpenCV: piped, the two would run at the same time
-    # and take each other's processor.
-    ort="$(NODE_PATH="$runtime" node "$here/ort_bench.js" "$here/networks.json" "$2" 30)"
-    "$3" "$2" <<<"$ort"
+    rounds="${4:-3}"
+    models=$(NODE_PATH="$runtime" node -e '
+      const s = JSON.parse(require("fs").readFileSync(process.argv[1]));
+      for (const n of [...s.networks, ...s.weights_package.networks, ...s.layers_package.networks]) console.log(n.model);' \
+      "$here/networks.json")
+    rows=$(mktemp)
+    trap 'rm -f "$rows"' EXIT
+    # Each network in ONNX Runtime and then in ours, one network after the other, so that the
+    # two figures of a ratio are seconds apart and a change in the machine's speed (other
+    # work on a shared host) falls on both; piped, the two would run at the same time and
+    # take each other's processor. The rounds repeat that; the summary takes each ratio's
+    # median over them.
+    for round in $(seq "$rounds"); do
+      echo "round $round of $rounds"
+      for model in $models; do
+        ort="$(NODE_PATH="$runtime" node "$here/ort_bench.js" "$here/networks.json" "$2" 30 "$model")"
+        "$3" "$2" <<<"$ort" | tail -n +3 | tee -a "$rows"
+      done
+    done
+    echo "median over the rounds: ours / ORT (runtime), ORT ms, ours ms"
+    awk '{ ratio[$1] = ratio[$1] " " $7; ort[$1] = ort[$1] " " $5; runtime[$1] = $8
+           ours[$1] = ours[$1] " " ($8 == "oneDNN" ? $4 : $8 == "XNNPACK" ? $3 : $2)
+           if (!($1 in seen)) { seen[$1] = 1; order[++n] = $1 } }
+      function median(list,   v, k, i, j, t) {
+        k = split(list, v, " ")
+        for (i = 2; i <= k; i++) for (j = i; j > 1 && v[j - 1] + 0 > v[j] + 0; j--) { t = v[j]; v[j] = v[j - 1]; v[j - 1] = t }
+        return k % 2 ? v[(k + 1) / 2] : (v[k / 2] + v[k / 2 + 1]) / 2 }
+      END { for (i = 1; i <= n; i++) { m = order[i]
+              printf "%-24s %6.2f (%s)  %8.2f %8.2f   rounds:%s\n", m, median(ratio[m]), runtime[m], median(ort[m]), median(ours[m]), ratio[m] } }' "$rows"
     ;;
   *)
     echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | valid MODELS_DIR REF_DIR PYTHON | bench MODELS_DIR BENCH" >&2

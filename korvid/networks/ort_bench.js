@@ -2,18 +2,19 @@
 // included) in ONNX Runtime's CPU build under node, one thread (intraOpNumThreads 1), all
 // graph optimisations on: the median processor time of RUNS warm runs on a zero input (the
 // process does nothing else meanwhile). Prints one line per network: MODEL CHANNELS HEIGHT
-// WIDTH MILLISECONDS.
-//   usage: node ort_bench.js NETWORKS.json MODELS_DIR [RUNS]   (NODE_PATH: the runtime)
+// WIDTH MILLISECONDS. With MODEL, that network only.
+//   usage: node ort_bench.js NETWORKS.json MODELS_DIR [RUNS [MODEL]]   (NODE_PATH: the runtime)
 'use strict';
 const fs = require('fs');
 const path = require('path');
 const ort = require('onnxruntime-node');
 
 async function main() {
-  const [networksFile, modelsDir, runsText] = process.argv.slice(2);
+  const [networksFile, modelsDir, runsText, only] = process.argv.slice(2);
   const runs = Number(runsText || 30);
   const spec = JSON.parse(fs.readFileSync(networksFile));
   for (const net of [...spec.networks, ...spec.weights_package.networks, ...spec.layers_package.networks]) {
+    if (only !== undefined && net.model !== only) continue;
     const { height: h, width: w } = net.input;
     const c = net.input.channels || 3;
     const session = await ort.InferenceSession.create(path.join(modelsDir, `${net.model}.model`),
