@@ -62,16 +62,18 @@ case "${1:-}" in
         "$3" "$2" <<<"$ort" | tail -n +3 | tee -a "$rows"
       done
     done
-    echo "median over the rounds: ours / ORT (runtime), ORT ms, ours ms"
-    awk '{ ratio[$1] = ratio[$1] " " $7; ort[$1] = ort[$1] " " $5; runtime[$1] = $8
+    echo "median over the rounds: ours / ORT (runtime), ORT ms, ours ms; GFLOP of a pass, and the share of the core's peak ours and ORT run at"
+    awk '{ ratio[$1] = ratio[$1] " " $7; ort[$1] = ort[$1] " " $5; runtime[$1] = $8; gflop[$1] = $9
            ours[$1] = ours[$1] " " ($8 == "oneDNN" ? $4 : $8 == "XNNPACK" ? $3 : $2)
+           oursShare[$1] = oursShare[$1] " " $10; ortShare[$1] = ortShare[$1] " " $11
            if (!($1 in seen)) { seen[$1] = 1; order[++n] = $1 } }
       function median(list,   v, k, i, j, t) {
         k = split(list, v, " ")
         for (i = 2; i <= k; i++) for (j = i; j > 1 && v[j - 1] + 0 > v[j] + 0; j--) { t = v[j]; v[j] = v[j - 1]; v[j - 1] = t }
         return k % 2 ? v[(k + 1) / 2] : (v[k / 2] + v[k / 2 + 1]) / 2 }
       END { for (i = 1; i <= n; i++) { m = order[i]
-              printf "%-24s %6.2f (%s)  %8.2f %8.2f   rounds:%s\n", m, median(ratio[m]), runtime[m], median(ort[m]), median(ours[m]), ratio[m] } }' "$rows"
+              printf "%-24s %6.2f (%s)  %8.2f %8.2f  %7s %4s%% %4s%%   rounds:%s\n", m, median(ratio[m]), runtime[m],
+                     median(ort[m]), median(ours[m]), gflop[m], median(oursShare[m]), median(ortShare[m]), ratio[m] } }' "$rows"
     ;;
   *)
     echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | valid MODELS_DIR REF_DIR PYTHON | bench MODELS_DIR BENCH" >&2

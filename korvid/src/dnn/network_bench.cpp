@@ -4,6 +4,9 @@
 // standard input: MODEL CHANNELS HEIGHT WIDTH MILLISECONDS per line). Both are medians of
 // the processor time of warm runs on a zero input, so a machine shared with other work
 // slows neither side's figure much.
+// Each row also sets the network's pass against the core's peak: its multiply-adds (in
+// convolutions and matrix products, counted by the oneDNN executor) over the time, against
+// the rate of a convolution that runs at the core's fused multiply-add rate.
 //   usage: node ort_bench.js ... | korvid_network_bench MODEL_DIR [RUNS]
 //          korvid_network_bench --profile MODEL_FILE CHANNELS HEIGHT WIDTH
 //            (OpenCV's time per layer of one network, largest first)
@@ -19,6 +22,9 @@
 #include <utility>
 #include <vector>
 
+#include <omp.h>
+
+#include <dnnl.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
 
@@ -99,6 +105,38 @@ struct Runner {
     }
 };
 
+// GFLOP/s of a 3 x 3 convolution of 128 channels at 52 x 52 in oneDNN, one thread: the
+// core's peak, since it runs at the rate of a loop of nothing but fused multiply-adds (on the
+// bench machine 116 against 113 to 116 GFLOP/s). Median of 30 runs.
+double peakGflops() {
+    using dnnl::memory;
+    constexpr int kChannels = 128, kSide = 52;
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const dnnl::engine engine(dnnl::engine::kind::cpu, 0);
+    dnnl::stream stream(engine);
+    const auto desc = [](memory::dims dims, memory::format_tag tag) { return memory::desc(dims, memory::data_type::f32, tag); };
+    const dnnl::convolution_forward::desc d(dnnl::prop_kind::forward_inference, dnnl::algorithm::convolution_direct,
+                                           desc({1, kChannels, kSide, kSide}, memory::format_tag::any),
+                                           desc({kChannels, kChannels, 3, 3}, memory::format_tag::any),
+                                           desc({kChannels}, memory::format_tag::x),
+                                           desc({1, kChannels, kSide, kSide}, memory::format_tag::any), {1, 1}, {1, 1}, {1, 1});
+    const dnnl::convolution_forward::primitive_desc pd(d, engine);
+    const memory src(pd.src_desc(), engine), weights(pd.weights_desc(), engine), bias(pd.bias_desc(), engine), dst(pd.dst_desc(), engine);
+    for (const memory& m : {src, weights, bias}) std::fill_n(static_cast<float*>(m.get_data_handle()), m.get_desc().get_size() / sizeof(float), 0.5f);
+    const dnnl::convolution_forward conv(pd);
+    std::vector<double> times;
+    for (int i = 0; i < 31; ++i) {
+        const double start = kv::clockMs(kv::Clock::ProcessCpu);
+        conv.execute(stream, {{DNNL_ARG_SRC, src}, {DNNL_ARG_WEIGHTS, weights}, {DNNL_ARG_BIAS, bias}, {DNNL_ARG_DST, dst}});
+        stream.wait();
+        if (i > 0) times.push_back(kv::clockMs(kv::Clock::ProcessCpu) - start);
+    }
+    omp_set_num_threads(threads);
+    std::nth_element(times.begin(), times.begin() + 15, times.end());
+    return 2.0 * kChannels * kChannels * 9 * kSide * kSide / times[15] / 1e6;
+}
+
 int profile(char** argv) {
     Runner runner(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]));
     runner.once();
@@ -138,9 +176,10 @@ int main(int argc, char** argv) {
         return 2;
     }
     const int runs = argc == 3 ? std::max(1, std::atoi(argv[2])) : 30;
-    std::printf("median %s of warm runs on one thread\n", kv::clockUnit(kv::Clock::ProcessCpu));
-    std::printf("%-24s %14s %12s %12s %10s %8s %8s %8s\n", "network", "OpenCV DNN ms", "XNNPACK ms", "oneDNN ms", "ORT ms", "OpenCV",
-                "ours", "runtime");
+    const double peak = peakGflops();
+    std::printf("median %s of warm runs on one thread; the core's peak %.1f GFLOP/s\n", kv::clockUnit(kv::Clock::ProcessCpu), peak);
+    std::printf("%-24s %14s %12s %12s %10s %8s %8s %8s %7s %6s %6s\n", "network", "OpenCV DNN ms", "XNNPACK ms", "oneDNN ms", "ORT ms",
+                "OpenCV", "ours", "runtime", "GFLOP", "ours%", "ORT%");
     std::string model;
     int c = 0, h = 0, w = 0;
     double ortMs = 0;
@@ -162,8 +201,11 @@ int main(int argc, char** argv) {
             if (xnnMs >= 0 && (xnnFirst || dnnlMs < 0)) ours = xnnMs, runtime = "XNNPACK";
             else if (dnnlMs >= 0) ours = dnnlMs, runtime = "oneDNN";
             const auto cell = [](double v) { return v < 0 ? std::string("-") : std::to_string(v).substr(0, std::to_string(v).find('.') + 3); };
-            std::printf("%-24s %14.2f %12s %12s %10.2f %8.2f %8.2f %8s", model.c_str(), ms, cell(xnnMs).c_str(), cell(dnnlMs).c_str(),
-                        ortMs, ms / ortMs, ours / ortMs, runtime);
+            // A pass's share of the peak: its work at the peak's rate over its time.
+            const double gflop = runner.dnnl != nullptr ? 2 * runner.dnnl->multiplyAdds() / 1e9 : 0;
+            const auto share = [&](double passMs) { return gflop > 0 ? std::to_string(int(100 * gflop / peak * 1e3 / passMs + 0.5)) : std::string("-"); };
+            std::printf("%-24s %14.2f %12s %12s %10.2f %8.2f %8.2f %8s %7.3f %6s %6s", model.c_str(), ms, cell(xnnMs).c_str(),
+                        cell(dnnlMs).c_str(), ortMs, ms / ortMs, ours / ortMs, runtime, gflop, share(ours).c_str(), share(ortMs).c_str());
             if (xnnMs < 0) std::printf("   (XNNPACK: %s)", why.c_str());
             if (dnnlMs < 0) std::printf("   (oneDNN: %s)", dnnlWhy.c_str());
             std::printf("\n");

@@ -228,6 +228,7 @@ public:
 
     size_t weightBytes = 0;
     size_t fused = 0;
+    double multiplyAdds = 0;  // of the convolutions and matrix products, one pass
 
     void input(const std::string& name, const std::vector<int>& shape, const std::vector<std::string>& outputs) {
         if (shape.size() != 4) unsupported("an input that is not 4-D");
@@ -532,6 +533,7 @@ private:
         const int64_t oh = onnx::windowOutput<int64_t>(in.dims[2], pads[0], pads[2], kh, strides[0], dilations[0]);
         const int64_t ow = onnx::windowOutput<int64_t>(in.dims[3], pads[1], pads[3], kw, strides[1], dilations[1]);
         const Dims outDims{in.dims[0], o, oh, ow};
+        multiplyAdds += double(product(outDims)) * double(ig * kh * kw);
         ConvSpec spec;
         spec.strides = {strides[0], strides[1]};
         spec.dilations = {dilations[0] - 1, dilations[1] - 1};
@@ -944,6 +946,7 @@ private:
         }
         in = plain(in);
         const Dims outDims{inDims[0], m};
+        multiplyAdds += double(inDims[0] * m) * double(k);
         dnnl::inner_product_forward::desc d(kInference, values_[size_t(in)].md, anyDesc({m, k}), plainDesc({m}), plainDesc(outDims));
         const dnnl::inner_product_forward::primitive_desc pd(d, userScratchpad(), s_.engine);
         memory plainFilter(plainDesc({m, k}), s_.engine);
@@ -1167,6 +1170,7 @@ std::unique_ptr<DnnlExecutor> DnnlExecutor::build(const OnnxGraph& graph, const 
         executor->weightBytes_ = builder.weightBytes;
         executor->bufferBytes_ = builder.bufferBytes;
         executor->fusedSteps_ = builder.fused;
+        executor->multiplyAdds_ = builder.multiplyAdds;
         return executor;
     } catch (const Unsupported& u) {
         why = u.why;

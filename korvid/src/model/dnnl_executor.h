@@ -38,6 +38,9 @@ public:
     size_t bufferBytes() const { return bufferBytes_; }
     // Convolutions that took an activation or an addition into themselves (for tests).
     size_t fusedSteps() const { return fusedSteps_; }
+    // Multiply-adds of a pass in its convolutions and matrix products, the work a runtime
+    // cannot skip (for measurement: a pass's time against the core's peak).
+    double multiplyAdds() const { return multiplyAdds_; }
 
     struct State;
 
@@ -47,6 +50,7 @@ private:
     size_t weightBytes_ = 0;
     size_t bufferBytes_ = 0;
     size_t fusedSteps_ = 0;
+    double multiplyAdds_ = 0;
 };
 
 }  // namespace kv

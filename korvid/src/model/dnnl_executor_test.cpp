@@ -113,7 +113,15 @@ OnnxGraph layoutsGraph() {
     return g;
 }
 
-TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) { expectAsXnnpack(layoutsGraph(), {1, 3, 18, 16}, {"prob", "t"}, 0); }
+TEST(DnnlExecutor, LayoutsPadsAndPlainTensors) {
+    expectAsXnnpack(layoutsGraph(), {1, 3, 18, 16}, {"prob", "t"}, 0);
+    // The work counted for the bench: the convolution's 16 x 18 x 16 outputs of 3 x 3 x 3
+    // products each and the Gemm's 4 of 9 x 8 x 42, padding and pooling not counted.
+    std::string why;
+    const auto dnnl = DnnlExecutor::build(layoutsGraph(), {1, 3, 18, 16}, {"prob"}, why);
+    ASSERT_NE(dnnl, nullptr) << why;
+    EXPECT_EQ(dnnl->multiplyAdds(), 16.0 * 18 * 16 * 27 + 4.0 * 9 * 8 * 42);
+}
 
 // Passes on several threads at once each give what the pass alone gives for its own input:
 // no buffer, scratchpad, fill or output of one pass is another's.
