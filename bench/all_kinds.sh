@@ -20,6 +20,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 source "$root/bench/bench_photos.sh"
+source "$root/bench/median.sh"
 bench_photos "$count" "$side" "$work/once"
 mkdir "$work/twice"
 for f in "$work/once"/*; do
@@ -30,6 +31,7 @@ export OPENCV_FOR_THREADS_NUM=1
 
 echo "vqfe extract --jobs 1 --kind all, one thread, $count photos of $side px from $photos_from, then each twice; load average before: $(cut -d' ' -f1-3 /proc/loadavg)"
 printf '%-6s %14s %14s %12s %12s\n' round "once cpu s" "twice cpu s" "cpu ms/img" "peak RSS MB"
+per_photo=()
 for round in $(seq "$rounds"); do
   for set in once twice; do
     /usr/bin/time -f '%U %S %M' -o "$work/$set.time" \
@@ -38,7 +40,10 @@ for round in $(seq "$rounds"); do
   done
   read -r user1 sys1 rss1 <"$work/once.time"
   read -r user2 sys2 rss2 <"$work/twice.time"
-  awk -v r="$round" -v n="$count" -v a="$user1" -v b="$sys1" -v c="$user2" -v d="$sys2" -v m="$rss2" 'BEGIN {
-    printf "%-6s %14.2f %14.2f %12.1f %12.0f\n", r, a + b, c + d, 1000 * ((c + d) - (a + b)) / n, m / 1024 }'
+  row=$(awk -v r="$round" -v n="$count" -v a="$user1" -v b="$sys1" -v c="$user2" -v d="$sys2" -v m="$rss2" 'BEGIN {
+    printf "%-6s %14.2f %14.2f %12.1f %12.0f", r, a + b, c + d, 1000 * ((c + d) - (a + b)) / n, m / 1024 }')
+  echo "$row"
+  per_photo+=("$(awk '{ print $4 }' <<<"$row")")
 done
+echo "median cpu ms/img over the rounds: $(median "${per_photo[@]}")"
 echo "load average after: $(cut -d' ' -f1-3 /proc/loadavg)"
