@@ -22,8 +22,6 @@
 #include <utility>
 #include <vector>
 
-#include <omp.h>
-
 #include <dnnl.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
@@ -31,6 +29,7 @@
 #include "model/clocks.h"
 #include "model/onnx_clip_form.h"
 #include "model/dnnl_executor.h"
+#include "model/one_openmp_thread.h"
 #include "model/xnn_executor.h"
 #include "network_declarations.h"
 
@@ -111,8 +110,7 @@ struct Runner {
 double peakGflops() {
     using dnnl::memory;
     constexpr int kChannels = 128, kSide = 52;
-    const int threads = omp_get_max_threads();
-    omp_set_num_threads(1);
+    const kv::OneThread oneThread;
     const dnnl::engine engine(dnnl::engine::kind::cpu, 0);
     dnnl::stream stream(engine);
     const auto desc = [](memory::dims dims, memory::format_tag tag) { return memory::desc(dims, memory::data_type::f32, tag); };
@@ -132,7 +130,6 @@ double peakGflops() {
         stream.wait();
         if (i > 0) times.push_back(kv::clockMs(kv::Clock::ProcessCpu) - start);
     }
-    omp_set_num_threads(threads);
     std::nth_element(times.begin(), times.begin() + 15, times.end());
     return 2.0 * kChannels * kChannels * 9 * kSide * kSide / times[15] / 1e6;
 }

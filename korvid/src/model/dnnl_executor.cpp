@@ -1,7 +1,5 @@
 #include "model/dnnl_executor.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +10,7 @@
 #include <dnnl.hpp>
 
 #include "model/idle_pool.h"
+#include "model/one_openmp_thread.h"
 #include "model/onnx_rules.h"
 
 namespace kv {
@@ -67,19 +66,6 @@ memory::desc likeDesc(const Dims& dims, const memory::desc& md) {
     }
     return plainDesc(dims);
 }
-
-// OpenMP's thread count of the calling thread set to one while oneDNN works, and set back
-// after: oneDNN's parallel sections then run on the caller's thread alone.
-class OneThread {
-public:
-    OneThread() : saved_(omp_get_max_threads()) { omp_set_num_threads(1); }
-    ~OneThread() { omp_set_num_threads(saved_); }
-    OneThread(const OneThread&) = delete;
-    OneThread& operator=(const OneThread&) = delete;
-
-private:
-    int saved_;
-};
 
 // What a convolution does to its result before it stores it: an eltwise function, an
 // addition of what its destination holds (sum), or a PRelu by channel (slopes).
@@ -214,17 +200,18 @@ struct DnnlExecutor::State {
     std::vector<Fill> fills;
     std::vector<std::vector<int>> outputShapes;
     std::vector<int> inputShape;
-    // The run the builder binds; passes on other threads at once get copies of it.
-    std::unique_ptr<DnnlRun> first = std::make_unique<DnnlRun>(engine);
-    const DnnlRun* pattern = nullptr;  // first, once in runs; its bindings never change
+    // The runs of passes: the one the builder bound, and copies of it made for passes on
+    // other threads at once.
     IdlePool<DnnlRun> runs;
+    const DnnlRun* pattern = nullptr;  // the builder's, in runs; its bindings never change
 };
 
 namespace {
 
 class Builder {
 public:
-    Builder(const OnnxGraph& graph, DnnlExecutor::State& state) : graph_(graph), s_(state) {}
+    // Binds the program's buffers and arguments into run.
+    Builder(const OnnxGraph& graph, DnnlExecutor::State& state, DnnlRun& run) : graph_(graph), s_(state), run_(run) {}
 
     size_t weightBytes = 0;
     size_t fused = 0;
@@ -283,7 +270,7 @@ public:
         step.values = {{DNNL_ARG_FROM, id}};
         step.constants = {{DNNL_ARG_TO, out}};
         add(std::move(step));
-        s_.first->outputs.push_back(out);
+        run_.outputs.push_back(out);
         s_.outputShapes.emplace_back(v.dims.begin(), v.dims.end());
     }
 
@@ -307,7 +294,7 @@ public:
         const std::vector<char*> where = layOut();
         std::vector<memory> memories;
         for (const Value& v : values_) memories.push_back(v.slot >= 0 ? memory(v.md, s_.engine, where[size_t(v.slot)]) : memory());
-        s_.first->input = memories[size_t(input_)];
+        run_.input = memories[size_t(input_)];
         memory scratch;
         if (scratchpad > 0) {
             char* p = allocate(scratchpad);
@@ -317,7 +304,7 @@ public:
             if (step.fillValue >= 0) {
                 const Value& v = values_[size_t(step.fillValue)];
                 s_.fills.push_back({s_.program.size(), v.md.get_size() / sizeof(float), step.fill});
-                s_.first->fills.push_back(reinterpret_cast<float*>(where[size_t(v.slot)]));
+                run_.fills.push_back(reinterpret_cast<float*>(where[size_t(v.slot)]));
                 continue;
             }
             std::unordered_map<int, memory> args;
@@ -325,7 +312,7 @@ public:
             for (const auto& [arg, m] : step.constants) args[arg] = m;
             if (step.scratchpad > 0) args[DNNL_ARG_SCRATCHPAD] = scratch;
             s_.program.push_back(step.primitive);
-            s_.first->args.push_back(std::move(args));
+            run_.args.push_back(std::move(args));
         }
     }
 
@@ -1095,7 +1082,7 @@ private:
     char* allocate(size_t bytes) {
         bytes = (bytes + kAlign - 1) / kAlign * kAlign;
         char* p = alignedBlock(bytes);
-        s_.first->blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(p, &std::free), bytes);
+        run_.blocks.emplace_back(std::unique_ptr<char, decltype(&std::free)>(p, &std::free), bytes);
         bufferBytes += bytes;
         return p;
     }
@@ -1133,6 +1120,7 @@ private:
 
     const OnnxGraph& graph_;
     DnnlExecutor::State& s_;
+    DnnlRun& run_;
     std::vector<Value> values_;
     std::vector<Slot> slots_;
     std::vector<Step> steps_;
@@ -1158,15 +1146,16 @@ std::unique_ptr<DnnlExecutor> DnnlExecutor::build(const OnnxGraph& graph, const 
     OneThread oneThread;
     try {
         std::unique_ptr<DnnlExecutor> executor(new DnnlExecutor());
-        Builder builder(graph, *executor->state_);
+        State& s = *executor->state_;
+        auto run = std::make_unique<DnnlRun>(s.engine);
+        Builder builder(graph, s, *run);
         builder.input(graph.inputs[0], inputShape, outputs);
         for (const OnnxNode& node : graph.nodes) builder.node(node);
         for (const std::string& name : outputs) builder.output(name);
         builder.finish();
-        State& s = *executor->state_;
         s.inputShape = inputShape;
-        s.pattern = s.first.get();
-        s.runs.add(std::move(s.first));
+        s.pattern = run.get();
+        s.runs.add(std::move(run));
         executor->weightBytes_ = builder.weightBytes;
         executor->bufferBytes_ = builder.bufferBytes;
         executor->fusedSteps_ = builder.fused;
