@@ -44,10 +44,7 @@ case "${1:-}" in
   bench)
     runtime="$("$fetch" --runtime)"
     rounds="${4:-3}"
-    models=$(NODE_PATH="$runtime" node -e '
-      const s = JSON.parse(require("fs").readFileSync(process.argv[1]));
-      for (const n of [...s.networks, ...s.weights_package.networks, ...s.layers_package.networks]) console.log(n.model);' \
-      "$here/networks.json")
+    models=$(NODE_PATH="$runtime" node "$here/ort_bench.js" "$here/networks.json" --list)
     rows=$(mktemp)
     trap 'rm -f "$rows"' EXIT
     # Each network in ONNX Runtime and then in ours, one network after the other, so that the
@@ -76,7 +73,7 @@ case "${1:-}" in
                      median(ort[m]), median(ours[m]), gflop[m], median(oursShare[m]), median(ortShare[m]), ratio[m] } }' "$rows"
     ;;
   *)
-    echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | valid MODELS_DIR REF_DIR PYTHON | bench MODELS_DIR BENCH" >&2
+    echo "usage: $0 convert OUT_DIR PYTHON | reference OUT_DIR | valid MODELS_DIR REF_DIR PYTHON | bench MODELS_DIR BENCH [ROUNDS]" >&2
     exit 2
     ;;
 esac

@@ -2,8 +2,10 @@
 // included) in ONNX Runtime's CPU build under node, one thread (intraOpNumThreads 1), all
 // graph optimisations on: the median processor time of RUNS warm runs on a zero input (the
 // process does nothing else meanwhile). Prints one line per network: MODEL CHANNELS HEIGHT
-// WIDTH MILLISECONDS. With MODEL, that network only.
+// WIDTH MILLISECONDS. With MODEL, that network only; with --list, only the networks' names,
+// in the order they are timed.
 //   usage: node ort_bench.js NETWORKS.json MODELS_DIR [RUNS [MODEL]]   (NODE_PATH: the runtime)
+//          node ort_bench.js NETWORKS.json --list
 'use strict';
 const fs = require('fs');
 const path = require('path');
@@ -13,7 +15,12 @@ async function main() {
   const [networksFile, modelsDir, runsText, only] = process.argv.slice(2);
   const runs = Number(runsText || 30);
   const spec = JSON.parse(fs.readFileSync(networksFile));
-  for (const net of [...spec.networks, ...spec.weights_package.networks, ...spec.layers_package.networks]) {
+  const networks = [...spec.networks, ...spec.weights_package.networks, ...spec.layers_package.networks];
+  if (modelsDir === '--list') {
+    for (const net of networks) console.log(net.model);
+    return;
+  }
+  for (const net of networks) {
     if (only !== undefined && net.model !== only) continue;
     const { height: h, width: w } = net.input;
     const c = net.input.channels || 3;

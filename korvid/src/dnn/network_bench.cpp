@@ -53,6 +53,20 @@ cv::dnn::Net readNet(const std::string& path) {
                          : cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(clips.data()), clips.size());
 }
 
+// The median processor time in ms of runs calls of run, after one untimed call.
+template <typename Run>
+double medianCpuMs(int runs, Run run) {
+    run();
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        const double start = kv::clockMs(kv::Clock::ProcessCpu);
+        run();
+        times.push_back(kv::clockMs(kv::Clock::ProcessCpu) - start);
+    }
+    std::nth_element(times.begin(), times.begin() + runs / 2, times.end());
+    return times[size_t(runs / 2)];
+}
+
 struct Runner {
     cv::dnn::Net net;
     cv::Mat blob;
@@ -92,15 +106,7 @@ struct Runner {
         net.forward(outs, names);
     }
     double medianMs(int runs) {
-        once();
-        std::vector<double> times;
-        for (int i = 0; i < runs; ++i) {
-            const double start = kv::clockMs(kv::Clock::ProcessCpu);
-            once();
-            times.push_back(kv::clockMs(kv::Clock::ProcessCpu) - start);
-        }
-        std::nth_element(times.begin(), times.begin() + runs / 2, times.end());
-        return times[size_t(runs / 2)];
+        return medianCpuMs(runs, [this] { once(); });
     }
 };
 
@@ -123,15 +129,11 @@ double peakGflops() {
     const memory src(pd.src_desc(), engine), weights(pd.weights_desc(), engine), bias(pd.bias_desc(), engine), dst(pd.dst_desc(), engine);
     for (const memory& m : {src, weights, bias}) std::fill_n(static_cast<float*>(m.get_data_handle()), m.get_desc().get_size() / sizeof(float), 0.5f);
     const dnnl::convolution_forward conv(pd);
-    std::vector<double> times;
-    for (int i = 0; i < 31; ++i) {
-        const double start = kv::clockMs(kv::Clock::ProcessCpu);
+    const double ms = medianCpuMs(30, [&] {
         conv.execute(stream, {{DNNL_ARG_SRC, src}, {DNNL_ARG_WEIGHTS, weights}, {DNNL_ARG_BIAS, bias}, {DNNL_ARG_DST, dst}});
         stream.wait();
-        if (i > 0) times.push_back(kv::clockMs(kv::Clock::ProcessCpu) - start);
-    }
-    std::nth_element(times.begin(), times.begin() + 15, times.end());
-    return 2.0 * kChannels * kChannels * 9 * kSide * kSide / times[15] / 1e6;
+    });
+    return 2.0 * kChannels * kChannels * 9 * kSide * kSide / ms / 1e6;
 }
 
 int profile(char** argv) {
